@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/relative_path.h"
+
+namespace quorl {
+
+/// A file of the sender, open for reading. Used by one thread at a time.
+class InputFile {
+ public:
+  virtual ~InputFile() = default;
+
+  /// Its length in bytes at this moment; nothing when it cannot be told.
+  virtual std::optional<uint64_t> Length() = 0;
+
+  /// Fills `into` from `offset` on. Fewer bytes only at the end of the file; nothing on a read error.
+  virtual std::optional<size_t> ReadAt(uint64_t offset, std::span<uint8_t> into) = 0;
+};
+
+enum class WriteOutcome {
+  Done,
+  DiskFull,  ///< No room, or over a quota.
+  Failed,
+};
+
+/// A file of the receiver, open for writing. Used by one thread at a time.
+class OutputFile {
+ public:
+  virtual ~OutputFile() = default;
+
+  /// All of `bytes` at `offset`, or an outcome other than Done. Zero bytes only test that the file is writable.
+  virtual WriteOutcome WriteAt(uint64_t offset, std::span<const uint8_t> bytes) = 0;
+
+  /// Closes the file. Some file systems tell only now that earlier writes have failed. Failed as well when the file has
+  /// been removed meanwhile: nobody will find what was written. To be called once.
+  virtual WriteOutcome Close() = 0;
+};
+
+struct DirectoryEntry {
+  std::string name;
+  bool isDirectory = false;
+};
+
+/// What opening a file for writing does when it does not exist.
+enum class WhenMissing { Fail, Create };
+
+/// Result of opening a file for writing: the file, or why not.
+struct OpenedOutput {
+  std::unique_ptr<OutputFile> file;
+  WriteOutcome outcome = WriteOutcome::Failed;  ///< Done exactly when `file` is set.
+};
+
+/// Directories and files by 8-bit paths of the form "C:\a\b". Any thread may use it.
+class Files {
+ public:
+  virtual ~Files() = default;
+
+  // What a sender asks: paths that its own host named.
+
+  /// Whether `path` is a regular file, possibly reached through links.
+  virtual bool IsFile(const std::string& path) = 0;
+
+  /// The regular files (links to them too) and the directories (links to them not) in `path`, without "." and "..";
+  /// nothing when it cannot be listed.
+  virtual std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& path) = 0;
+
+  /// nullptr when `path` is no regular file or cannot be opened. Never waits, whatever `path` is.
+  virtual std::unique_ptr<InputFile> OpenInput(const std::string& path) = 0;
+
+  // What a receiver asks: `base` is the target directory, which may be reached through links; `name` came from the
+  // network and is resolved beneath it without following any link.
+
+  /// Makes `base` and every directory of `name` beneath it that does not exist. Failures show when a file is opened.
+  virtual void CreateDirectories(const std::string& base, const RelativePath& name) = 0;
+
+  /// Whether `name` is a regular file that can be opened for writing; creates nothing.
+  virtual bool CanOpenOutput(const std::string& base, const RelativePath& name) = 0;
+
+  /// Opens `name` for writing without truncating it; a new file is empty. Only a regular file with no other name is
+  /// ever opened.
+  virtual OpenedOutput OpenOutput(const std::string& base, const RelativePath& name, WhenMissing whenMissing) = 0;
+};
+
+}  // namespace quorl
