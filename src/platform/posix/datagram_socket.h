@@ -1,0 +1,60 @@
+#pragma once
+
+#include <atomic>
+#include <optional>
+
+#include "platform/network.h"
+#include "platform/posix/descriptor.h"
+#include "platform/posix/threads.h"
+
+namespace quorl {
+
+/// One socket of the system, behind which stand one descriptor or two: here a descriptor that is bound to a unicast
+/// address gets no multicast, and one that is bound to a group gets that group only. So a socket with an address and a
+/// port of its own gets a second descriptor when it joins a group. Everything is sent through the first.
+class PosixDatagramSocket : public DatagramSocket {
+ public:
+  PosixDatagramSocket(Descriptor descriptor, std::shared_ptr<PosixEvent> closing);
+  ~PosixDatagramSocket() override;
+
+  bool SetReuseAddress() override;
+  bool Bind(Endpoint local) override;
+  bool SetReceiveBuffer(size_t bytes) override;
+  bool SetMulticastInterface(uint32_t localInterface) override;
+  bool SetTimeToLive(uint8_t hops) override;
+  /// With a second descriptor one group can be joined, on any number of interfaces.
+  bool JoinGroup(uint32_t group, uint32_t localInterface) override;
+  bool LeaveGroup(uint32_t group, uint32_t localInterface) override;
+  bool SetNonBlocking() override;
+  bool Send(std::span<const uint8_t> datagram, Endpoint to) override;
+  /// `interrupt` is an event of this machine.
+  Received Receive(std::span<uint8_t> buffer, Duration limit, Event* interrupt) override;
+  void Close() override;
+
+ private:
+  class Use;
+  static constexpr uint32_t CLOSED = 0x80000000;
+
+  bool Enter();
+  void Leave();
+  void CloseDescriptors();
+
+  bool IsClosed() const { return (usage.load() & CLOSED) != 0; }
+  bool OpenGroup(uint32_t group);
+  int MemberDescriptor() const { return groupSocket ? groupSocket.Get() : ownSocket.Get(); }
+  bool WaitForRoom(int error, Moment deadline);
+  std::optional<Received> Take(std::span<uint8_t> buffer);
+  static std::optional<Received> TakeFrom(int descriptor, std::span<uint8_t> buffer);
+
+  Descriptor ownSocket;
+  Descriptor groupSocket;
+  const std::shared_ptr<PosixEvent> closing;  // Set by Close; wakes who waits inside.
+  std::atomic<uint32_t> usage{0};             // Calls inside, and CLOSED.
+  std::atomic<bool> nonBlocking{false};
+  Endpoint local;
+  Endpoint joined;
+  size_t receiveBuffer = 0;    // As asked for; 0 is the system's own size.
+  bool groupGoesFirst = true;  // Which descriptor the receiving thread reads first next time.
+};
+
+}  // namespace quorl

@@ -1,0 +1,111 @@
+// Files and directories. What a sender's host names is opened as named; what came from the network goes through
+// beneath.h. Nothing but regular files is opened for good: a FIFO or device would stop a thread, or do worse.
+#include "platform/posix/files.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+#include "platform/posix/open_files.h"
+
+namespace quorl {
+
+namespace {
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+constexpr int SAFE_FLAGS = O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+
+/// What the directory's entry is for a sender, or nothing when it does not travel.
+std::optional<DirectoryEntry> EntryFor(int directory, const std::string& name) {
+  if (name == "." || name == "..") return std::nullopt;
+  struct stat status {};
+  if (fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+  if (S_ISDIR(status.st_mode)) return DirectoryEntry{name, true};
+  if (S_ISLNK(status.st_mode) && fstatat(directory, name.c_str(), &status, 0) != 0) return std::nullopt;
+  if (S_ISREG(status.st_mode)) return DirectoryEntry{name, false};
+  return std::nullopt;
+}
+
+/// Makes a directory that the user named, with those above it; links on the way are the user's own.
+void MakeBase(const std::string& path) {
+  std::error_code ignored;  // Shows when a file is opened.
+  std::filesystem::create_directories(path, ignored);
+}
+
+}  // namespace
+
+bool PosixFiles::IsFile(const std::string& path) {
+  const auto place = drives.Resolve(path);
+  struct stat status {};
+  return place && stat(place->LocalPath().c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::optional<std::vector<DirectoryEntry>> PosixFiles::ListDirectory(const std::string& path) {
+  const auto place = drives.Resolve(path);
+  if (!place) return std::nullopt;
+  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(place->LocalPath().c_str()));
+  if (!directory) return std::nullopt;
+  std::vector<DirectoryEntry> entries;
+  errno = 0;
+  while (const dirent* found = readdir(directory.get())) {
+    if (auto entry = EntryFor(dirfd(directory.get()), found->d_name)) entries.push_back(std::move(*entry));
+    errno = 0;
+  }
+  if (errno != 0) return std::nullopt;
+  std::sort(entries.begin(), entries.end(),
+            [](const DirectoryEntry& left, const DirectoryEntry& right) { return left.name < right.name; });
+  return entries;
+}
+
+std::unique_ptr<InputFile> PosixFiles::OpenInput(const std::string& path) {
+  const auto place = drives.Resolve(path);
+  if (!place) return nullptr;
+  Descriptor descriptor(open(place->LocalPath().c_str(), O_RDONLY | SAFE_FLAGS));
+  struct stat status {};
+  if (!descriptor || fstat(descriptor.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
+  posix_fadvise(descriptor.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  return std::make_unique<PosixInputFile>(std::move(descriptor));
+}
+
+void PosixFiles::CreateDirectories(const std::string& base, const RelativePath& name) {
+  const auto place = drives.ResolveTarget(base);
+  if (!place) return;
+  MakeBase(place->LocalPath());
+  const Descriptor directory = OpenBase(place->LocalPath());
+  if (directory) MakeDirectoriesBeneath(resolver, directory.Get(), name);
+}
+
+bool PosixFiles::CanOpenOutput(const std::string& base, const RelativePath& name) {
+  return static_cast<bool>(OpenRegular(base, name, O_WRONLY));
+}
+
+OpenedOutput PosixFiles::OpenOutput(const std::string& base, const RelativePath& name, WhenMissing whenMissing) {
+  Descriptor descriptor = OpenRegular(base, name, O_WRONLY | (whenMissing == WhenMissing::Create ? O_CREAT : 0));
+  if (!descriptor) return {nullptr, OutcomeOf(errno)};
+  return {std::make_unique<PosixOutputFile>(std::move(descriptor)), WriteOutcome::Done};
+}
+
+/// A regular file beneath the target that has no other name: through a hard link one outside could be written. On
+/// failure errno says why.
+Descriptor PosixFiles::OpenRegular(const std::string& base, const RelativePath& name, int flags) const {
+  errno = ENOENT;
+  const auto place = drives.ResolveTarget(base);
+  if (!place) return {};
+  const Descriptor directory = OpenBase(place->LocalPath());
+  if (!directory) return {};
+  Descriptor descriptor = OpenBeneath(resolver, directory.Get(), name, flags | SAFE_FLAGS, 0666);
+  struct stat status {};
+  if (!descriptor || fstat(descriptor.Get(), &status) != 0) return {};
+  if (S_ISREG(status.st_mode) && status.st_nlink == 1) return descriptor;
+  errno = EPERM;
+  return {};
+}
+
+}  // namespace quorl

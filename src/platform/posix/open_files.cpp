@@ -1,0 +1,71 @@
+// Reading and writing of open files, on the threads that send and store blocks. System calls may do less than they were
+// asked for, or be interrupted; here they go on until all is done or something real is in the way.
+#include "platform/posix/open_files.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <limits>
+
+namespace quorl {
+
+namespace {
+
+static_assert(sizeof(off_t) == 8, "files of more than 2 GiB need 64-bit offsets");
+
+/// Whether `count` bytes from `offset` on can be addressed at all.
+bool IsAddressable(uint64_t offset, size_t count) {
+  constexpr auto MAX_OFFSET = static_cast<uint64_t>(std::numeric_limits<off_t>::max());
+  return offset <= MAX_OFFSET && count <= MAX_OFFSET - offset;
+}
+
+}  // namespace
+
+WriteOutcome OutcomeOf(int error) {
+  // A file that may grow no further is no room either.
+  const bool full = error == ENOSPC || error == EDQUOT || error == EFBIG;
+  return full ? WriteOutcome::DiskFull : WriteOutcome::Failed;
+}
+
+std::optional<uint64_t> PosixInputFile::Length() {
+  struct stat status {};
+  if (fstat(descriptor.Get(), &status) != 0) return std::nullopt;
+  return static_cast<uint64_t>(status.st_size);
+}
+
+std::optional<size_t> PosixInputFile::ReadAt(uint64_t offset, std::span<uint8_t> into) {
+  if (!IsAddressable(offset, into.size())) return 0;
+  size_t done = 0;
+  while (done < into.size()) {
+    const ssize_t count =
+        pread(descriptor.Get(), into.data() + done, into.size() - done, static_cast<off_t>(offset + done));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    done += static_cast<size_t>(count);
+  }
+  return done;
+}
+
+WriteOutcome PosixOutputFile::WriteAt(uint64_t offset, std::span<const uint8_t> bytes) {
+  if (!IsAddressable(offset, bytes.size())) return WriteOutcome::DiskFull;
+  size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t count =
+        pwrite(descriptor.Get(), bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return count < 0 ? OutcomeOf(errno) : WriteOutcome::Failed;
+    done += static_cast<size_t>(count);
+  }
+  return WriteOutcome::Done;
+}
+
+WriteOutcome PosixOutputFile::Close() {
+  struct stat status {};
+  const bool removed = fstat(descriptor.Get(), &status) == 0 && status.st_nlink == 0;
+  // An interrupted close has closed the descriptor all the same.
+  if (close(descriptor.Release()) != 0 && errno != EINTR) return OutcomeOf(errno);
+  return removed ? WriteOutcome::Failed : WriteOutcome::Done;
+}
+
+}  // namespace quorl

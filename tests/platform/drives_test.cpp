@@ -1,0 +1,103 @@
+#include "platform/posix/drives.h"
+
+#include "temp_directory.h"
+
+namespace quorl {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Local(const std::optional<DrivePlace>& place) {
+  return place ? place->LocalPath() : "none";
+}
+
+TEST(Drives, OnlyDriveCIsThereAtFirst) {
+  const Drives drives;
+  EXPECT_EQ(Local(drives.Resolve("C:\\tmp\\a b")), "/tmp/a b");
+  EXPECT_EQ(Local(drives.Resolve("c:")), "/");
+  EXPECT_EQ(Local(drives.Resolve("C:tmp")), "/tmp");
+  for (const char* none : {"D:\\x", "", "\\x", "x", "1:\\x", "::", "C:\\..\\x", "C:\\a\\.", "C:\\a/b"})
+    EXPECT_FALSE(drives.Resolve(none)) << none;
+}
+
+TEST(Drives, ATargetWithoutADriveIsOnDriveC) {
+  const Drives drives;
+  EXPECT_EQ(Local(drives.ResolveTarget("")), "/");
+  EXPECT_EQ(Local(drives.ResolveTarget("\\")), "/");
+  EXPECT_EQ(Local(drives.ResolveTarget("\\in")), "/in");
+  EXPECT_EQ(Local(drives.ResolveTarget("in\\box")), "/in/box");
+  EXPECT_FALSE(drives.ResolveTarget("D:\\in"));
+  EXPECT_FALSE(drives.ResolveTarget("..\\in"));
+}
+
+TEST(Drives, MapsOnlyLettersAndDirectories) {
+  const TempDirectory temp;
+  WriteText(temp / "file", "");
+  Drives drives;
+  EXPECT_FALSE(drives.Map('1', temp.Path()));
+  EXPECT_FALSE(drives.Map('D', temp / "file"));
+  EXPECT_FALSE(drives.Map('D', temp / "missing"));
+  EXPECT_FALSE(drives.Resolve("D:\\x"));
+  EXPECT_TRUE(drives.Map('d', temp.Path() + "/"));
+  EXPECT_EQ(Local(drives.Resolve("D:\\x")), temp / "x");
+}
+
+TEST(Drives, ALocalDirectoryGetsThePathOfTheNearestDrive) {
+  const TempDirectory temp;
+  fs::create_directories(temp / "in/box");
+  fs::create_directories(temp / "inner");
+  fs::create_directory_symlink(temp / "in", temp / "link");
+  Drives drives;
+  ASSERT_TRUE(drives.Map('Q', temp / "in"));
+  ASSERT_TRUE(drives.Map('R', temp.Path()));
+  EXPECT_EQ(drives.DrivePathOf(temp / "in/box"), "Q:\\box");
+  EXPECT_EQ(drives.DrivePathOf(temp / "link"), "Q:\\");
+  EXPECT_EQ(drives.DrivePathOf(temp / "inner"), "R:\\inner");
+  EXPECT_EQ(drives.DrivePathOf("/"), "C:\\");
+  EXPECT_EQ(drives.DrivePathOfText(temp / "in//nothing/there/"), "Q:\\nothing\\there");
+  EXPECT_EQ(drives.DrivePathOfText("relative"), std::nullopt);
+}
+
+TEST(Drives, WhatNoDriveCoversGetsAFreeLetter) {
+  const TempDirectory temp;
+  fs::create_directories(temp / "c");
+  fs::create_directories(temp / "other/below");
+  fs::create_directories(temp / "back\\slash");
+  WriteText(temp / "file", "");
+  Drives drives;
+  ASSERT_TRUE(drives.Map('C', temp / "c"));
+  ASSERT_TRUE(drives.Map('Z', temp / "c"));
+  EXPECT_EQ(drives.DrivePathOf(temp / "other"), "Y:\\");
+  EXPECT_EQ(drives.DrivePathOf(temp / "other/below"), "Y:\\below");
+  EXPECT_EQ(Local(drives.Resolve("Y:\\below")), temp / "other/below");
+  EXPECT_EQ(drives.DrivePathOf(temp / "back\\slash"), std::nullopt);
+  EXPECT_EQ(drives.DrivePathOf(temp / "file"), std::nullopt);
+  EXPECT_EQ(drives.DrivePathOf(temp / "missing"), std::nullopt);
+}
+
+TEST(Drives, ADirectoryWhosePathReceivingWouldChangeGetsALetterOfItsOwn) {
+  const TempDirectory temp;
+  Drives drives;
+  char letter = 'Z';
+  for (const std::string name : {"in?", "a*b", "<x", "y>"}) {
+    fs::create_directories(temp / (name + "/below"));
+    const std::string drive = {letter--, ':', '\\'};
+    EXPECT_EQ(drives.DrivePathOf(temp / name), drive) << name;
+    EXPECT_EQ(drives.DrivePathOf(temp / name), drive) << "the letter that it has";
+    EXPECT_EQ(Local(drives.Resolve(drive + "f")), temp / (name + "/f"));
+    EXPECT_EQ(drives.DrivePathOf(temp / (name + "/below")), drive + "below");
+  }
+}
+
+TEST(Drives, OfAWholeDiskItsRootIsAskedWhereAPathIsNone) {
+  const TempDirectory temp;
+  Drives drives;
+  ASSERT_TRUE(drives.Map('D', temp.Path()));
+  EXPECT_EQ(Local(drives.ResolveDisk("D:\\in")), temp / "in");
+  EXPECT_EQ(Local(drives.ResolveDisk("D:/in")), temp.Path());
+  EXPECT_EQ(Local(drives.ResolveDisk("..\\in")), "/");
+  EXPECT_FALSE(drives.ResolveDisk("E:/in"));
+}
+
+}  // namespace
+}  // namespace quorl

@@ -1,0 +1,254 @@
+#include "platform/posix/files.h"
+
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <thread>
+
+#include "platform/posix/open_files.h"
+#include "temp_directory.h"
+
+namespace quorl {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+std::span<const uint8_t> Bytes(std::string_view text) {
+  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+RelativePath Name(std::string_view text) {
+  return RelativePath::FromText(text).value();
+}
+
+class FilesTest : public testing::TestWithParam<Resolver> {
+ protected:
+  FilesTest() { EXPECT_TRUE(drives.Map('T', temp.Path())); }
+
+  WriteOutcome Store(std::string_view name, std::string_view text) {
+    OpenedOutput opened = files.OpenOutput("T:\\in", Name(name), WhenMissing::Create);
+    EXPECT_EQ(opened.outcome == WriteOutcome::Done, opened.file != nullptr);
+    if (!opened.file) return opened.outcome;
+    const WriteOutcome written = opened.file->WriteAt(0, Bytes(text));
+    return written == WriteOutcome::Done ? opened.file->Close() : written;
+  }
+  bool CanOpen(std::string_view name) { return files.CanOpenOutput("T:\\in", Name(name)); }
+
+  const TempDirectory temp;
+  Drives drives;
+  PosixFiles files{drives, GetParam()};
+};
+
+INSTANTIATE_TEST_SUITE_P(Resolvers, FilesTest, testing::Values(Resolver::Kernel, Resolver::Component),
+                         [](const auto& each) { return each.param == Resolver::Kernel ? "Kernel" : "Component"; });
+
+TEST_P(FilesTest, StoresBeneathTheTargetAndMakesWhatIsMissing) {
+  EXPECT_EQ(Store("a\\b\\file", "x"), WriteOutcome::Failed) << "without its directories";
+  files.CreateDirectories("T:\\in", Name("a\\b"));
+  files.CreateDirectories("T:\\in", Name("a\\b"));
+  EXPECT_FALSE(CanOpen("a\\b\\file"));
+  EXPECT_FALSE(fs::exists(temp / "in/a/b/file")) << "asking creates nothing";
+  EXPECT_EQ(Store("a\\b\\file", "hello"), WriteOutcome::Done);
+  EXPECT_TRUE(CanOpen("a\\b\\file"));
+  EXPECT_EQ(ReadText(temp / "in/a/b/file"), "hello");
+  EXPECT_EQ(Store("a\\b\\file", "HE"), WriteOutcome::Done);
+  EXPECT_EQ(ReadText(temp / "in/a/b/file"), "HEllo") << "not truncated";
+  EXPECT_EQ(Store("a", "x"), WriteOutcome::Failed) << "a directory";
+  EXPECT_EQ(Store("a\\b\\file\\c", "x"), WriteOutcome::Failed) << "below a file";
+  EXPECT_EQ(Store("", "x"), WriteOutcome::Failed) << "the target itself";
+  EXPECT_EQ(Store(std::string(300, 'n'), "x"), WriteOutcome::Failed);
+}
+
+TEST_P(FilesTest, AFileThatHasBeenRemovedIsNeitherWellClosedNorMadeAgain) {
+  fs::create_directories(temp / "in");
+  OpenedOutput opened = files.OpenOutput("T:\\in", Name("a"), WhenMissing::Create);
+  ASSERT_TRUE(opened.file);
+  EXPECT_EQ(opened.file->WriteAt(0, Bytes("x")), WriteOutcome::Done);
+  fs::remove(temp / "in/a");
+  EXPECT_EQ(opened.file->Close(), WriteOutcome::Failed);
+  EXPECT_EQ(files.OpenOutput("T:\\in", Name("a"), WhenMissing::Fail).outcome, WriteOutcome::Failed);
+  EXPECT_FALSE(fs::exists(temp / "in/a"));
+  EXPECT_EQ(Store("a", "x"), WriteOutcome::Done);
+  EXPECT_TRUE(files.OpenOutput("T:\\in", Name("a"), WhenMissing::Fail).file);
+}
+
+TEST_P(FilesTest, TheTargetItselfMayBeReachedThroughLinks) {
+  fs::create_directories(temp / "elsewhere");
+  fs::create_directory_symlink("elsewhere", temp / "in");
+  files.CreateDirectories("T:\\in", Name("a"));
+  EXPECT_EQ(Store("a\\file", "x"), WriteOutcome::Done);
+  EXPECT_EQ(ReadText(temp / "elsewhere/a/file"), "x");
+}
+
+TEST_P(FilesTest, NoLinkBeneathTheTargetIsFollowed) {
+  fs::create_directories(temp / "in/real");
+  fs::create_directories(temp / "outside");
+  WriteText(temp / "outside/secret", "secret");
+  WriteText(temp / "in/real/file", "file");
+  fs::create_directory_symlink(temp / "outside", temp / "in/absolute");
+  fs::create_directory_symlink("../outside", temp / "in/upward");
+  fs::create_directory_symlink("real", temp / "in/inward");
+  fs::create_symlink("../outside/secret", temp / "in/tofile");
+  fs::create_symlink("../outside/new", temp / "in/dangling");
+  fs::create_symlink("real/file", temp / "in/insidefile");
+  for (const char* name : {"absolute\\secret", "upward\\secret", "tofile", "inward\\file", "insidefile"}) {
+    EXPECT_FALSE(CanOpen(name)) << name;
+    EXPECT_EQ(Store(name, "changed"), WriteOutcome::Failed) << name;
+  }
+  for (const char* name : {"dangling", "absolute\\new", "upward\\new"})
+    EXPECT_EQ(Store(name, "new"), WriteOutcome::Failed) << name;
+  for (const char* name : {"absolute\\dir", "upward\\dir", "dangling\\dir"})
+    files.CreateDirectories("T:\\in", Name(name));
+  EXPECT_EQ(ReadText(temp / "outside/secret"), "secret");
+  EXPECT_EQ(ReadText(temp / "in/real/file"), "file");
+  EXPECT_EQ(std::distance(fs::directory_iterator(temp / "outside"), {}), 1);
+}
+
+TEST_P(FilesTest, OnlyARegularFileWithOneNameIsOpened) {
+  fs::create_directories(temp / "in");
+  WriteText(temp / "outside", "outside");
+  fs::create_hard_link(temp / "outside", temp / "in/hard");
+  ASSERT_EQ(mkfifo((temp / "in/fifo").c_str(), 0600), 0);
+  const Descriptor reader(open((temp / "in/fifo").c_str(), O_RDONLY | O_NONBLOCK));
+  for (const char* name : {"hard", "fifo"}) {
+    EXPECT_FALSE(CanOpen(name)) << name;
+    EXPECT_EQ(Store(name, "changed"), WriteOutcome::Failed) << name;
+  }
+  EXPECT_EQ(ReadText(temp / "outside"), "outside");
+}
+
+TEST_P(FilesTest, ATargetThatCannotBeResolvedTakesNothing) {
+  for (const char* base : {"D:\\x", "T:\\..\\x", "T:\\a/b", "..", "T:\\missing"}) {
+    EXPECT_EQ(files.OpenOutput(base, Name("a"), WhenMissing::Create).outcome, WriteOutcome::Failed) << base;
+    EXPECT_FALSE(files.CanOpenOutput(base, Name("a"))) << base;
+  }
+  files.CreateDirectories("T:\\..\\escaped", Name("a"));
+  EXPECT_FALSE(fs::exists(temp / "../escaped"));
+}
+
+/// Somebody swaps a directory for a link while blocks are stored; nothing may ever be written through it.
+TEST_P(FilesTest, SwappingADirectoryForALinkWinsNothing) {
+  fs::create_directories(temp / "in/dir");
+  fs::create_directories(temp / "outside");
+  fs::create_directory_symlink("../outside", temp / "in/link");
+  std::atomic<bool> stop{false};
+  std::thread swapper([&] {
+    while (!stop) {
+      syscall(SYS_renameat2, AT_FDCWD, (temp / "in/dir").c_str(), AT_FDCWD, (temp / "in/link").c_str(), 2);
+    }
+  });
+  size_t stored = 0;
+  const auto end = std::chrono::steady_clock::now() + 500ms;
+  for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
+    files.CreateDirectories("T:\\in", Name("dir\\below" + std::to_string(i % 50)));
+    stored += Store("dir\\file" + std::to_string(i % 50), "x") == WriteOutcome::Done;
+  }
+  stop = true;
+  swapper.join();
+  EXPECT_GT(stored, 0u);
+  EXPECT_TRUE(fs::is_empty(temp / "outside"));
+}
+
+TEST_P(FilesTest, OffsetsHave64BitsAndAFullDiskIsTold) {
+  fs::create_directories(temp / "in");
+  OpenedOutput opened = files.OpenOutput("T:\\in", Name("big"), WhenMissing::Create);
+  ASSERT_TRUE(opened.file);
+  constexpr uint64_t BEYOND = (uint64_t{1} << 33) + 5;
+  EXPECT_EQ(opened.file->WriteAt(BEYOND, Bytes("end")), WriteOutcome::Done);
+  EXPECT_EQ(opened.file->WriteAt(0, {}), WriteOutcome::Done);
+  // Beyond what any file may grow to.
+  EXPECT_EQ(opened.file->WriteAt((uint64_t{1} << 63) - 2, Bytes("end")), WriteOutcome::DiskFull);
+  EXPECT_EQ(opened.file->WriteAt(~uint64_t{0}, Bytes("end")), WriteOutcome::DiskFull);
+  EXPECT_EQ(opened.file->Close(), WriteOutcome::Done);
+
+  const auto input = files.OpenInput("T:\\in\\big");
+  ASSERT_TRUE(input);
+  EXPECT_EQ(input->Length(), BEYOND + 3);
+  std::array<uint8_t, 8> buffer{};
+  EXPECT_EQ(input->ReadAt(BEYOND - 1, buffer), 4u);
+  EXPECT_EQ(buffer[1], 'e');
+  EXPECT_EQ(input->ReadAt(BEYOND + 3, buffer), 0u);
+  EXPECT_EQ(input->ReadAt(~uint64_t{0}, buffer), 0u);
+}
+
+TEST(OutputFile, ADeviceWithoutRoomIsAFullDisk) {
+  PosixOutputFile full(Descriptor(open("/dev/full", O_WRONLY | O_CLOEXEC)));
+  EXPECT_EQ(full.WriteAt(0, Bytes("x")), WriteOutcome::DiskFull);
+  PosixOutputFile readOnly(Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)));
+  EXPECT_EQ(readOnly.WriteAt(0, Bytes("x")), WriteOutcome::Failed);
+}
+
+TEST(SenderFiles, ListsFilesAndDirectoriesByName) {
+  const TempDirectory temp;
+  Drives drives;
+  ASSERT_TRUE(drives.Map('T', temp.Path()));
+  PosixFiles files(drives, Resolver::Kernel);
+  fs::create_directories(temp / "b dir");
+  WriteText(temp / "a", "text");
+  WriteText(temp / "\xC3\xA4", "");
+  WriteText(temp / ".hidden", "");
+  WriteText(temp / "back\\slash", "");
+  fs::create_symlink("a", temp / "linked");
+  fs::create_directory_symlink("b dir", temp / "linked dir");
+  fs::create_symlink("missing", temp / "dangling");
+  fs::create_symlink("loop", temp / "loop");
+  ASSERT_EQ(mkfifo((temp / "fifo").c_str(), 0600), 0);
+
+  const auto entries = files.ListDirectory("T:\\");
+  ASSERT_TRUE(entries);
+  std::string listed;
+  for (const DirectoryEntry& entry : *entries) listed += entry.name + (entry.isDirectory ? "|d " : " ");
+  EXPECT_EQ(listed, ".hidden a b dir|d back\\slash linked \xC3\xA4 ");
+  EXPECT_FALSE(files.ListDirectory("T:\\a"));
+  EXPECT_FALSE(files.ListDirectory("T:\\missing"));
+  EXPECT_FALSE(files.ListDirectory("D:\\"));
+
+  for (const char* path : {"T:\\a", "T:\\linked", "T:a"}) {
+    EXPECT_TRUE(files.IsFile(path)) << path;
+    EXPECT_TRUE(files.OpenInput(path)) << path;
+  }
+  for (const char* path :
+       {"T:\\b dir", "T:\\fifo", "T:\\dangling", "T:\\b dir\\..\\a", "T:\\back\\slash", "D:\\a", ""}) {
+    EXPECT_FALSE(files.IsFile(path)) << path;
+    EXPECT_FALSE(files.OpenInput(path)) << path;
+  }
+}
+
+/// In this thread openat2 fails from now on, as on an old kernel.
+bool ForbidOpenAt2() {
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog program{std::size(filter), filter};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST(ResolverProbe, FallsBackOnlyWhereTheCallIsMissing) {
+  const TempDirectory temp;
+  Drives drives;
+  ASSERT_TRUE(drives.Map('T', temp.Path()));
+  std::thread([&] {
+    if (!ForbidOpenAt2()) GTEST_SKIP() << "no system-call filters here";
+    ASSERT_EQ(ProbeResolver(), Resolver::Component);
+    PosixFiles without(drives, ProbeResolver());
+    without.CreateDirectories("T:\\in", Name("a\\b"));
+    EXPECT_TRUE(without.OpenOutput("T:\\in", Name("a\\b\\c"), WhenMissing::Create).file);
+    // A resolver that was chosen with the call stays closed when the call goes.
+    PosixFiles with(drives, Resolver::Kernel);
+    EXPECT_FALSE(with.OpenOutput("T:\\in", Name("a\\b\\c"), WhenMissing::Create).file);
+  }).join();
+}
+
+}  // namespace
+}  // namespace quorl

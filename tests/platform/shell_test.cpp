@@ -1,0 +1,81 @@
+#include "platform/posix/shell.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include "temp_directory.h"
+
+namespace quorl {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ShellTest : public testing::Test {
+ protected:
+  ShellTest() {
+    setenv("HOME", temp.Path().c_str(), 1);
+    unsetenv("XDG_CONFIG_HOME");
+    EXPECT_TRUE(drives.Map('H', temp.Path()));
+  }
+  ~ShellTest() override { setenv("HOME", before.c_str(), 1); }
+
+  std::string Path(uint32_t folder) { return shell.LookUpFolder(folder).path.value_or("none"); }
+
+  const TempDirectory temp;
+  Drives drives;
+  PosixShell shell{drives};
+  const std::string before = getenv("HOME") ? getenv("HOME") : "/";
+};
+
+TEST_F(ShellTest, FoldersHaveTheirUsualNamesAndNeedNotExist) {
+  EXPECT_EQ(Path(0), "H:\\Desktop");
+  EXPECT_EQ(Path(16), "H:\\Desktop");
+  EXPECT_EQ(Path(5), "H:\\Documents");
+  EXPECT_EQ(Path(39), "H:\\Pictures");
+  EXPECT_EQ(Path(40), "H:\\");
+  for (const uint32_t folder : {1u, 25u, 0xFFFFu}) EXPECT_FALSE(shell.LookUpFolder(folder).known) << folder;
+}
+
+TEST_F(ShellTest, FoldersAreWhereTheDesktopSettingsPutThem) {
+  fs::create_directories(temp / ".config");
+  WriteText(temp / ".config/user-dirs.dirs",
+            "# XDG_MUSIC_DIR=\"$HOME/no\"\n"
+            "XDG_DESKTOP_DIR=\"$HOME/Schreib \\\"tisch\\\"\"\n"
+            "  XDG_DOCUMENTS_DIR=\"/srv/papers\"\n"
+            "XDG_VIDEOS_DIR=\"relative\"\n"
+            "XDG_PICTURES_DIR=$HOME/unquoted\n");
+  EXPECT_EQ(Path(0), "H:\\Schreib \"tisch\"");
+  EXPECT_EQ(Path(5), "C:\\srv\\papers");
+  EXPECT_EQ(Path(13), "H:\\Music");
+  EXPECT_EQ(Path(14), "H:\\Videos");
+  EXPECT_EQ(Path(39), "H:\\Pictures");
+  fs::create_directories(temp / "elsewhere");
+  WriteText(temp / "elsewhere/user-dirs.dirs", "XDG_DESKTOP_DIR=\"$HOME/other\"\n");
+  setenv("XDG_CONFIG_HOME", (temp / "elsewhere").c_str(), 1);
+  EXPECT_EQ(Path(0), "H:\\other");
+  unsetenv("XDG_CONFIG_HOME");
+}
+
+TEST_F(ShellTest, DiskQuestionsAskTheNearestDirectoryThatExists) {
+  EXPECT_EQ(shell.DriveTypeOf("H:\\not\\yet\\there"), DriveType::Fixed);
+  EXPECT_EQ(shell.DriveTypeOf(""), DriveType::Fixed);
+  EXPECT_EQ(shell.DriveTypeOf("H:/in"), DriveType::Fixed) << "no path, but a drive";
+  EXPECT_TRUE(shell.FreeBytes("H:/in"));
+  EXPECT_EQ(shell.DriveTypeOf("D:\\"), DriveType::NoRoot);
+  EXPECT_EQ(shell.FreeBytes("D:\\"), std::nullopt);
+  const auto free = shell.FreeBytes("H:\\not\\yet\\there");
+  ASSERT_TRUE(free);
+  // Others use the disk too.
+  const auto expected = static_cast<double>(fs::space(temp.Path()).available);
+  EXPECT_NEAR(static_cast<double>(*free), expected, 1e9);
+}
+
+TEST_F(ShellTest, TellsWhoAndWhere) {
+  EXPECT_TRUE(shell.AccountName());
+  char name[256] = "";
+  ASSERT_EQ(gethostname(name, sizeof name), 0);
+  EXPECT_EQ(shell.ComputerName(), name);
+}
+
+}  // namespace
+}  // namespace quorl
