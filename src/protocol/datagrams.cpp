@@ -1,0 +1,221 @@
+#include "protocol/datagrams.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cstdio>
+#include <type_traits>
+
+namespace quorl {
+
+namespace {
+
+constexpr Field<BlockHead, uint32_t> BLOCK_NUMBER = std::get<1>(FIELDS<BlockHead>);
+static_assert(BLOCK_NUMBER.name == "block");
+
+template <typename Message>
+bool IsLongEnough(std::span<const uint8_t> datagram) {
+  return datagram.size() >= LENGTH<Message>;
+}
+
+/// A datagram of fixed length as one alternative of `Result`, or Reject::TooShort.
+template <typename Result, typename Message>
+Result ParseFixed(std::span<const uint8_t> datagram) {
+  if (!IsLongEnough<Message>(datagram)) return Reject::TooShort;
+  return ReadFields<Message>(datagram);
+}
+
+template <typename Message>
+FromSender ParseBlock(std::span<const uint8_t> datagram) {
+  if (!IsLongEnough<BlockHead>(datagram)) return Reject::TooShort;
+  const BlockHead head = ReadFields<BlockHead>(datagram);
+  if (Message::COMMAND == CMD_DATA && head.firstSending == 0) return Reject::NotFirstSending;
+  if (head.file == 0) return Reject::FileNumberZero;
+  if (head.tailSize >= BLOCK_SIZE) return Reject::TailOutOfRange;
+  if (head.block > head.lastBlock) return Reject::BlockBeyondLast;
+  const auto bytes = datagram.subspan(BLOCK_HEAD_SIZE);
+  const size_t expected = head.Shape().BytesInBlock(head.block);
+  if (bytes.size() < expected) return Reject::BlockIncomplete;
+  return Message{head, bytes.first(expected)};
+}
+
+FromSender ParseEmptyDir(std::span<const uint8_t> datagram) {
+  if (!IsLongEnough<EmptyDirHead>(datagram)) return Reject::TooShort;
+  const auto count = static_cast<int32_t>(ReadFields<EmptyDirHead>(datagram).count);
+  const auto entries = datagram.subspan(LENGTH<EmptyDirHead>);
+  const size_t announced = count < 0 ? 0 : std::min<size_t>(static_cast<size_t>(count), EMPTY_DIR_LIMIT);
+  if (entries.size() < announced * WireSize<NameField>()) return Reject::TooShort;
+  EmptyDir message;
+  for (size_t i = 0; i < announced; ++i)
+    message.names.push_back(ReadField<NameField>(entries.subspan(i * WireSize<NameField>())));
+  return message;
+}
+
+bool IsCommand(uint8_t code) {
+  return code >= CMD_COLLECT && code <= CMD_AOFNAME;
+}
+
+constexpr std::array<std::string_view, CMD_AOFNAME + 1> COMMAND_NAMES = {
+    "",           "CMD_COLLECT",  "CMD_CLIENT", "CMD_MASTER", "CMD_RELEASE",  "CMD_ACK",
+    "CMD_TASK",   "CMD_RESEND",   "CMD_FINISH", "CMD_STOP",   "CMD_EMPTYDIR", "CMD_DATA",
+    "CMD_ANSWER", "CMD_SERVEROS", "CMD_REPORT", "CMD_AOFNAME"};
+
+std::string Escape(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    const auto byte = static_cast<uint8_t>(c);
+    if (byte >= 0x20 && byte < 0x7F && c != '"') {
+      escaped += c;
+    } else {
+      std::array<char, 5> hex{};
+      std::snprintf(hex.data(), hex.size(), "\\x%02X", byte);
+      escaped += hex.data();
+    }
+  }
+  return escaped;
+}
+
+template <typename Message>
+std::string DescribeFields(std::span<const uint8_t> datagram) {
+  if (!IsLongEnough<Message>(datagram)) return " too short";
+  std::string line;
+  ForEachField<Message>([&]<typename Value>(const Field<Message, Value>& field) {
+    const Value value = ReadField<Value>(datagram.subspan(field.offset));
+    line.append(" ").append(field.name).append("=");
+    if constexpr (std::is_same_v<Value, NameField>) {
+      line.append("\"").append(Escape(value.Text())).append("\"");
+    } else {
+      line.append(std::to_string(value));
+    }
+  });
+  return line;
+}
+
+std::string DescribeFields(uint8_t code, std::span<const uint8_t> datagram) {
+  switch (code) {
+    case CMD_CLIENT: return DescribeFields<Client>(datagram);
+    case CMD_MASTER: return DescribeFields<Master>(datagram);
+    case CMD_RELEASE: return DescribeFields<Release>(datagram);
+    case CMD_ACK: return DescribeFields<Ack>(datagram);
+    case CMD_TASK: return DescribeFields<Task>(datagram);
+    case CMD_RESEND:
+    case CMD_DATA: return DescribeFields<BlockHead>(datagram);
+    case CMD_FINISH: return DescribeFields<Finish>(datagram);
+    case CMD_EMPTYDIR: return DescribeFields<EmptyDirHead>(datagram);
+    case CMD_ANSWER: return DescribeFields<Answer>(datagram);
+    case CMD_SERVEROS: return DescribeFields<ServerOs>(datagram);
+    case CMD_AOFNAME: return DescribeFields<AutoOpenName>(datagram);
+    default: return {};
+  }
+}
+
+}  // namespace
+
+void WriteHeader(Command command, std::span<uint8_t> datagram) {
+  assert(datagram.size() >= HEADER_SIZE);
+  WriteField(datagram, MAGIC);
+  datagram[2] = command;
+}
+
+std::vector<uint8_t> BuildEmptyDir(std::span<const NameField> names) {
+  names = names.first(std::min(names.size(), EMPTY_DIR_LIMIT));
+  std::vector<uint8_t> datagram(LENGTH<EmptyDirHead> + names.size() * WireSize<NameField>());
+  WriteHeader(CMD_EMPTYDIR, datagram);
+  WriteFields(EmptyDirHead{static_cast<uint32_t>(names.size())}, std::span(datagram));
+  auto entries = std::span(datagram).subspan(LENGTH<EmptyDirHead>);
+  for (const NameField& name : names) {
+    WriteField(entries, name);
+    entries = entries.subspan(WireSize<NameField>());
+  }
+  return datagram;
+}
+
+BlockDatagram::BlockDatagram(Command command) {
+  static_assert(FieldsAscend<BlockHead, HEADER_SIZE>());
+  WriteHeader(command, buffer);
+  head.firstSending = command == CMD_DATA ? 1 : 0;
+}
+
+void BlockDatagram::SetFile(uint32_t number, std::string_view name, FileShape shape) {
+  head.file = number;
+  head.name = NameField::From(name);
+  head.lastBlock = shape.lastBlock;
+  head.tailSize = shape.tailSize;
+  WriteFields(head, std::span(buffer));
+}
+
+void BlockDatagram::SetBlock(uint32_t block) {
+  head.block = block;
+  WriteField(std::span(buffer).subspan(BLOCK_NUMBER.offset), block);
+}
+
+std::span<uint8_t> BlockDatagram::BlockBytes() {
+  return std::span(buffer).subspan(BLOCK_HEAD_SIZE);
+}
+
+std::span<const uint8_t> BlockDatagram::Datagram(size_t byteCount) const {
+  return std::span(buffer).first(BLOCK_HEAD_SIZE + std::min(byteCount, BLOCK_SIZE));
+}
+
+std::string_view ToText(Reject reason) {
+  switch (reason) {
+    case Reject::WrongMagic: return "wrong magic";
+    case Reject::UnknownCommand: return "unknown command";
+    case Reject::NotForThisSide: return "not for this side";
+    case Reject::TooShort: return "too short";
+    case Reject::NotFirstSending: return "not first sending";
+    case Reject::FileNumberZero: return "file number zero";
+    case Reject::TailOutOfRange: return "tail out of range";
+    case Reject::BlockBeyondLast: return "block beyond last";
+    case Reject::BlockIncomplete: return "block incomplete";
+  }
+  return "";
+}
+
+bool HasMagic(std::span<const uint8_t> datagram) {
+  return datagram.size() >= sizeof(MAGIC) && ReadField<uint16_t>(datagram) == MAGIC;
+}
+
+FromSender ParseFromSender(std::span<const uint8_t> datagram) {
+  if (!HasMagic(datagram)) return Reject::WrongMagic;
+  if (datagram.size() < HEADER_SIZE) return Reject::TooShort;
+  switch (datagram[2]) {
+    case CMD_COLLECT: return Collect{};
+    case CMD_MASTER: return ParseFixed<FromSender, Master>(datagram);
+    case CMD_RELEASE: return ParseFixed<FromSender, Release>(datagram);
+    case CMD_TASK: return ParseFixed<FromSender, Task>(datagram);
+    case CMD_RESEND: return ParseBlock<Resend>(datagram);
+    case CMD_FINISH: return ParseFixed<FromSender, Finish>(datagram);
+    case CMD_STOP: return Stop{};
+    case CMD_EMPTYDIR: return ParseEmptyDir(datagram);
+    case CMD_DATA: return ParseBlock<Data>(datagram);
+    case CMD_SERVEROS: return ParseFixed<FromSender, ServerOs>(datagram);
+    case CMD_AOFNAME: return ParseFixed<FromSender, AutoOpenName>(datagram);
+    default: return IsCommand(datagram[2]) ? Reject::NotForThisSide : Reject::UnknownCommand;
+  }
+}
+
+FromReceiver ParseFromReceiver(std::span<const uint8_t> datagram) {
+  if (!HasMagic(datagram)) return Reject::WrongMagic;
+  if (datagram.size() < HEADER_SIZE) return Reject::TooShort;
+  switch (datagram[2]) {
+    case CMD_CLIENT: return ParseFixed<FromReceiver, Client>(datagram);
+    case CMD_ACK: return ParseFixed<FromReceiver, Ack>(datagram);
+    case CMD_FINISH: return ParseFixed<FromReceiver, Finish>(datagram);
+    case CMD_ANSWER: return ParseFixed<FromReceiver, Answer>(datagram);
+    default: return IsCommand(datagram[2]) ? Reject::NotForThisSide : Reject::UnknownCommand;
+  }
+}
+
+bool IsReport(std::span<const uint8_t> datagram) {
+  return HasMagic(datagram) && datagram.size() >= LENGTH<Report> && datagram[2] == CMD_REPORT;
+}
+
+std::string Describe(std::span<const uint8_t> datagram) {
+  if (!HasMagic(datagram) || datagram.size() < HEADER_SIZE)
+    return "foreign datagram, " + std::to_string(datagram.size()) + " bytes";
+  const uint8_t code = datagram[2];
+  if (!IsCommand(code)) return "code " + std::to_string(code);
+  return std::string(COMMAND_NAMES[code]) + DescribeFields(code, datagram);
+}
+
+}  // namespace quorl

@@ -1,0 +1,264 @@
+// Every datagram that sender and receivers exchange: the codes, one struct a layout, building and parsing.
+//
+// What comes off the wire is parsed here once. What cannot come from a conforming peer is rejected with its reason, so
+// that later code can trust what it gets: a block lies within its file, and all of its bytes have arrived.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "protocol/blocks.h"
+#include "protocol/layout.h"
+
+namespace quorl {
+
+enum Command : uint8_t {
+  CMD_COLLECT = 1,    ///< sender to all: who listens?
+  CMD_CLIENT = 2,     ///< receiver: I do
+  CMD_MASTER = 3,     ///< sender to one: you are master; or: all is sent
+  CMD_RELEASE = 4,    ///< sender to one: you are not master any more
+  CMD_ACK = 5,        ///< master: the block wanted next
+  CMD_TASK = 6,       ///< sender to all: what is coming, and where to
+  CMD_RESEND = 7,     ///< sender to all: a block again
+  CMD_FINISH = 8,     ///< sender to all: the stream is over; receiver: I am done, or why not
+  CMD_STOP = 9,       ///< sender to all: stopped early
+  CMD_EMPTYDIR = 10,  ///< sender to all: directories that no file creates
+  CMD_DATA = 11,      ///< sender to all: a block of the stream
+  CMD_ANSWER = 12,    ///< receiver: how many blocks are missing
+  CMD_SERVEROS = 13,  ///< sender to all: its platform
+  CMD_REPORT = 14,    ///< sender to the report group: still alive
+  CMD_AOFNAME = 15,   ///< sender to all: the file to open at the end
+};
+
+/// The bytes 0x91 0x02 begin every datagram.
+inline constexpr uint16_t MAGIC = 657;
+inline constexpr size_t HEADER_SIZE = 3;
+
+struct Collect {
+  static constexpr Command COMMAND = CMD_COLLECT;
+};
+
+struct Client {
+  static constexpr Command COMMAND = CMD_CLIENT;
+  uint8_t platform = 0;  ///< 1 on the NT family
+};
+template <>
+inline constexpr auto FIELDS<Client> = std::tuple{Field{"platform", 3, &Client::platform}};
+
+struct Master {
+  static constexpr Command COMMAND = CMD_MASTER;
+  uint32_t state = 0;  ///< not 0: acknowledge with what you miss; 0: leave if you miss nothing
+};
+template <>
+inline constexpr auto FIELDS<Master> = std::tuple{Field{"state", 3, &Master::state}};
+
+struct Release {
+  static constexpr Command COMMAND = CMD_RELEASE;
+  uint8_t allSent = 0;     ///< 1: leave if you miss nothing
+  uint8_t secondPass = 0;  ///< not 0: leave at once
+};
+template <>
+inline constexpr auto FIELDS<Release> =
+    std::tuple{Field{"all sent", 3, &Release::allSent}, Field{"second pass", 4, &Release::secondPass}};
+
+struct Ack {
+  static constexpr Command COMMAND = CMD_ACK;
+  uint32_t file = 0;  ///< 1 to the file count; one more when nothing is wanted
+  uint32_t block = 0;
+};
+template <>
+inline constexpr auto FIELDS<Ack> = std::tuple{Field{"file", 3, &Ack::file}, Field{"block", 7, &Ack::block}};
+
+struct Task {
+  static constexpr Command COMMAND = CMD_TASK;
+  uint32_t totalBlocks = 0;
+  uint32_t fileCount = 0;
+  uint32_t targetFolder = 0;  ///< a special folder, or 0xFFFFFFFF for targetPath
+  NameField targetPath;
+};
+template <>
+inline constexpr auto FIELDS<Task> =
+    std::tuple{Field{"total blocks", 3, &Task::totalBlocks}, Field{"file count", 7, &Task::fileCount},
+               Field{"target folder", 11, &Task::targetFolder}, Field{"target path", 15, &Task::targetPath}};
+
+/// The head of CMD_DATA and CMD_RESEND; the block's bytes follow it.
+struct BlockHead {
+  uint32_t file = 0;
+  uint32_t block = 0;
+  uint32_t lastBlock = 0;
+  uint8_t firstSending = 0;  ///< 1 in CMD_DATA, 0 in CMD_RESEND
+  uint16_t tailSize = 0;
+  NameField name;
+
+  FileShape Shape() const { return {lastBlock, tailSize}; }
+};
+template <>
+inline constexpr auto FIELDS<BlockHead> = std::tuple{Field{"file", 3, &BlockHead::file},
+                                                     Field{"block", 7, &BlockHead::block},
+                                                     Field{"last block", 11, &BlockHead::lastBlock},
+                                                     Field{"first sending", 15, &BlockHead::firstSending},
+                                                     Field{"tail size", 16, &BlockHead::tailSize},
+                                                     Field{"name", 18, &BlockHead::name}};
+
+struct Data {
+  static constexpr Command COMMAND = CMD_DATA;
+  BlockHead head;
+  std::span<const uint8_t> bytes;  ///< All bytes of the block, in the buffer that was parsed.
+};
+
+struct Resend {
+  static constexpr Command COMMAND = CMD_RESEND;
+  BlockHead head;
+  std::span<const uint8_t> bytes;
+};
+
+struct Finish {
+  static constexpr Command COMMAND = CMD_FINISH;
+  uint16_t status = 0;
+};
+template <>
+inline constexpr auto FIELDS<Finish> = std::tuple{Field{"status", 3, &Finish::status}};
+
+struct Stop {
+  static constexpr Command COMMAND = CMD_STOP;
+};
+
+/// The head of CMD_EMPTYDIR; that many name fields follow it.
+struct EmptyDirHead {
+  static constexpr Command COMMAND = CMD_EMPTYDIR;
+  uint32_t count = 0;
+};
+template <>
+inline constexpr auto FIELDS<EmptyDirHead> = std::tuple{Field{"count", 3, &EmptyDirHead::count}};
+
+struct EmptyDir {
+  static constexpr Command COMMAND = CMD_EMPTYDIR;
+  std::vector<NameField> names;  ///< At most EMPTY_DIR_LIMIT.
+};
+
+struct Answer {
+  static constexpr Command COMMAND = CMD_ANSWER;
+  uint32_t missingBlocks = 0;
+};
+template <>
+inline constexpr auto FIELDS<Answer> = std::tuple{Field{"missing blocks", 3, &Answer::missingBlocks}};
+
+struct ServerOs {
+  static constexpr Command COMMAND = CMD_SERVEROS;
+  uint8_t platform = 0;  ///< 1 on the NT family
+};
+template <>
+inline constexpr auto FIELDS<ServerOs> = std::tuple{Field{"platform", 3, &ServerOs::platform}};
+
+struct Report {
+  static constexpr Command COMMAND = CMD_REPORT;
+  uint32_t reserved = 0;
+};
+template <>
+inline constexpr auto FIELDS<Report> = std::tuple{Field{"reserved", 3, &Report::reserved}};
+
+struct AutoOpenName {
+  static constexpr Command COMMAND = CMD_AOFNAME;
+  NameField name;
+};
+template <>
+inline constexpr auto FIELDS<AutoOpenName> = std::tuple{Field{"name", 3, &AutoOpenName::name}};
+
+template <typename Message>
+inline constexpr size_t LENGTH = FixedLength<Message, HEADER_SIZE>();
+
+/// The head of a block datagram, and the largest block datagram.
+inline constexpr size_t BLOCK_HEAD_SIZE = LENGTH<BlockHead>;
+inline constexpr size_t MAX_DATAGRAM = BLOCK_HEAD_SIZE + BLOCK_SIZE;
+
+/// Directories that one CMD_EMPTYDIR announces at most, and the size of the largest: the largest datagram of all.
+inline constexpr size_t EMPTY_DIR_LIMIT = 40;
+inline constexpr size_t MAX_EMPTY_DIR_DATAGRAM = LENGTH<EmptyDirHead> + EMPTY_DIR_LIMIT * WireSize<NameField>();
+
+/// The largest datagram that a receiver sends.
+inline constexpr size_t MAX_REPLY = LENGTH<Ack>;
+
+static_assert(LENGTH<Collect> == 3 && LENGTH<Client> == 4 && LENGTH<Master> == 7 && LENGTH<Release> == 5);
+static_assert(LENGTH<Ack> == 11 && LENGTH<Task> == 539 && LENGTH<Finish> == 5 && LENGTH<Stop> == 3);
+static_assert(LENGTH<Answer> == 7 && LENGTH<ServerOs> == 4 && LENGTH<Report> == 7 && LENGTH<AutoOpenName> == 527);
+static_assert(BLOCK_HEAD_SIZE == 542 && MAX_DATAGRAM == 4796 && MAX_EMPTY_DIR_DATAGRAM == 20967);
+
+// ---- building ----
+
+void WriteHeader(Command command, std::span<uint8_t> datagram);
+
+/// A whole datagram of fixed length; bytes that no field names are zero.
+template <typename Message>
+std::array<uint8_t, LENGTH<Message>> Build(const Message& message) {
+  static_assert(FieldsAscend<Message, HEADER_SIZE>());
+  std::array<uint8_t, LENGTH<Message>> datagram{};
+  WriteHeader(Message::COMMAND, datagram);
+  WriteFields(message, datagram);
+  return datagram;
+}
+
+/// Names beyond the first EMPTY_DIR_LIMIT are left out.
+std::vector<uint8_t> BuildEmptyDir(std::span<const NameField> names);
+
+/// One datagram buffer for a stream of blocks: sending a block allocates nothing. Used by one thread at a time.
+class BlockDatagram {
+ public:
+  /// `command`: CMD_DATA or CMD_RESEND.
+  explicit BlockDatagram(Command command);
+
+  void SetFile(uint32_t number, std::string_view name, FileShape shape);
+  void SetBlock(uint32_t block);
+
+  /// Room for the bytes of one block.
+  std::span<uint8_t> BlockBytes();
+
+  /// The datagram with the first `byteCount` bytes of the block.
+  std::span<const uint8_t> Datagram(size_t byteCount) const;
+
+ private:
+  BlockHead head;
+  std::array<uint8_t, MAX_DATAGRAM> buffer{};
+};
+
+// ---- parsing ----
+
+/// Why a datagram goes no further.
+enum class Reject {
+  WrongMagic,       ///< Not of this system at all.
+  UnknownCommand,   ///< A code that does not exist.
+  NotForThisSide,   ///< A code that only the other side, or another socket, takes.
+  TooShort,         ///< Shorter than its layout.
+  NotFirstSending,  ///< A CMD_DATA that says it is none.
+  FileNumberZero,   ///< Files are numbered from 1.
+  TailOutOfRange,   ///< A last block of BLOCK_SIZE bytes or more.
+  BlockBeyondLast,  ///< A block after its file's last.
+  BlockIncomplete,  ///< Fewer bytes than the block has.
+};
+
+inline constexpr size_t REJECT_REASONS = static_cast<size_t>(Reject::BlockIncomplete) + 1;
+
+std::string_view ToText(Reject reason);
+
+/// Whether the first two bytes are the magic.
+bool HasMagic(std::span<const uint8_t> datagram);
+
+/// What a receiver's data socket takes.
+using FromSender =
+    std::variant<Reject, Collect, Master, Release, Task, Resend, Finish, Stop, EmptyDir, Data, ServerOs, AutoOpenName>;
+FromSender ParseFromSender(std::span<const uint8_t> datagram);
+
+/// What a sender's reply socket takes.
+using FromReceiver = std::variant<Reject, Client, Ack, Finish, Answer>;
+FromReceiver ParseFromReceiver(std::span<const uint8_t> datagram);
+
+/// Whether a receiver's report socket got a heartbeat.
+bool IsReport(std::span<const uint8_t> datagram);
+
+/// One line for logs and traces: the command with its fields, names escaped. Any bytes are allowed.
+std::string Describe(std::span<const uint8_t> datagram);
+
+}  // namespace quorl

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <memory>
+#include <span>
+
+#include "platform/machine.h"
+#include "protocol/endpoints.h"
+
+namespace quorl {
+
+/// The receiver's sockets, and how they are set up: one for everything from the sender and for the replies, one that
+/// hears the sender's heartbeat.
+///
+/// After Open, any thread may send, one thread receives on each socket, and any thread may close.
+class ReceiverSockets {
+ public:
+  enum class SetUp {
+    Ready,
+    Released,  ///< Failed before anything was bound; nothing is left open.
+    TearDown,  ///< Failed later; the receiver is to be torn down as a whole.
+  };
+
+  ReceiverSockets(const Machine& machine, const RoomAddress& room) : machine(machine), room(room) {}
+
+  SetUp Open();
+
+  bool IsDataOpen() const { return dataSocket != nullptr; }
+  bool LeaveDataGroup() { return dataSocket && dataSocket->LeaveGroup(room.group.address, room.localInterface); }
+
+  /// Idempotent. Ends a running receive; later sends fail.
+  void CloseData();
+  void CloseReport();
+
+  bool SendToSender(uint32_t senderAddress, std::span<const uint8_t> datagram) {
+    return dataSocket && dataSocket->Send(datagram, {senderAddress, room.ReplyPort()});
+  }
+  Received ReceiveData(std::span<uint8_t> buffer, Duration limit, Event* interrupt) {
+    return dataSocket ? dataSocket->Receive(buffer, limit, interrupt) : Received{Received::Outcome::Closed, 0, {}};
+  }
+  /// Never waits.
+  Received ReceiveReport(std::span<uint8_t> buffer) {
+    return reportSocket ? reportSocket->Receive(buffer, Duration::zero(), nullptr)
+                        : Received{Received::Outcome::Closed, 0, {}};
+  }
+
+ private:
+  bool OpenData();
+  bool JoinDataGroup();
+  bool OpenReport();
+
+  const Machine& machine;
+  const RoomAddress room;
+  std::shared_ptr<DatagramSocket> dataSocket;
+  std::shared_ptr<DatagramSocket> reportSocket;
+};
+
+}  // namespace quorl
