@@ -1,0 +1,111 @@
+#include "files/selection.h"
+
+#include "tests/files/fake_machine.h"
+
+namespace quorl {
+namespace {
+
+class SelectionTest : public FakeMachineTest {
+ protected:
+  SelectionTest() { files.Directory("C:\\d", {"a.txt", "b.txt", "s/"}); }
+
+  Selection selection{machine};
+};
+
+TEST_F(SelectionTest, RefusesAPathWithItsResultAndItsMessage) {
+  struct Case {
+    std::string path;
+    int32_t result;
+    std::string message;
+  };
+  const Case cases[] = {
+      {"C:\\" + std::string(258, 'x'), 2, "\nQuorl-----File Name Lenght > Max_path in CStringArray!\n"},
+      {"C:", 3, "\nQuorl-----File Name Lenght < 3 in CStringArray!\n"},
+      {"\\\\server\\share", 4, "\nQuorl-----driver error\n"},
+      {"data\\file?", 4, "\nQuorl-----driver error\n"},  // The colon is looked for first.
+      {"C:\\a?b.txt", 5, "\nQuorl-----File Name has illegal char!\n"},
+      {"C:\\dir\\x:y", 5, "\nQuorl-----File Name has illegal char!\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    ASSERT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\kept"), 1);
+    EXPECT_EQ(selection.SetSelectFiles({"C:\\d\\b.txt", c.path, "C:\\d\\a.txt"}, "\\ignored"), c.result);
+    EXPECT_EQ(debug.Take(), c.message);
+    EXPECT_EQ(selection.Lists()->ArrayFileName, std::vector<std::string>{"C:\\d\\b.txt"});
+    EXPECT_TRUE(selection.Lists()->ArraySendFile.empty());
+    EXPECT_TRUE(selection.Lists()->ArrayEmptyDir.empty());
+    EXPECT_EQ(selection.AutoOpenName(), "\\kept");
+  }
+}
+
+TEST_F(SelectionTest, AcceptsPathsAtTheLimitsAndDoesNotExamineTheFirstThreeBytes) {
+  for (const std::string& path : {"C:\\" + std::string(257, 'x'), std::string("C:\\"), std::string("*:?")}) {
+    EXPECT_EQ(selection.SetSelectFiles({path}, ""), 1) << path;
+  }
+  for (const char illegal : std::string("/*?><\"|:")) {
+    EXPECT_EQ(selection.SetSelectFiles({std::string("C:\\x") + illegal}, ""), 5) << illegal;
+  }
+}
+
+TEST_F(SelectionTest, TheLastBackslashOfTheLastPathCutsAllNames) {
+  files.Directory("C:\\data\\photos", {"a.jpg"});
+  const auto nameWithLastPath = [this](const std::string& last) {
+    EXPECT_EQ(selection.SetSelectFiles({"C:\\data\\photos", last}, ""), 1);
+    return selection.Lists()->ArraySendFile.at(0).relativeName;
+  };
+  EXPECT_EQ(nameWithLastPath("C:\\data\\other"), "\\photos\\a.jpg");
+  EXPECT_EQ(nameWithLastPath("D:\\x\\y\\b.txt"), "a\\photos\\a.jpg");
+  EXPECT_EQ(nameWithLastPath("C:gone"), "C:\\data\\photos\\a.jpg");
+}
+
+TEST_F(SelectionTest, AnEmptyArrayClearsTheListsAndNothingElse) {
+  ASSERT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\a.txt"), 1);
+  EXPECT_EQ(selection.SetSelectFiles({}, "\\b.txt"), 1);
+  EXPECT_EQ(debug.Take(), "\nQuorl-----No files in CSringArray!\n");
+  EXPECT_TRUE(selection.Lists()->ArrayFileName.empty());
+  EXPECT_TRUE(selection.Lists()->ArraySendFile.empty());
+  EXPECT_EQ(selection.AutoOpenName(), "\\a.txt");
+}
+
+TEST_F(SelectionTest, ALeftOutNameGivesSevenAndShowsUntilTheNextSelection) {
+  files.Directory("C:\\bad", {"a?b.txt", "good.txt"});
+  ASSERT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\kept"), 1);
+  EXPECT_EQ(selection.GetIsHasInvalidChar(), 0u);
+
+  EXPECT_EQ(selection.SetSelectFiles({"C:\\bad"}, "\\ignored"), 7);
+  EXPECT_EQ(debug.Take(), "");
+  EXPECT_EQ(selection.GetIsHasInvalidChar(), 1u);
+  EXPECT_EQ(selection.AutoOpenName(), "\\kept");
+  EXPECT_EQ(selection.Lists()->ArraySendFile, (std::vector<FileEntry>{{"C:\\bad\\good.txt", "\\bad\\good.txt"}}));
+
+  EXPECT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, ""), 1);
+  EXPECT_EQ(selection.GetIsHasInvalidChar(), 0u);
+}
+
+TEST_F(SelectionTest, AutoOpenNameIsReplacedButOnlyResetClearsIt) {
+  selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\one");
+  selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\two");
+  selection.SetSelectFiles({"C:\\d\\a.txt"}, "");
+  EXPECT_EQ(selection.AutoOpenName(), "\\two");
+
+  files.Directory("C:\\bad", {"a?b.txt"});
+  selection.SetSelectFiles({"C:\\bad"}, "");
+  selection.Reset();
+  EXPECT_EQ(selection.AutoOpenName(), "");
+  EXPECT_EQ(selection.GetIsHasInvalidChar(), 0u);
+}
+
+TEST_F(SelectionTest, SubDirTransHoldsFromTheNextSelectionAndOldListsStayAsTheyWere) {
+  files.Directory("C:\\d\\s", {"deep.txt"});
+  selection.SetSelectFiles({"C:\\d"}, "");
+  const std::shared_ptr<const FileLists> first = selection.Lists();
+  selection.SetSubDirTrans(2);
+  EXPECT_EQ(selection.Lists()->ArraySendFile.size(), 2u);
+  selection.Reset();
+  selection.SetSelectFiles({"C:\\d"}, "");
+  EXPECT_EQ(selection.Lists()->ArraySendFile.size(), 3u);
+  EXPECT_EQ(first->ArraySendFile.size(), 2u);
+}
+
+}  // namespace
+}  // namespace quorl
