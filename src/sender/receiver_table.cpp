@@ -1,0 +1,60 @@
+#include "sender/receiver_table.h"
+
+#include <quorl/quorl.h>
+
+#include <algorithm>
+#include <cassert>
+
+namespace quorl {
+
+void ReceiverTable::AddClient(Endpoint source) {
+  if (FindClient(source.address) != count) return;
+  if (count == CAPACITY) {
+    ++refused;
+    return;
+  }
+  (*this)[count++] = ClientEntry{.addr = source};
+}
+
+void ReceiverTable::TakeAnswer(uint32_t address, uint32_t missing, uint32_t totalBlocks, uint32_t neverTooMuch) {
+  ClientEntry* row = Find(address);
+  if (!row) return;
+  row->missing = missing;
+  if (missing == 0) {
+    row->noTurn = true;
+    row->complete = true;
+  } else if (missing > neverTooMuch && totalBlocks != 0 && uint64_t{missing} * 10 > uint64_t{totalBlocks} * 3) {
+    row->noTurn = true;
+    row->status = QUORL_STATUS_TOO_MUCH_MISSING;
+  }
+}
+
+void ReceiverTable::BeginTransfer() {
+  for (ClientEntry& row : rows) row = ClientEntry{.addr = row.addr};
+}
+
+int32_t ReceiverTable::FindClient(uint32_t address) const {
+  const auto used = rows.begin() + count;
+  const auto found = std::find_if(rows.begin(), used, [&](const auto& row) { return row.addr.address == address; });
+  return static_cast<int32_t>(found - rows.begin());
+}
+
+ClientEntry* ReceiverTable::Find(uint32_t address) {
+  const int32_t index = FindClient(address);
+  return index == count ? nullptr : &(*this)[index];
+}
+
+ClientEntry& ReceiverTable::operator[](int32_t index) {
+  assert(index >= 0 && index < CAPACITY);
+  return rows[static_cast<size_t>(index)];
+}
+
+const ClientEntry& ReceiverTable::operator[](int32_t index) const {
+  return const_cast<ReceiverTable&>(*this)[index];
+}
+
+bool ReceiverTable::AllAnswered() const {
+  return std::all_of(rows.begin(), rows.begin() + count, [](const auto& row) { return row.HasAnswered(); });
+}
+
+}  // namespace quorl

@@ -1,0 +1,183 @@
+// The flow control of the robust profile. It speaks the same datagrams as the classic one, but every lost one is cured:
+//
+// - Only the current master's requests count, and they count from the moment it was named; datagrams from addresses
+//   outside the table are ignored. So nobody else can make a master look alive or stalled.
+// - A master that has not been heard since it was named gets CMD_MASTER (1) again. One that asks but does not come on
+//   gets it too, since every receiver answers it with what it lacks at that moment: it may have been the request that
+//   was lost. One that lacks nothing gets CMD_MASTER (0) again.
+// - Nothing can be complete before the stream is out: what says so is a late copy from an earlier transfer.
+// - A receiver that says it is complete is, whenever and however often it says so; a failure that it reports sticks.
+// - Every receiver that is given up is marked, gets one more turn in the second pass, and is reported if that
+//   fails too. So no receiver is left incomplete without a status, and the repair is bounded: two turns for each row.
+// - CMD_RELEASE never carries the second-pass byte: it would send a receiver away that still lacks blocks.
+#include "sender/robust_flow.h"
+
+#include <quorl/quorl.h>
+
+namespace quorl {
+
+namespace {
+
+// Cycles of about 500 ms in which nothing new has come from the master.
+constexpr int IDLE_REPEAT = 2;        ///< One that has been heard gets CMD_MASTER again from this one on.
+constexpr int IDLE_MAX = 8;           ///< After these it is given up,
+constexpr int IDLE_COMPLETE_MAX = 3;  ///< or taken as complete if its last word was that it lacks nothing.
+
+// Blocks. Repairs of this size are done in a moment, whatever share of the transfer they are: of a single block, one
+// lost datagram would be all.
+constexpr uint32_t SMALL_REPAIR = 1000;
+
+}  // namespace
+
+void RobustFlow::StreamSent() {
+  if (phase == Phase::Streaming) phase = Phase::Answering;
+}
+
+bool RobustFlow::HandOver(Orders& orders) {
+  if (phase == Phase::Over) return false;
+  phase = Phase::Repairing;
+  return NameMaster(-1, orders);
+}
+
+bool RobustFlow::TakeAck(const Ack& ack, Endpoint from, Orders& orders) {
+  ClientEntry* row = table.Find(from.address);
+  if (!row || !HasMaster() || ack.file == 0) return true;
+  const bool wantsNothing = ack.file > fileCount;
+  if (!IsMaster(*row)) {
+    orders.push_back(SendReleaseOrder{from, Release{static_cast<uint8_t>(wantsNothing ? 1 : 0), 0}});
+    return true;
+  }
+  progress.ackFile = ack.file;
+  progress.ackBlock = ack.block;
+  if (wantsNothing) {
+    SendMaster(0, orders);
+  } else {
+    orders.push_back(ResendOrder{ack.file, ack.block});
+  }
+  return true;
+}
+
+bool RobustFlow::TakeFinish(uint16_t status, Endpoint from, Orders& orders) {
+  ClientEntry* row = table.Find(from.address);
+  if (!row || phase == Phase::Over) return true;
+  if (status != 0) return TakeFailure(*row, status, orders);
+  return !IsStreamSent() || TakeCompletion(*row, orders);
+}
+
+bool RobustFlow::TakeAnswer(uint32_t missing, Endpoint from, Orders& orders) {
+  ClientEntry* row = table.Find(from.address);
+  // A late copy must not undo what has happened since.
+  if (!row || !IsStreamSent() || row->HasAnswered()) return true;
+  table.TakeAnswer(from.address, missing, totalBlocks, SMALL_REPAIR);
+  return missing != 0 || TakeCompletion(*row, orders);
+}
+
+bool RobustFlow::TakeCompletion(ClientEntry& row, Orders& orders) {
+  row.complete = true;
+  row.noTurn = true;
+  row.needsTurn = false;
+  if (!row.reportedFailure) row.status = 0;
+  return !IsMaster(row) || NameMaster(masterIndex, orders);
+}
+
+bool RobustFlow::TakeFailure(ClientEntry& row, uint16_t status, Orders& orders) {
+  if (row.reportedFailure && row.status == status) return true;
+  if (!row.reportedFailure) ++failedCount;
+  row.reportedFailure = true;
+  row.needsTurn = false;
+  row.status = status;
+  orders.push_back(ClientErrorOrder{status, row.addr.address});
+  if (failedCount >= table.Count()) return End(0, orders);
+  return !IsMaster(row) || NameMaster(masterIndex, orders);
+}
+
+WatchNext RobustFlow::Watch(Orders& orders) {
+  if (!HasMaster()) return WatchNext::End;
+  if (progress != watched) {
+    watched = progress;
+    idleCycles = 0;
+    return WatchNext::Pause;
+  }
+  ++idleCycles;
+  const bool heard = progress.ackFile != 0;
+  const bool wantsNothing = progress.ackFile > fileCount;
+  if (idleCycles > (wantsNothing ? IDLE_COMPLETE_MAX : IDLE_MAX)) {
+    GiveUpMaster(wantsNothing);
+    if (!NameMaster(masterIndex, orders)) return WatchNext::End;
+    watched = progress;
+    idleCycles = 0;
+    return WatchNext::Pause;
+  }
+  if (!heard || idleCycles >= IDLE_REPEAT) SendMaster(wantsNothing ? 0 : 1, orders);
+  return WatchNext::Pause;
+}
+
+std::optional<int32_t> RobustFlow::CurrentMaster() const {
+  return HasMaster() ? std::optional(masterIndex) : std::nullopt;
+}
+
+void RobustFlow::SendMaster(uint32_t state, Orders& orders) const {
+  orders.push_back(SendMasterOrder{table[masterIndex].addr, state});
+}
+
+/// The next master after row `current`. False when none is left and the transfer is over.
+bool RobustFlow::NameMaster(int32_t current, Orders& orders) {
+  masterIndex = NextMaster(current);
+  if (masterIndex == table.Count()) {
+    ReportUnserved();
+    return End(EndCode(), orders);
+  }
+  table[masterIndex].needsTurn = false;
+  progress = {progress.turn + 1, 0, 0};
+  SendMaster(1, orders);
+  return true;
+}
+
+int32_t RobustFlow::NextMaster(int32_t current) {
+  const int32_t count = table.Count();
+  if (!secondPass) {
+    for (int32_t next = current + 1; next < count; ++next)
+      if (table[next].IsCandidate()) return next;
+    secondPass = true;
+    current = -1;
+  }
+  for (int32_t next = current + 1; next < count; ++next)
+    if (table[next].needsTurn) return next;
+  return count;
+}
+
+void RobustFlow::GiveUpMaster(bool wantsNothing) {
+  ClientEntry& row = table[masterIndex];
+  if (wantsNothing) {
+    row.complete = true;
+    row.noTurn = true;
+    if (!row.reportedFailure) row.status = 0;
+    return;
+  }
+  if (!row.reportedFailure) row.status = QUORL_STATUS_TIMED_OUT;
+  row.needsTurn = !secondPass && !row.reportedFailure;
+}
+
+/// Who came into the table too late for a turn is not complete as far as anybody knows.
+void RobustFlow::ReportUnserved() {
+  for (int32_t i = 0; i < table.Count(); ++i)
+    if (!table[i].complete && table[i].status == 0) table[i].status = QUORL_STATUS_TIMED_OUT;
+}
+
+bool RobustFlow::End(uint32_t code, Orders& orders) {
+  phase = Phase::Over;
+  orders.push_back(EndOrder{code});
+  return false;
+}
+
+/// A room in which nobody came to the end, and somebody was given up, has timed out as a whole.
+uint32_t RobustFlow::EndCode() const {
+  bool givenUp = false;
+  for (int32_t i = 0; i < table.Count(); ++i) {
+    if (table[i].complete) return QUORL_STATUS_DONE;
+    givenUp = givenUp || table[i].status == QUORL_STATUS_TIMED_OUT;
+  }
+  return givenUp ? QUORL_STATUS_TIMED_OUT : QUORL_STATUS_DONE;
+}
+
+}  // namespace quorl
