@@ -1,0 +1,69 @@
+#include "receiver/ctrans_client.h"
+
+#include <utility>
+
+#include "receiver/receiver_session.h"
+
+namespace quorl {
+
+CTransClient::CTransClient(const Machine& machine) : machine(machine) {}
+
+CTransClient::~CTransClient() = default;
+
+uint32_t CTransClient::InitClient(QuorlWindow hostWindow, uint32_t groupAddress, uint32_t groupPort,
+                                  uint32_t localInterface) {
+  // One receiver at a time: whatever an earlier call left is closed first.
+  if (const auto earlier = Exchange(nullptr)) earlier->CloseAll();
+  std::shared_ptr<ReceiverSession> fresh;
+  {
+    const std::scoped_lock locked(lock);
+    fresh = std::make_shared<ReceiverSession>(
+        machine, hostWindow, RoomAddress::From(groupAddress, groupPort, localInterface), profile, receiveRoot);
+  }
+  if (!fresh->PrepareEvents()) return 0;
+  const bool opened = fresh->OpenSockets();
+  if (const auto other = Exchange(std::move(fresh))) other->CloseAll();
+  return opened ? 1 : 0;
+}
+
+uint32_t CTransClient::DeInitClient() {
+  if (const auto current = Session()) current->CloseAll();
+  return 1;
+}
+
+uint32_t CTransClient::StartReceive() {
+  if (const auto current = Session()) current->StartReceive();
+  return 1;
+}
+
+uint32_t CTransClient::StopReceive() {
+  return 1;
+}
+
+void CTransClient::SetProfile(Profile newProfile) {
+  const std::scoped_lock locked(lock);
+  profile = newProfile;
+}
+
+void CTransClient::SetReceiveRoot(const std::string& drivePath) {
+  const std::scoped_lock locked(lock);
+  receiveRoot = drivePath;
+  if (session) session->SetReceiveRoot(drivePath);
+}
+
+ReceiveState CTransClient::GetState() {
+  const auto current = Session();
+  return current ? current->GetState() : ReceiveState{};
+}
+
+std::shared_ptr<ReceiverSession> CTransClient::Session() {
+  const std::scoped_lock locked(lock);
+  return session;
+}
+
+std::shared_ptr<ReceiverSession> CTransClient::Exchange(std::shared_ptr<ReceiverSession> next) {
+  const std::scoped_lock locked(lock);
+  return std::exchange(session, std::move(next));
+}
+
+}  // namespace quorl
