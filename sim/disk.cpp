@@ -1,0 +1,256 @@
+#include "sim/disk.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cctype>
+
+namespace quorl::sim {
+
+namespace {
+
+constexpr uint64_t TERABYTE = uint64_t{1} << 40;
+
+char Letter(char letter) {
+  return static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+}
+
+}  // namespace
+
+struct SimDisk::Node {
+  std::map<std::string, std::unique_ptr<Node>> children;
+  std::shared_ptr<FileContent> content;  ///< Nothing: a directory.
+
+  bool IsDirectory() const { return content == nullptr; }
+};
+
+struct SimDisk::Drive {
+  DriveType type = DriveType::Fixed;
+  uint64_t freeBytes = TERABYTE;
+  Node root{};
+};
+
+SimDisk::SimDisk(Patterns& patterns) : patterns(patterns) {
+  AddDrive('C', DriveType::Fixed);
+}
+
+SimDisk::~SimDisk() = default;
+
+void SimDisk::Write(const std::string& path, std::span<const uint8_t> bytes) {
+  auto& content = ContentAt(path);
+  *content = FileContent();
+  content->WriteAt(0, bytes, patterns);
+}
+
+void SimDisk::Write(const std::string& path, std::string_view text) {
+  Write(path, Bytes(text.begin(), text.end()));
+}
+
+void SimDisk::WriteSynthetic(const std::string& path, uint64_t length, uint64_t seed) {
+  if (std::find(patterns.begin(), patterns.end(), seed) == patterns.end()) patterns.push_back(seed);
+  *ContentAt(path) = FileContent(seed, length);
+}
+
+std::optional<Bytes> SimDisk::Read(const std::string& path) const {
+  const Node* const node = Find(Locate(path));
+  if (node == nullptr || node->IsDirectory()) return std::nullopt;
+  Bytes bytes(node->content->Length());
+  node->content->ReadAt(0, bytes);
+  return bytes;
+}
+
+std::optional<uint64_t> SimDisk::Length(const std::string& path) const {
+  const Node* const node = Find(Locate(path));
+  if (node == nullptr || node->IsDirectory()) return std::nullopt;
+  return node->content->Length();
+}
+
+void SimDisk::MakeDirectory(const std::string& path) {
+  [[maybe_unused]] const Node* const made = MakeDirectories(Locate(path), false);
+  assert(made != nullptr && "a file or a missing drive is in the way");
+}
+
+void SimDisk::Remove(const std::string& path) {
+  Place place = Locate(path);
+  if (place.names.empty()) return;
+  const std::string name = place.names.back();
+  place.names.pop_back();
+  if (Node* const parent = Find(place)) parent->children.erase(name);
+}
+
+std::vector<std::string> SimDisk::List(const std::string& path) const {
+  std::vector<std::string> names;
+  if (const Node* const node = Find(Locate(path))) ListInto(*node, "", names);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::map<std::string, Bytes> SimDisk::Tree(const std::string& path) const {
+  std::map<std::string, Bytes> tree;
+  for (const std::string& name : List(path))
+    if (auto bytes = Read(path + "\\" + name)) tree.emplace(name, std::move(*bytes));
+  return tree;
+}
+
+bool SimDisk::SameTree(const std::string& path, const SimDisk& other, const std::string& otherPath) const {
+  const Node* const mine = Find(Locate(path));
+  const Node* const others = Find(other.Locate(otherPath));
+  return mine != nullptr && others != nullptr && SameNodes(*mine, *others);
+}
+
+void SimDisk::AddDrive(char letter, DriveType type) {
+  auto& drive = drives[Letter(letter)];
+  drive = std::make_unique<Drive>();
+  drive->type = type;
+}
+
+void SimDisk::SetDriveType(DriveType type, char letter) {
+  drives.at(Letter(letter))->type = type;
+}
+
+void SimDisk::SetFreeBytes(uint64_t bytes, char letter) {
+  drives.at(Letter(letter))->freeBytes = bytes;
+}
+
+std::optional<std::vector<DirectoryEntry>> SimDisk::Entries(const std::string& path) const {
+  const Place place = Locate(path);
+  const Node* const node = Find(place);
+  if (node == nullptr || !node->IsDirectory() || IsRefused(place.names)) return std::nullopt;
+  std::vector<DirectoryEntry> entries;
+  for (const auto& [name, child] : node->children) entries.push_back({name, child->IsDirectory()});
+  return entries;
+}
+
+bool SimDisk::IsFile(const std::string& path) const {
+  const Node* const node = Find(Locate(path));
+  return node != nullptr && !node->IsDirectory();
+}
+
+SimDisk::Handle SimDisk::OpenToRead(const std::string& path) const {
+  const Place place = Locate(path);
+  const Node* const node = Find(place);
+  if (node == nullptr || IsRefused(place.names)) return {};
+  return {node->content, place.drive};
+}
+
+void SimDisk::MakeDirectories(const std::string& base, const std::vector<std::string>& names) {
+  Place place = Locate(base);
+  place.names.insert(place.names.end(), names.begin(), names.end());
+  MakeDirectories(place, true);
+}
+
+SimDisk::Handle SimDisk::OpenToWrite(const std::string& base, const std::vector<std::string>& names,
+                                     WhenMissing whenMissing) {
+  Place place = Locate(base);
+  place.names.insert(place.names.end(), names.begin(), names.end());
+  if (names.empty() || IsRefused(place.names)) return {};
+  if (Node* const file = Find(place)) return {file->content, file->IsDirectory() ? nullptr : place.drive};
+  const std::string name = place.names.back();
+  place.names.pop_back();
+  Node* const parent = Find(place);
+  if (whenMissing == WhenMissing::Fail || parent == nullptr || !parent->IsDirectory()) return {};
+  auto& file = parent->children[name];
+  file = std::make_unique<Node>();
+  file->content = std::make_shared<FileContent>();
+  return {file->content, place.drive};
+}
+
+bool SimDisk::IsStillAt(const std::string& path, const Handle& file) const {
+  const Node* const node = Find(Locate(path));
+  return node != nullptr && node->content == file.content;
+}
+
+bool SimDisk::WriteAt(const Handle& file, uint64_t offset, std::span<const uint8_t> bytes) {
+  const uint64_t end = offset + bytes.size();
+  const uint64_t growth = end > file.content->Length() ? end - file.content->Length() : 0;
+  if (growth > file.drive->freeBytes) return false;
+  file.drive->freeBytes -= growth;
+  file.content->WriteAt(offset, bytes, patterns);
+  return true;
+}
+
+DriveType SimDisk::TypeOf(const std::string& path) const {
+  const Place place = Locate(path);
+  return place.drive == nullptr ? DriveType::NoRoot : place.drive->type;
+}
+
+std::optional<uint64_t> SimDisk::FreeBytes(const std::string& path) const {
+  const Place place = Locate(path);
+  if (place.drive == nullptr) return std::nullopt;
+  return place.drive->freeBytes;
+}
+
+SimDisk::Place SimDisk::Locate(const std::string& path) const {
+  const bool hasLetter = path.size() >= 2 && path[1] == ':';
+  const auto drive = drives.find(hasLetter ? Letter(path[0]) : 'C');
+  Place place;
+  if (drive != drives.end()) place.drive = drive->second.get();
+  std::string_view rest = std::string_view(path).substr(hasLetter ? 2 : 0);
+  while (!rest.empty()) {
+    const size_t end = std::min(rest.find_first_of("\\/"), rest.size());
+    const std::string_view name = rest.substr(0, end);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+    if (name == "..") {
+      if (!place.names.empty()) place.names.pop_back();
+    } else if (!name.empty() && name != ".") {
+      place.names.emplace_back(name);
+    }
+  }
+  return place;
+}
+
+SimDisk::Node* SimDisk::Find(const Place& place) {
+  Node* node = place.drive == nullptr ? nullptr : &place.drive->root;
+  for (auto name = place.names.begin(); node != nullptr && name != place.names.end(); ++name) {
+    const auto child = node->children.find(*name);
+    node = child == node->children.end() ? nullptr : child->second.get();
+  }
+  return node;
+}
+
+SimDisk::Node* SimDisk::MakeDirectories(const Place& place, bool mayRefuse) {
+  if (place.drive == nullptr) return nullptr;
+  Node* node = &place.drive->root;
+  for (const std::string& name : place.names) {
+    if (!node->IsDirectory() || (mayRefuse && IsRefused({name}))) return nullptr;
+    auto& child = node->children[name];
+    if (!child) child = std::make_unique<Node>();
+    node = child.get();
+  }
+  return node->IsDirectory() ? node : nullptr;
+}
+
+std::shared_ptr<FileContent>& SimDisk::ContentAt(const std::string& path) {
+  Place place = Locate(path);
+  assert(!place.names.empty() && "a file has a name");
+  const std::string name = place.names.back();
+  place.names.pop_back();
+  Node* const parent = MakeDirectories(place, false);
+  assert(parent != nullptr && "a file or a missing drive is in the way");
+  auto& file = parent->children[name];
+  if (!file) file = std::make_unique<Node>();
+  assert(file->children.empty() && "a directory is in the way");
+  if (!file->content) file->content = std::make_shared<FileContent>();
+  return file->content;
+}
+
+bool SimDisk::IsRefused(const std::vector<std::string>& names) const {
+  return isRefused && std::any_of(names.begin(), names.end(), isRefused);
+}
+
+void SimDisk::ListInto(const Node& directory, const std::string& prefix, std::vector<std::string>& names) {
+  for (const auto& [name, child] : directory.children) {
+    names.push_back(prefix + name);
+    ListInto(*child, names.back() + "\\", names);
+  }
+}
+
+bool SimDisk::SameNodes(const Node& a, const Node& b) {
+  if (a.IsDirectory() != b.IsDirectory()) return false;
+  if (!a.IsDirectory()) return a.content->SameAs(*b.content);
+  return std::equal(a.children.begin(), a.children.end(), b.children.begin(), b.children.end(),
+                    [](const auto& mine, const auto& others) {
+                      return mine.first == others.first && SameNodes(*mine.second, *others.second);
+                    });
+}
+
+}  // namespace quorl::sim

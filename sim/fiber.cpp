@@ -1,0 +1,71 @@
+#include "sim/fiber.h"
+
+#include <cxxabi.h>
+
+#include <cassert>
+#include <cstdlib>
+#include <utility>
+
+#include "sim/sanitizers.h"
+#include "sim/stacks.h"
+
+namespace quorl::sim {
+
+namespace {
+
+// The fiber that runs in this thread of the operating system.
+thread_local Fiber* running = nullptr;
+
+}  // namespace
+
+Fiber::Fiber(std::function<void()> body) : body(std::move(body)), stack(TakeStack()) {
+  inside.Prepare(stack, &Fiber::Enter);
+  insideThread = MakeSanitizerThread();
+}
+
+Fiber::~Fiber() {
+  assert((ended || !begun) && "a fiber is destroyed in the middle of its body");
+  DestroySanitizerThread(insideThread);
+  GiveStackBack(stack);
+}
+
+void Fiber::Resume() {
+  assert(running == nullptr && !ended);
+  running = this;
+  begun = true;
+  outsideThread = CurrentSanitizerThread();
+  SwapExceptions();
+  StartStackSwitch(&outsideFakeStack, stack.data(), stack.size());
+  SwitchSanitizerThread(insideThread);
+  Context::Switch(outside, inside);
+  FinishStackSwitch(outsideFakeStack, nullptr, nullptr);
+  SwapExceptions();
+  running = nullptr;
+}
+
+void Fiber::Suspend() {
+  assert(running == this);
+  StartStackSwitch(&insideFakeStack, outsideBottom, outsideSize);
+  SwitchSanitizerThread(outsideThread);
+  Context::Switch(inside, outside);
+  FinishStackSwitch(insideFakeStack, &outsideBottom, &outsideSize);
+}
+
+void Fiber::Enter() noexcept {
+  Fiber& self = *running;
+  FinishStackSwitch(nullptr, &self.outsideBottom, &self.outsideSize);
+  self.body();
+  self.body = nullptr;
+  self.ended = true;
+  StartStackSwitch(nullptr, self.outsideBottom, self.outsideSize);
+  SwitchSanitizerThread(self.outsideThread);
+  Context::Switch(self.inside, self.outside);
+  std::abort();
+}
+
+void Fiber::SwapExceptions() {
+  auto& current = *reinterpret_cast<Exceptions*>(abi::__cxa_get_globals());
+  std::swap(current, exceptions);
+}
+
+}  // namespace quorl::sim

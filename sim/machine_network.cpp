@@ -1,0 +1,36 @@
+#include "sim/machine_network.h"
+
+#include <algorithm>
+
+#include "sim/machine.h"
+#include "sim/socket.h"
+
+namespace quorl::sim {
+
+bool MachineNetwork::Start() {
+  if (machine.Fails(Seam::Network, "network.start")) return false;
+  ++starts;
+  return true;
+}
+
+std::shared_ptr<DatagramSocket> MachineNetwork::OpenDatagramSocket() {
+  if (machine.Fails(Seam::Network, "network.open")) return nullptr;
+  std::erase_if(sockets, [](const auto& socket) { return socket.expired(); });
+  auto socket = std::make_shared<SimSocket>(machine, network);
+  sockets.push_back(socket);
+  return socket;
+}
+
+size_t MachineNetwork::OpenSockets() const {
+  return static_cast<size_t>(std::count_if(sockets.begin(), sockets.end(), [](const auto& weak) {
+    const auto socket = weak.lock();
+    return socket && socket->IsOpen();
+  }));
+}
+
+void MachineNetwork::CloseAll() {
+  for (const auto& weak : sockets)
+    if (const auto socket = weak.lock()) socket->Close();
+}
+
+}  // namespace quorl::sim

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "platform/network.h"
+#include "sim/network.h"
+
+namespace quorl::sim {
+
+class SimMachine;
+
+/// The socket library of a machine.
+class MachineNetwork : public Network {
+ public:
+  MachineNetwork(SimMachine& machine, SimNetwork& network) : machine(machine), network(network) {}
+
+  bool Start() override;
+  void Stop() override { --starts; }
+  std::shared_ptr<DatagramSocket> OpenDatagramSocket() override;
+
+  size_t OpenSockets() const;
+  int Starts() const { return starts; }
+  void CloseAll();
+
+ private:
+  SimMachine& machine;
+  SimNetwork& network;
+  int starts = 0;
+  std::vector<std::weak_ptr<SimSocket>> sockets;
+};
+
+}  // namespace quorl::sim

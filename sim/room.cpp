@@ -1,0 +1,162 @@
+#include "sim/room.h"
+
+#include <algorithm>
+
+#include "protocol/endpoints.h"
+
+namespace quorl::sim {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr uint32_t SENDER_ADDRESS = Ipv4(10, 0, 0, 1);
+constexpr uint32_t LITERAL_TARGET = 0xFFFFFFFF;
+
+uint32_t ReceiverAddress(size_t index) {
+  return Ipv4(10, 0, static_cast<uint8_t>(1 + index / 200), static_cast<uint8_t>(1 + index % 200));
+}
+
+bool IsComplete(const RecordedMessage& message) {
+  return message.number == WM_TRANS_STATUS && message.wParam == QUORL_STATUS_DONE && message.lParam != 0;
+}
+
+}  // namespace
+
+Room::Room(const RoomOptions& options)
+    : seed(options.seed),
+      world(options.seed),
+      sender(world.AddMachine("sender", SENDER_ADDRESS)),
+      server(sender.Seam()),
+      senderWindow(sender.MakeWindow()),
+      receiverProfile(options.receiverProfile) {
+  server.SetProfile(options.senderProfile);
+  for (size_t index = 0; index < options.receivers; ++index) {
+    SimMachine& machine = world.AddMachine("receiver" + std::to_string(index), ReceiverAddress(index));
+    receivers.push_back({&machine, std::make_unique<CTransClient>(machine.Seam()), machine.MakeWindow()});
+    receivers.back().client->SetProfile(options.receiverProfile);
+  }
+  sender.Disk().MakeDirectory(SOURCE);
+}
+
+void Room::File(const std::string& name, uint64_t size) {
+  uint64_t content = Mix(seed);
+  for (const char character : name) content = Mix(content + static_cast<uint8_t>(character));
+  for (SimDisk* disk : {&sender.Disk(), &originals}) disk->WriteSynthetic(SOURCE + ("\\" + name), size, content);
+  names.push_back(name);
+}
+
+bool Room::StartReceivers() {
+  bool started = true;
+  for (size_t index = 0; index < receivers.size(); ++index) started = StartReceiver(index) && started;
+  return started;
+}
+
+void Room::ConfineReceivers() {
+  confined = true;
+  for (const Place& place : receivers) {
+    place.machine->Disk().MakeDirectory(TARGET);
+    place.client->SetReceiveRoot(TARGET);
+  }
+}
+
+bool Room::RestartReceiver(size_t index) {
+  Place& place = receivers.at(index);
+  world.RunUntil([&] { return place.machine->RunningThreads() == 0; }, Duration::zero());
+  place.client.reset();
+  place.machine->PowerOn();
+  place.client = std::make_unique<CTransClient>(place.machine->Seam());
+  place.client->SetProfile(receiverProfile);
+  if (confined) place.client->SetReceiveRoot(TARGET);
+  return StartReceiver(index);
+}
+
+bool Room::StartReceiver(size_t index) {
+  Place& place = receivers.at(index);
+  place.firstMessage = place.machine->Messages().size();
+  bool started = false;
+  place.machine->Call([&] {
+    started = place.client->InitClient(place.window, 0, 0, place.machine->Address()) == 1;
+    if (started) place.client->StartReceive();
+  });
+  return started;
+}
+
+bool Room::Send() {
+  std::vector<std::string> paths;
+  const auto entries = sender.Disk().Entries(SOURCE).value();
+  for (const DirectoryEntry& entry : entries) paths.push_back(SOURCE + ("\\" + entry.name));
+  bool started = false;
+  sender.Call([&] {
+    if (server.InitServer(senderWindow, 0, 0, sender.Address()) != 1) return;
+    server.SetSubDirTrans(1);
+    server.SetTargetPath(LITERAL_TARGET, TARGET);
+    if (server.SetSelectFiles(paths, "") != 1) return;
+    server.StartSend();
+    started = true;
+  });
+  return started;
+}
+
+bool Room::RunUntilQuiet(Duration limit) {
+  const Moment deadline = world.Now() + limit;
+  const auto isQuiet = [&] {
+    for (size_t index = 0; index < receivers.size(); ++index)
+      if (!IsReceiverThrough(index)) return false;
+    return IsSenderThrough();
+  };
+  while (!isQuiet()) {
+    if (world.Now() >= deadline) return false;
+    world.RunFor(std::min<Duration>(50ms, deadline - world.Now()));
+  }
+  world.RunFor(1s);
+  return true;
+}
+
+bool Room::IsSenderThrough() {
+  return sender.IsOff() || server.GetState().phase == SendPhase::Ended;
+}
+
+bool Room::IsReceiverThrough(size_t index) {
+  if (Receiver(index).RunningThreads() == 0) return true;
+  const ReceivePhase phase = Client(index).GetState().phase;
+  return phase == ReceivePhase::Complete || phase == ReceivePhase::Failed || phase == ReceivePhase::Stopped;
+}
+
+bool Room::TreesIdentical(size_t index) const {
+  return receivers.at(index).machine->Disk().SameTree(TARGET, sender.Disk(), SOURCE);
+}
+
+bool Room::HoldsAllFiles(size_t index) const {
+  const SimDisk& disk = receivers.at(index).machine->Disk();
+  return std::all_of(names.begin(), names.end(), [&](const std::string& name) {
+    return disk.SameTree(TARGET + ("\\" + name), originals, SOURCE + ("\\" + name));
+  });
+}
+
+bool Room::WasToldComplete(size_t index) const {
+  const auto& messages = receivers.at(index).machine->Messages();
+  const auto first = messages.begin() + static_cast<std::ptrdiff_t>(receivers.at(index).firstMessage);
+  return std::any_of(first, messages.end(), IsComplete);
+}
+
+std::map<size_t, uint32_t> Room::FailedReceivers() {
+  std::vector<uint32_t> buffer(401);
+  server.GetErrInfo(buffer.data());
+  std::map<size_t, uint32_t> failed;
+  for (size_t row = 0; row < buffer[0]; ++row) {
+    const auto isIt = [&](const Place& place) { return place.machine->Address() == buffer[1 + 2 * row]; };
+    const auto receiver = std::find_if(receivers.begin(), receivers.end(), isIt);
+    failed.emplace(receiver - receivers.begin(), buffer[2 + 2 * row]);
+  }
+  return failed;
+}
+
+std::vector<uint32_t> Room::Statuses(const SimMachine& machine) {
+  std::vector<uint32_t> statuses;
+  for (const RecordedMessage& message : machine.Messages())
+    if (message.number == WM_TRANS_STATUS) statuses.push_back(static_cast<uint32_t>(message.wParam));
+  return statuses;
+}
+
+}  // namespace quorl::sim

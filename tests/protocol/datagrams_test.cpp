@@ -1,0 +1,222 @@
+// Whole datagrams against their bytes, in both directions, and everything that is turned away at the edge.
+#include "protocol/datagrams.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "protocol/wire_size.h"
+
+namespace quorl {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes FromHex(const std::string& text) {
+  Bytes bytes;
+  std::istringstream digits(text);
+  for (std::string pair; digits >> pair;) bytes.push_back(static_cast<uint8_t>(std::stoul(pair, nullptr, 16)));
+  return bytes;
+}
+
+template <typename Range>
+Bytes ToBytes(const Range& range) {
+  return Bytes(range.begin(), range.end());
+}
+
+/// A name field as it stands on the wire.
+Bytes NameBytes(std::string_view name) {
+  Bytes field(NAME_TEXT_SIZE, 0);
+  std::copy(name.begin(), name.end(), field.begin());
+  const auto length = static_cast<uint32_t>(name.size() + 1);
+  for (int i = 0; i < 4; ++i) field.push_back(static_cast<uint8_t>(length >> (8 * i)));
+  return field;
+}
+
+Bytes operator+(Bytes left, const Bytes& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+Reject RejectOf(const FromSender& parsed) {
+  EXPECT_TRUE(std::holds_alternative<Reject>(parsed));
+  return std::holds_alternative<Reject>(parsed) ? std::get<Reject>(parsed) : Reject{-1};
+}
+
+Bytes BlockBytes(Command command, uint32_t file, uint32_t block, uint32_t last, uint8_t first, uint16_t tail,
+                 size_t dataBytes) {
+  Bytes datagram = {0x91, 0x02, command};
+  for (const uint32_t value : {file, block, last})
+    for (int i = 0; i < 4; ++i) datagram.push_back(static_cast<uint8_t>(value >> (8 * i)));
+  datagram = datagram + Bytes{first, static_cast<uint8_t>(tail), static_cast<uint8_t>(tail >> 8)};
+  return datagram + NameBytes("\\a") + Bytes(dataBytes, 0x5A);
+}
+
+TEST(Datagrams, FixedOnesHaveTheirBytes) {
+  EXPECT_EQ(ToBytes(Build(Collect{})), FromHex("91 02 01"));
+  EXPECT_EQ(ToBytes(Build(Client{1})), FromHex("91 02 02 01"));
+  EXPECT_EQ(ToBytes(Build(Master{1})), FromHex("91 02 03 01 00 00 00"));
+  EXPECT_EQ(ToBytes(Build(Release{1, 2})), FromHex("91 02 04 01 02"));
+  EXPECT_EQ(ToBytes(Build(Ack{1, 5})), FromHex("91 02 05 01 00 00 00 05 00 00 00"));
+  EXPECT_EQ(ToBytes(Build(Ack{0x01020304, 0xA0B0C0D0})), FromHex("91 02 05 04 03 02 01 D0 C0 B0 A0"));
+  EXPECT_EQ(ToBytes(Build(Finish{1002})), FromHex("91 02 08 EA 03"));
+  EXPECT_EQ(ToBytes(Build(Stop{})), FromHex("91 02 09"));
+  EXPECT_EQ(ToBytes(Build(Answer{300})), FromHex("91 02 0C 2C 01 00 00"));
+  EXPECT_EQ(ToBytes(Build(ServerOs{1})), FromHex("91 02 0D 01"));
+  EXPECT_EQ(ToBytes(Build(Report{})), FromHex("91 02 0E 00 00 00 00"));
+}
+
+TEST(Datagrams, NamesTravelInTheirFields) {
+  const Bytes task = FromHex("91 02 06 04 00 00 00 02 00 00 00 FF FF FF FF") + NameBytes("C:\\in");
+  EXPECT_EQ(ToBytes(Build(Task{4, 2, 0xFFFFFFFF, NameField::From("C:\\in")})), task);
+  const FromSender parsed = ParseFromSender(task);
+  ASSERT_TRUE(std::holds_alternative<Task>(parsed));
+  EXPECT_EQ(std::get<Task>(parsed).totalBlocks, 4u);
+  EXPECT_EQ(std::get<Task>(parsed).fileCount, 2u);
+  EXPECT_EQ(std::get<Task>(parsed).targetPath.Text(), "C:\\in");
+
+  EXPECT_EQ(ToBytes(Build(Task{})).at(535), 0) << "a name that was never set has not even a terminator's length";
+  EXPECT_EQ(ToBytes(Build(Task{0, 0, 0, NameField::From("")})).at(535), 1) << "an empty one has";
+  EXPECT_EQ(ToBytes(Build(AutoOpenName{NameField::From("a")})), FromHex("91 02 0F") + NameBytes("a"));
+}
+
+TEST(Datagrams, BlocksCarryTheirHeadAndBytes) {
+  BlockDatagram stream(CMD_DATA);
+  stream.SetFile(3, "\\longer name", {7, 100});
+  stream.SetFile(1, "\\a", {1, 1});
+  stream.SetBlock(1);
+  stream.BlockBytes()[0] = 0x5A;
+  EXPECT_EQ(ToBytes(stream.Datagram(1)), BlockBytes(CMD_DATA, 1, 1, 1, 1, 1, 1));
+
+  BlockDatagram repair(CMD_RESEND);
+  repair.SetFile(1, "\\a", {0, 0});
+  EXPECT_EQ(ToBytes(repair.Datagram(0)), BlockBytes(CMD_RESEND, 1, 0, 0, 0, 0, 0));
+  EXPECT_EQ(repair.Datagram(BLOCK_SIZE).size(), MAX_DATAGRAM);
+
+  const Bytes full = BlockBytes(CMD_DATA, 2, 0, 1, 1, 7, BLOCK_SIZE);
+  const FromSender parsed = ParseFromSender(full);
+  ASSERT_TRUE(std::holds_alternative<Data>(parsed));
+  const Data& data = std::get<Data>(parsed);
+  EXPECT_EQ(data.head.file, 2u);
+  EXPECT_EQ(data.head.Shape(), (FileShape{1, 7}));
+  EXPECT_EQ(data.head.name.Text(), "\\a");
+  EXPECT_EQ(ToBytes(data.bytes), Bytes(BLOCK_SIZE, 0x5A));
+}
+
+TEST(Datagrams, ABlockHasExactlyItsBytes) {
+  const Bytes longer = BlockBytes(CMD_DATA, 1, 0, 0, 1, 10, 11);
+  const FromSender parsed = ParseFromSender(longer);
+  ASSERT_TRUE(std::holds_alternative<Data>(parsed));
+  EXPECT_EQ(std::get<Data>(parsed).bytes.size(), 10u);
+  EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_DATA, 1, 0, 0, 1, 10, 9))), Reject::BlockIncomplete);
+  EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_RESEND, 1, 0, 1, 0, 10, BLOCK_SIZE - 1))), Reject::BlockIncomplete);
+}
+
+TEST(Datagrams, ImpossibleBlocksAreRejectedByReason) {
+  EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_DATA, 1, 0, 0, 0, 0, 0))), Reject::NotFirstSending);
+  EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_DATA, 0, 0, 0, 1, 0, 0))), Reject::FileNumberZero);
+  for (const uint16_t tail : {4254, 32767, 65535})
+    EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_DATA, 1, 0, 0, 1, tail, BLOCK_SIZE))), Reject::TailOutOfRange);
+  EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_RESEND, 1, 2, 1, 0, 0, BLOCK_SIZE))), Reject::BlockBeyondLast);
+  EXPECT_TRUE(std::holds_alternative<Resend>(ParseFromSender(BlockBytes(CMD_RESEND, 1, 1, 1, 0, 4253, 4253))));
+}
+
+TEST(Datagrams, HeaderCheck) {
+  EXPECT_EQ(RejectOf(ParseFromSender(FromHex("02 91 01"))), Reject::WrongMagic);
+  EXPECT_EQ(RejectOf(ParseFromSender({})), Reject::WrongMagic);
+  EXPECT_EQ(RejectOf(ParseFromSender(FromHex("91 02"))), Reject::TooShort);
+  for (const uint8_t code : {0, 16, 255})
+    EXPECT_EQ(RejectOf(ParseFromSender(Bytes{0x91, 0x02, code})), Reject::UnknownCommand);
+  for (const uint8_t code : {CMD_CLIENT, CMD_ACK, CMD_ANSWER, CMD_REPORT})
+    EXPECT_EQ(RejectOf(ParseFromSender(Bytes{0x91, 0x02, code} + Bytes(8, 0))), Reject::NotForThisSide) << int{code};
+  EXPECT_EQ(std::get<Reject>(ParseFromReceiver(Build(Master{1}))), Reject::NotForThisSide);
+  EXPECT_TRUE(IsReport(Build(Report{})));
+  EXPECT_FALSE(IsReport(Build(Answer{0})));
+}
+
+/// Every datagram that a receiver takes, whole.
+std::vector<Bytes> AllFromSender() {
+  const std::vector<NameField> directories(2, NameField::From("\\d"));
+  return {ToBytes(Build(Master{1})),
+          ToBytes(Build(Release{})),
+          ToBytes(Build(Task{})),
+          ToBytes(Build(Finish{})),
+          ToBytes(Build(ServerOs{})),
+          ToBytes(Build(AutoOpenName{})),
+          BuildEmptyDir(directories),
+          BlockBytes(CMD_DATA, 1, 0, 0, 1, 9, 9),
+          BlockBytes(CMD_RESEND, 1, 0, 0, 0, 9, 9)};
+}
+
+TEST(Datagrams, EveryTruncationIsRejected) {
+  for (const Bytes& whole : AllFromSender()) {
+    EXPECT_FALSE(std::holds_alternative<Reject>(ParseFromSender(whole)));
+    for (size_t length = 0; length < whole.size(); ++length) {
+      const FromSender parsed = ParseFromSender(std::span(whole).first(length));
+      EXPECT_TRUE(std::holds_alternative<Reject>(parsed)) << "code " << int{whole[2]} << " cut to " << length;
+    }
+  }
+  for (const Bytes& whole : {ToBytes(Build(Client{})), ToBytes(Build(Ack{})), ToBytes(Build(Answer{}))}) {
+    for (size_t length = 0; length < whole.size(); ++length)
+      EXPECT_TRUE(std::holds_alternative<Reject>(ParseFromReceiver(std::span(whole).first(length))));
+  }
+}
+
+TEST(Datagrams, EmptyDirectories) {
+  const std::vector<NameField> one = {NameField::From("\\photos\\empty")};
+  EXPECT_EQ(BuildEmptyDir(one), FromHex("91 02 0A 01 00 00 00") + NameBytes("\\photos\\empty"));
+  const std::vector<NameField> many(41, NameField::From("\\d"));
+  Bytes full = BuildEmptyDir(many);
+  EXPECT_EQ(full.size(), 20967u);
+  EXPECT_EQ(full[3], 40);
+
+  full[3] = 200;  // more than the protocol allows is read as 40
+  EXPECT_EQ(std::get<EmptyDir>(ParseFromSender(full)).names.size(), 40u);
+  full[6] = 0x80;  // negative as a signed number
+  EXPECT_TRUE(std::get<EmptyDir>(ParseFromSender(full)).names.empty());
+  EXPECT_EQ(RejectOf(ParseFromSender(FromHex("91 02 0A 01 00 00 00"))), Reject::TooShort);
+}
+
+TEST(NameFields, TextEndsAtTheFirstOfNulLengthAndField) {
+  NameField field = NameField::From("abc");
+  EXPECT_EQ(field.length, 4u);
+  for (const uint32_t length : {3u, 4u, 520u, 521u, 0xFFFFFFFFu}) {
+    field.length = length;
+    EXPECT_EQ(field.Text(), "abc") << length;
+  }
+  field.length = 2;
+  EXPECT_EQ(field.Text(), "ab");
+  field.length = 0;
+  EXPECT_EQ(field.Text(), "");
+  field.text.fill('x');
+  field.length = 0xFFFFFFFF;
+  EXPECT_EQ(field.Text().size(), 520u);
+  EXPECT_EQ(NameField::From(std::string(600, 'y')).Text().size(), 519u);
+}
+
+TEST(Blocks, FilesAreCutAtBlockSize) {
+  EXPECT_EQ(FileShape::Of(0), (FileShape{0, 0}));
+  EXPECT_EQ(FileShape::Of(4253), (FileShape{0, 4253}));
+  EXPECT_EQ(FileShape::Of(4254), (FileShape{1, 0}));
+  EXPECT_EQ(FileShape::Of(4255), (FileShape{1, 1}));
+  const uint64_t fiveGiB = 5ull << 30;
+  EXPECT_EQ(FileShape::Of(fiveGiB)->Length(), fiveGiB);
+  EXPECT_TRUE(FileShape::Of(4254ull * 0xFFFFFFFF - 1).has_value());
+  EXPECT_FALSE(FileShape::Of(4254ull * 0xFFFFFFFF).has_value());
+}
+
+TEST(WireSize, CountsEveryFragmentsFrame) {
+  EXPECT_EQ(BytesOnWire(3), 3u + 8 + 20 + 38);
+  EXPECT_EQ(BytesOnWire(1472), 1472u + 8 + 20 + 38);
+  EXPECT_EQ(BytesOnWire(1473), 1473u + 8 + 2 * (20 + 38));
+  EXPECT_EQ(BytesOnWire(MAX_DATAGRAM), 4796u + 8 + 4 * (20 + 38));
+}
+
+TEST(Describe, NamesFieldsAndEscapes) {
+  EXPECT_EQ(Describe(Build(Ack{2, 5})), "CMD_ACK file=2 block=5");
+  EXPECT_EQ(Describe(Build(AutoOpenName{NameField::From("\x1B[2J\"")})), "CMD_AOFNAME name=\"\\x1B[2J\\x22\"");
+  EXPECT_EQ(Describe(FromHex("00 01 02 03")), "foreign datagram, 4 bytes");
+}
+
+}  // namespace
+}  // namespace quorl

@@ -1,0 +1,217 @@
+// A receiver in a simulated room with a sender that says what the test tells it to say.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <quorl/quorl.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "files/target_dir.h"
+#include "protocol/datagrams.h"
+#include "protocol/endpoints.h"
+#include "receiver/ctrans_client.h"
+#include "receiver/lost_map.h"
+#include "sim/world.h"
+
+namespace quorl {
+
+using namespace std::chrono_literals;
+
+inline void PrintTo(const LostBlock& block, std::ostream* out) {
+  *out << "(" << block.file << ", " << block.block << ")";
+}
+
+/// Replies and messages as texts: "CMD_ACK file=1 block=2", "1040 0 1".
+using Lines = std::vector<std::string>;
+
+class ScriptedSender : public testing::Test {
+ protected:
+  static constexpr uint32_t SENDER = Ipv4(10, 0, 0, 1);
+  static constexpr uint32_t RECEIVER = Ipv4(10, 0, 0, 2);
+  static constexpr Endpoint DATA_GROUP{DEFAULT_GROUP, DEFAULT_PORT};
+
+  struct File {
+    std::string name;
+    sim::Bytes content;
+
+    FileShape Shape() const { return *FileShape::Of(content.size()); }
+  };
+
+  void SetUp() override { EXPECT_TRUE(socket->Bind({SENDER, 0})); }
+
+  // ---- the receiver ----
+
+  /// Everything up to a receiver that listens.
+  void Listen(Profile profile) {
+    client.SetProfile(profile);
+    pc.Call([&] {
+      ASSERT_EQ(client.InitClient(window, 0, 0, RECEIVER), 1u);
+      ASSERT_EQ(client.StartReceive(), 1u);
+    });
+  }
+
+  /// Tears the receiver down; how long that took.
+  Duration DeInit() {
+    const Moment before = world.Now();
+    pc.Call([&] { EXPECT_EQ(client.DeInitClient(), 1u); });
+    return world.Now() - before;
+  }
+
+  // ---- the sender ----
+
+  /// A file of so many bytes as the next one of the transfer.
+  void AddFile(const std::string& name, size_t length) {
+    sim::Bytes content(length);
+    for (size_t i = 0; i < length; ++i) content[i] = static_cast<uint8_t>(i * 7 + i / BLOCK_SIZE + files.size() * 31);
+    files.push_back({name, content});
+  }
+
+  /// Three files of 1, 2 and 3 blocks.
+  void AddThreeFiles() {
+    AddFile("\\one.bin", 100);
+    AddFile("\\two.bin", BLOCK_SIZE + 5);
+    AddFile("\\sub\\three.bin", 2 * BLOCK_SIZE);
+  }
+
+  Task TaskFor(const std::string& target) const {
+    Task task;
+    for (const File& file : files) task.totalBlocks += file.Shape().lastBlock + 1;
+    task.fileCount = static_cast<uint32_t>(files.size());
+    task.targetFolder = LITERAL_TARGET;
+    task.targetPath = NameField::From(target);
+    return task;
+  }
+
+  void Send(std::span<const uint8_t> datagram, Endpoint to) {
+    EXPECT_TRUE(socket->Send(datagram, to));
+    world.RunFor(1ms);
+  }
+  template <typename Message>
+  void ToGroup(const Message& message) {
+    Send(Build(message), DATA_GROUP);
+  }
+  template <typename Message>
+  void ToReceiver(const Message& message) {
+    Send(Build(message), {RECEIVER, DEFAULT_PORT});
+  }
+
+  void Announce(const std::string& target = "C:\\in") { ToGroup(TaskFor(target)); }
+  void SendData(uint32_t file, uint32_t block) { SendBlock(CMD_DATA, file, block); }
+  void SendResend(uint32_t file, uint32_t block) { SendBlock(CMD_RESEND, file, block); }
+  void SendReport() { Send(Build(Report{}), REPORT_GROUP); }
+
+  void SendBlock(Command command, uint32_t number, uint32_t block) {
+    const File& file = files.at(number - 1);
+    BlockDatagram datagram(command);
+    datagram.SetFile(number, file.name, file.Shape());
+    datagram.SetBlock(block);
+    const size_t size = file.Shape().BytesInBlock(block);
+    const auto bytes = std::span(file.content).subspan(FileShape::BlockOffset(block), size);
+    std::copy(bytes.begin(), bytes.end(), datagram.BlockBytes().begin());
+    Send(datagram.Datagram(size), DATA_GROUP);
+  }
+
+  /// The whole stream but the blocks in `lost`.
+  void SendStream(const std::vector<LostBlock>& lost = {}) {
+    for (uint32_t file = 1; file <= files.size(); ++file)
+      for (uint32_t block = 0; block <= files[file - 1].Shape().lastBlock; ++block)
+        if (std::find(lost.begin(), lost.end(), LostBlock{file, block}) == lost.end()) SendData(file, block);
+  }
+
+  /// Serves the master until it wants nothing more, then lets it go. What it asked for, in order.
+  std::vector<LostBlock> Repair() {
+    std::vector<LostBlock> served;
+    ToReceiver(Master{1});
+    world.RunFor(20ms);
+    for (auto ack = LatestAck(); ack && ack->file <= files.size() && served.size() < 1000; ack = LatestAck()) {
+      served.push_back({ack->file, ack->block});
+      SendResend(ack->file, ack->block);
+      world.RunFor(20ms);
+    }
+    ToReceiver(Master{0});
+    world.RunFor(50ms);
+    return served;
+  }
+
+  // ---- what came of it ----
+
+  std::optional<Ack> LatestAck() const {
+    const auto& sent = world.Net().Sent();
+    for (auto datagram = sent.rbegin(); datagram != sent.rend(); ++datagram) {
+      if (datagram->from != &pc) continue;
+      const FromReceiver reply = ParseFromReceiver(datagram->bytes);
+      if (const Ack* ack = std::get_if<Ack>(&reply)) return *ack;
+    }
+    return std::nullopt;
+  }
+
+  /// What the receiver has sent since the last call.
+  Lines TakeReplies() {
+    Lines replies;
+    const auto& sent = world.Net().Sent();
+    for (; repliesTaken < sent.size(); ++repliesTaken)
+      if (sent[repliesTaken].from == &pc) replies.push_back(Describe(sent[repliesTaken].bytes));
+    return replies;
+  }
+
+  /// When the receiver sent a datagram last.
+  Moment LatestReplyAt() const {
+    const auto& sent = world.Net().Sent();
+    for (auto datagram = sent.rbegin(); datagram != sent.rend(); ++datagram)
+      if (datagram->from == &pc) return datagram->at;
+    return {};
+  }
+
+  /// What the host has been told, without the names of files.
+  Lines Told() const {
+    Lines told;
+    for (const auto& message : pc.Messages()) {
+      if (message.number == WM_FILE_NAME) continue;
+      const std::string last = message.lParam == -1 ? message.text : std::to_string(message.lParam);
+      told.push_back(std::to_string(message.number) + " " + std::to_string(message.wParam) + " " + last);
+    }
+    return told;
+  }
+
+  Lines NamesTold() const {
+    Lines names;
+    for (const auto& message : pc.Messages())
+      if (message.number == WM_FILE_NAME) names.push_back(message.text);
+    return names;
+  }
+
+  bool HasDebugLine(const std::string& line) const {
+    const auto& lines = pc.DebugLines();
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+  }
+
+  void ExpectFilesAt(const std::string& target) {
+    for (const File& file : files) EXPECT_EQ(pc.Disk().Read(target + file.name), file.content) << file.name;
+  }
+
+  mutable sim::World world{1};
+  sim::SimMachine& senderMachine = world.AddMachine("sender", SENDER);
+  sim::SimMachine& pc = world.AddMachine("receiver", RECEIVER);
+  QuorlWindow window = pc.MakeWindow();
+  CTransClient client{pc.Seam()};
+  std::shared_ptr<DatagramSocket> socket = senderMachine.Seam().network.OpenDatagramSocket();
+  std::vector<File> files;
+  size_t repliesTaken = 0;
+};
+
+/// The rules that hold in both profiles.
+class BothProfiles : public ScriptedSender, public testing::WithParamInterface<Profile> {};
+
+inline std::string ProfileName(const testing::TestParamInfo<Profile>& info) {
+  return info.param == Profile::Classic ? "Classic" : "Robust";
+}
+
+/// One reply as it goes out: robust repeats what nobody asks for again.
+inline Lines Copies(Profile profile, const std::string& reply) {
+  return Lines(profile == Profile::Robust ? 3 : 1, reply);
+}
+
+}  // namespace quorl
