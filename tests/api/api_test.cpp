@@ -1,0 +1,230 @@
+// The exported functions as a host calls them: the shared library, this machine's loopback, real files. The sender is
+// at 127.0.0.1 and the receiver at 127.0.0.2, both in this process.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <quorl/host.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <csignal>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+struct Seen {
+  uint32_t message;
+  uintptr_t wParam;
+  intptr_t lParam;
+  std::string text;
+};
+
+/// A host window that keeps what it gets.
+class Host {
+ public:
+  Host() : window(CreateHostWindow(&Host::Proc, this)) {}
+  ~Host() { DestroyHostWindow(window); }
+
+  QuorlWindow Window() const { return window; }
+
+  bool WaitFor(const std::function<bool(const Seen&)>& wanted, std::chrono::seconds limit = 20s) {
+    std::unique_lock lock(mutex);
+    return arrived.wait_for(lock, limit, [&] { return std::any_of(seen.begin(), seen.end(), wanted); });
+  }
+
+  bool WaitForStatus(uintptr_t status, intptr_t lParam) {
+    return WaitFor(
+        [&](const Seen& s) { return s.message == WM_TRANS_STATUS && s.wParam == status && s.lParam == lParam; });
+  }
+
+  void Forget() {
+    const std::scoped_lock lock(mutex);
+    seen.clear();
+  }
+
+  size_t Count() {
+    const std::scoped_lock lock(mutex);
+    return seen.size();
+  }
+
+  std::function<void(const Seen&)> onMessage = [](const Seen&) {};
+
+ private:
+  static void Proc(void* context, uint32_t message, uintptr_t wParam, intptr_t lParam) {
+    auto* self = static_cast<Host*>(context);
+    const bool isText = message == WM_FILE_NAME || (message == WM_TRANS_STATUS && wParam == 0 && lParam > 1);
+    const Seen one{message, wParam, lParam, isText ? reinterpret_cast<const char*>(lParam) : ""};
+    self->onMessage(one);
+    const std::scoped_lock lock(self->mutex);
+    self->seen.push_back(one);
+    self->arrived.notify_all();
+  }
+
+  std::mutex mutex;
+  std::condition_variable arrived;
+  std::vector<Seen> seen;
+  QuorlWindow window;
+};
+
+class Api : public testing::Test {
+ protected:
+  void SetUp() override {
+    root = fs::temp_directory_path() / ("quorl-api-" + std::to_string(getpid()));
+    fs::create_directories(root / "source");
+    fs::create_directories(root / "target");
+    ASSERT_EQ(MapDrive('D', (root / "source").c_str()), 1u);
+  }
+
+  void TearDown() override {
+    DeInitServer();
+    DeInitClient();
+    SetReceiveRoot("");
+    SetSendRate(0);
+    SetProfile(0);
+    fs::remove_all(root);
+  }
+
+  static std::string Pattern(size_t bytes) {
+    std::string text(bytes, '\0');
+    for (size_t i = 0; i < bytes; ++i) text[i] = static_cast<char>(i * 7 + i / 251);
+    return text;
+  }
+
+  void WriteSource(const std::string& name, size_t bytes) { std::ofstream(root / "source" / name) << Pattern(bytes); }
+
+  std::string ReadTarget(const std::string& name) {
+    std::ifstream file(root / "target" / name);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  void StartReceiver() {
+    ASSERT_EQ(SetReceiveRoot((root / "target").c_str()), 1u);
+    ASSERT_EQ(InitClient(receiverHost.Window(), 0, port, inet_addr("127.0.0.2")), 1u);
+    ASSERT_EQ(StartReceive(), 1u);
+  }
+
+  void Send(const char* path, const char* autoOpenName = "") {
+    ASSERT_EQ(InitServer(senderHost.Window(), 0, port, inet_addr("127.0.0.1")), 1u);
+    ASSERT_EQ(SetSelectFiles(&path, 1, autoOpenName), 1);
+    ASSERT_EQ(StartSend(), 1u);
+  }
+
+  fs::path root;
+  const uint32_t port = static_cast<uint32_t>(20000 + getpid() % 20000);
+  Host senderHost, receiverHost;
+};
+
+TEST_F(Api, ExportsInAnyOrderDoNoHarm) {
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(DeInitClient(), 1u);
+    EXPECT_EQ(DeInitServer(), 1u);
+    EXPECT_EQ(StartReceive(), 1u);
+    EXPECT_EQ(StopReceive(), 1u);
+    uint32_t errors[401] = {7};
+    EXPECT_EQ(GetErrInfo(errors), 0u);
+    EXPECT_EQ(errors[0], 0u);
+    EXPECT_EQ(GetErrInfo(nullptr), 0u);
+    EXPECT_EQ(GetReceivers(nullptr, 5), 0u);
+    EXPECT_EQ(StopSend(), 1u);
+    EXPECT_EQ(StartSend(), 1u);
+  }
+  const char* nothing = nullptr;
+  EXPECT_EQ(SetSelectFiles(&nothing, 1, nullptr), 3) << "a null path is an empty one, which is too short";
+  EXPECT_EQ(SetSelectFiles(nullptr, 3, nullptr), 1) << "a null array is an empty one";
+  EXPECT_EQ(SetProfile(2), 0u);
+  EXPECT_EQ(MapDrive('1', "/"), 0u);
+  EXPECT_EQ(MapDrive('E', "/nowhere/at/all"), 0u);
+  EXPECT_EQ(SetReceiveRoot("/nowhere/at/all"), 0u);
+  DestroyHostWindow(nullptr);
+}
+
+TEST_F(Api, AFileArrivesAndBothHostsAreTold) {
+  for (const uint32_t profile : {0u, 1u}) {
+    SetProfile(profile);
+    const std::string name = "file" + std::to_string(profile) + ".bin";
+    WriteSource(name, 30000);
+    StartReceiver();
+    Send(("D:\\" + name).c_str());
+
+    uint32_t address = 0;
+    EXPECT_EQ(GetReceivers(&address, 1), 1u);
+    EXPECT_EQ(address, inet_addr("127.0.0.2"));
+    EXPECT_TRUE(receiverHost.WaitForStatus(0, 1)) << "profile " << profile;
+    EXPECT_TRUE(senderHost.WaitForStatus(0, 0));
+    EXPECT_TRUE(
+        receiverHost.WaitFor([&](const Seen& s) { return s.message == WM_FILE_NAME && s.text == "\\" + name; }));
+    EXPECT_TRUE(ReadTarget(name) == Pattern(30000));
+
+    QuorlReceiveState received{};
+    EXPECT_EQ(GetReceiveState(&received), 1u);
+    EXPECT_EQ(received.complete, 1u);
+    EXPECT_EQ(received.blocksStored, 8u);
+    EXPECT_EQ(received.senderAddress, inet_addr("127.0.0.1"));
+    QuorlReceiverState row{};
+    EXPECT_EQ(GetReceiverStates(&row, 1), 1u);
+    EXPECT_EQ(row.state, uint32_t{QUORL_RECEIVER_COMPLETE});
+    uint32_t errors[401];
+    EXPECT_EQ(GetErrInfo(errors), 0u);
+    DeInitServer();
+    DeInitClient();
+    senderHost.Forget();
+    receiverHost.Forget();
+  }
+}
+
+TEST_F(Api, TheWindowsOwnProcMayTearTheReceiverDown) {
+  SetProfile(1);
+  WriteSource("start.html", 100);
+  std::atomic<bool> tornDown = false;
+  receiverHost.onMessage = [&](const Seen& s) {
+    if (s.message == WM_TRANS_STATUS && s.lParam > 1) tornDown = DeInitClient() == 1;
+  };
+  StartReceiver();
+  Send("D:\\start.html", "\\start.html");
+  EXPECT_TRUE(receiverHost.WaitFor([&](const Seen& s) { return s.text.ends_with("\\target\\start.html"); }));
+  EXPECT_TRUE(tornDown);
+}
+
+TEST_F(Api, TearingDownInTheMiddleOfTheStream) {
+  WriteSource("big.bin", 3'000'000);
+  SetProfile(1);
+  StartReceiver();
+  Send("D:\\big.bin");
+  EXPECT_TRUE(receiverHost.WaitFor([](const Seen& s) { return s.message == WM_FILE_NAME; }));
+  DestroyHostWindow(senderHost.Window());
+  const size_t before = senderHost.Count();
+  DeInitServer();
+  DeInitClient();
+  std::this_thread::sleep_for(200ms);
+  EXPECT_EQ(senderHost.Count(), before) << "a destroyed window gets nothing";
+}
+
+TEST_F(Api, ASecondSenderFindsTheGroupBusy) {
+  // The stream of the first sender comes from another process, as it would in a room.
+  WriteSource("big.bin", 1'000'000);
+  const pid_t other = fork();
+  if (other == 0) {
+    InitServer(nullptr, 0, port, inet_addr("127.0.0.1"));
+    const char* path = "D:\\big.bin";
+    SetSelectFiles(&path, 1, "");
+    StartSend();
+    std::this_thread::sleep_for(3s);
+    _exit(0);
+  }
+  std::this_thread::sleep_for(1500ms);
+  EXPECT_EQ(InitServer(senderHost.Window(), 0, port, inet_addr("127.0.0.1")), 0u);
+  EXPECT_TRUE(senderHost.WaitForStatus(QUORL_STATUS_GROUP_BUSY, 0));
+  kill(other, SIGKILL);
+  waitpid(other, nullptr, 0);
+}
+
+}  // namespace
