@@ -1,0 +1,91 @@
+// One queue for the library's messages, which the window's thread hands over, and for signals.
+#include "cli/inbox.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+
+namespace quorl::cli {
+namespace {
+
+sigset_t StopSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
+  return set;
+}
+
+void RestoreDefaultAction() {
+  std::signal(SIGINT, SIG_DFL);
+  std::signal(SIGTERM, SIG_DFL);
+  sigset_t set = StopSignals();
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+}  // namespace
+
+Inbox::Inbox() {
+  sigset_t set = StopSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  signals = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+  wakeUp = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE);
+  window = CreateHostWindow(&Inbox::Receive, this);
+}
+
+Inbox::~Inbox() {
+  DestroyHostWindow(window);
+  close(wakeUp);
+  close(signals);
+}
+
+void Inbox::Receive(void* context, uint32_t message, uintptr_t wParam, intptr_t lParam) {
+  auto* inbox = static_cast<Inbox*>(context);
+  std::lock_guard guard(inbox->lock);
+  if (message == WM_FILE_NAME) {
+    // One for every block: only the latest is of interest.
+    inbox->currentFile = reinterpret_cast<const char*>(lParam);
+    return;
+  }
+  Event event{.kind = Event::Kind::Message, .message = message, .wParam = wParam, .lParam = lParam, .text = {}};
+  if (message == WM_TRANS_STATUS && lParam != 0 && lParam != 1) event.text = reinterpret_cast<const char*>(lParam);
+  inbox->messages.push_back(std::move(event));
+  eventfd_write(inbox->wakeUp, 1);
+}
+
+bool Inbox::TakeMessage(Event& event) {
+  eventfd_t count = 0;
+  if (eventfd_read(wakeUp, &count) != 0) return false;
+  std::lock_guard guard(lock);
+  event = std::move(messages.front());
+  messages.pop_front();
+  return true;
+}
+
+Event Inbox::Next(std::chrono::milliseconds limit) {
+  std::array<pollfd, 2> waited{pollfd{signals, POLLIN, 0}, pollfd{wakeUp, POLLIN, 0}};
+  Event event;
+  if (poll(waited.data(), waited.size(), static_cast<int>(limit.count())) <= 0) return event;
+  signalfd_siginfo info{};
+  if (read(signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+    RestoreDefaultAction();
+    event.kind = Event::Kind::Signal;
+    event.signal = static_cast<int>(info.ssi_signo);
+    return event;
+  }
+  TakeMessage(event);
+  return event;
+}
+
+std::string Inbox::CurrentFile() {
+  std::lock_guard guard(lock);
+  return currentFile;
+}
+
+}  // namespace quorl::cli

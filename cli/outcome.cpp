@@ -1,0 +1,48 @@
+#include "cli/outcome.h"
+
+#include <algorithm>
+
+namespace quorl::cli {
+
+std::string StatusInWords(uint32_t status) {
+  switch (status) {
+    case QUORL_STATUS_TOO_MUCH_MISSING: return "missed more than 30 % of the blocks and was given up";
+    case QUORL_STATUS_FILE_UNREADABLE: return "a file could not be read";
+    case QUORL_STATUS_DISK_FULL: return "no room on the disk";
+    case QUORL_STATUS_FILE_UNWRITABLE: return "a file could not be created or written";
+    case QUORL_STATUS_NOT_FIXED_DISK: return "the target is not on a local disk";
+    case QUORL_STATUS_SEND_FAILED: return "the network refused to send";
+    case QUORL_STATUS_SENDER_LOST: return "the sender was lost";
+    case QUORL_STATUS_GROUP_BUSY: return "another sender is active on the group";
+    case QUORL_STATUS_PATH_TOO_LONG: return "a path would be longer than 260 characters, or lead out of the target";
+    case QUORL_STATUS_TIMED_OUT: return "did not answer in time";
+    default: return "failed for a reason that this version does not know";
+  }
+}
+
+Exit ReceiverExit(const QuorlReceiveState& state) {
+  switch (state.status) {
+    case 0: break;
+    case QUORL_STATUS_DISK_FULL:
+    case QUORL_STATUS_NOT_FIXED_DISK: return Exit::NoRoom;
+    case QUORL_STATUS_FILE_UNWRITABLE:
+    case QUORL_STATUS_PATH_TOO_LONG: return Exit::LocalFiles;
+    case QUORL_STATUS_SENDER_LOST:
+    case QUORL_STATUS_TIMED_OUT: return Exit::PeerLost;
+    default: return Exit::Other;
+  }
+  if (state.complete != 0 && state.blocksMissing == 0 && state.failedFiles == 0) return Exit::Complete;
+  return state.failedFiles != 0 ? Exit::Partly : Exit::PeerLost;
+}
+
+Exit SenderExit(uint32_t status, std::span<const QuorlReceiverState> receivers, bool leftOut) {
+  if (status == QUORL_STATUS_FILE_UNREADABLE) return Exit::LocalFiles;
+  if (status != 0 && status != QUORL_STATUS_TIMED_OUT) return Exit::Other;
+  auto complete = std::count_if(receivers.begin(), receivers.end(),
+                                [](const auto& row) { return row.state == QUORL_RECEIVER_COMPLETE; });
+  if (complete == 0) return Exit::AllFailed;
+  if (complete < std::ssize(receivers) || leftOut) return Exit::Partly;
+  return Exit::Complete;
+}
+
+}  // namespace quorl::cli

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <quorl/host.h>
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace quorl::cli {
+
+/// The exit codes of the command. Scripts rely on them.
+enum class Exit {
+  Complete = 0,
+  Other = 1,
+  Usage = 2,
+  Nobody = 3,      ///< No receiver answered, or no sender came in time.
+  Partly = 4,      ///< Some receivers or some files failed.
+  AllFailed = 5,   ///< Every receiver failed.
+  GroupBusy = 6,   ///< Another sender is active on the group.
+  LocalFiles = 7,  ///< Files of this machine cannot be read or written.
+  NoRoom = 8,      ///< No room, or a disk that is not a local fixed one.
+  PeerLost = 9,    ///< The other side is lost, has stopped or timed out.
+};
+
+/// Why the command cannot go on, in three parts: what failed, why, and what to do next. Thrown by value; the last two
+/// may be empty.
+struct Failure {
+  Exit code = Exit::Other;
+  std::string what;
+  std::string why;
+  std::string next;
+};
+
+/// A QUORL_STATUS_ code in words, as one says it of the machine that it befell.
+std::string StatusInWords(uint32_t status);
+
+/// How a receiver's own transfer ended, by its state after the end.
+Exit ReceiverExit(const QuorlReceiveState& state);
+
+/// How a sender's transfer ended. `status`: what the library ended it with, 0 for the normal end; `leftOut`: files that
+/// were selected and could not travel, or did not travel whole.
+Exit SenderExit(uint32_t status, std::span<const QuorlReceiverState> receivers, bool leftOut);
+
+}  // namespace quorl::cli

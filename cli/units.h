@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quorl::cli {
+
+/// "200M", "1.5G", "64k" or plain bits a second as kbit/s, at least 1; "compatible", the fixed pacing, as 0. Nothing
+/// when it is no rate.
+std::optional<uint32_t> ParseRate(std::string_view text);
+
+std::string FormatBytes(uint64_t bytes);                        ///< "1.84 GB", in decimal units.
+std::string FormatRate(double bytesPerSecond);                  ///< "25.0 MB/s".
+std::string FormatLinkRate(uint32_t kilobitsPerSecond);         ///< "200 Mbit/s".
+std::string FormatDuration(std::chrono::nanoseconds duration);  ///< "4.1 s", "1 min 22 s", "2 h 3 min".
+std::string FormatAddress(uint32_t address);                    ///< Dotted, from network byte order.
+
+/// "1 file", "3 files".
+std::string Count(uint64_t number, std::string_view noun);
+
+}  // namespace quorl::cli
