@@ -1,0 +1,134 @@
+"""What the tests on this machine share: processes of the command, trees, ports."""
+import filecmp
+import os
+import random
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+
+BUILD = Path(os.environ["QUORL_BUILD"])
+QUORL = BUILD / "quorl"
+
+
+def free_port():
+    """A port for one test: it and the one two above are not in use."""
+    while True:
+        port = random.randrange(30000, 60000, 4)
+        try:
+            for number in (port, port + 2):
+                with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+                    probe.bind(("", number))
+            return port
+        except OSError:
+            continue
+
+
+class Command:
+    """One process of the command. Its output goes to a file, so that no pipe can hold it up."""
+
+    def __init__(self, *arguments, prefix=(), cwd=None, error=subprocess.STDOUT):
+        self.output_file = tempfile.TemporaryFile()
+        self.arguments = [*prefix, str(QUORL), *map(str, arguments)]
+        self.started = time.monotonic()
+        self.process = subprocess.Popen(self.arguments, stdin=subprocess.DEVNULL, stdout=self.output_file,
+                                        stderr=error, cwd=cwd)
+        self.code = None
+        self.peak_memory = 0
+
+    def output(self):
+        self.output_file.flush()
+        return os.pread(self.output_file.fileno(), 1 << 20, 0).decode("utf-8", "backslashreplace")
+
+    def wait_for(self, text, limit=10):
+        """Until `text` is in the output."""
+        deadline = time.monotonic() + limit
+        while text not in self.output():
+            if time.monotonic() > deadline or self.poll() is not None:
+                raise AssertionError(f"{self.arguments} never said {text!r}:\n{self.output()}")
+            time.sleep(0.02)
+
+    def poll(self):
+        if self.code is None:
+            pid, status, usage = os.wait4(self.process.pid, os.WNOHANG)
+            if pid:
+                self.code = self.process.returncode = os.waitstatus_to_exitcode(status)
+                self.peak_memory = usage.ru_maxrss * 1024
+                self.seconds = time.monotonic() - self.started
+        return self.code
+
+    def wait(self, limit=60):
+        """Its exit code; negative: the signal that ended it."""
+        deadline = time.monotonic() + limit
+        while self.poll() is None:
+            if time.monotonic() > deadline:
+                said = self.output()
+                self.end()
+                raise AssertionError(f"{self.arguments} did not end within {limit} s:\n{said}")
+            time.sleep(0.01)
+        return self.code
+
+    def signal(self, number):
+        self.process.send_signal(number)
+
+    def end(self):
+        if self.poll() is None:
+            self.process.send_signal(signal.SIGKILL)
+            self.wait(10)
+
+
+class Room:
+    """A temporary directory, a port, and the processes started with them; all gone at the end."""
+
+    def __init__(self):
+        self.path = Path(tempfile.mkdtemp(prefix="quorl-test-"))
+        self.port = free_port()
+        self.commands = []
+
+    def start(self, *arguments, **options):
+        command = Command(*arguments, **options)
+        self.commands.append(command)
+        return command
+
+    def receiver(self, number, *arguments, directory=None):
+        """A receiver at 127.0.0.(number + 1), already listening."""
+        target = Path(directory or self.target(number))
+        target.mkdir(exist_ok=True)
+        command = self.start("receive", target, "--interface", f"127.0.0.{number + 1}", "--port", self.port, *arguments)
+        command.wait_for("Waiting for a sender")
+        return command
+
+    def sender(self, *arguments, **options):
+        return self.start("send", *arguments, "--interface", "127.0.0.1", "--port", self.port, **options)
+
+    def target(self, number):
+        return self.path / f"receiver-{number}"
+
+    def close(self):
+        for command in self.commands:
+            command.end()
+            command.output_file.close()
+        shutil.rmtree(self.path, ignore_errors=True)
+
+
+# Trees are written and compared in pieces: a process starts with the peak memory of the one that started it.
+def write(path, size):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    source = random.Random(str(path))
+    with open(path, "wb") as file:
+        for start in range(0, size, 1_000_000):
+            file.write(source.randbytes(min(1_000_000, size - start)))
+
+
+def differences(expected, actual):
+    """What differs between two trees, empty directories included."""
+    wanted, got = ({str(path.relative_to(root)) for path in Path(root).rglob("*")} for root in (expected, actual))
+    unequal = []
+    for name in wanted & got:
+        left, right = Path(expected) / name, Path(actual) / name
+        if left.is_dir() != right.is_dir() or (left.is_file() and not filecmp.cmp(left, right, shallow=False)):
+            unequal.append(f"not equal: {name}")
+    return [f"missing: {name}" for name in wanted - got] + [f"never sent: {name}" for name in got - wanted] + unequal
