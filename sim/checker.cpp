@@ -1,0 +1,230 @@
+// What must hold in every run. The central sentence: a receiver that says in any form that it is complete, to its host
+// or to the sender, holds every byte of every file at that very moment.
+#include "sim/checker.h"
+
+#include <quorl/quorl.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "protocol/datagrams.h"
+#include "receiver/lost_map.h"
+
+namespace quorl::sim {
+
+namespace {
+
+/// The threads of a role, and a few that come and go in its host.
+constexpr size_t MOST_THREADS = 12;
+
+bool IsOneOf(uintptr_t code, std::initializer_list<uintptr_t> codes) {
+  return std::find(codes.begin(), codes.end(), code) != codes.end();
+}
+
+bool IsReceiverStatus(uintptr_t code) {
+  return IsOneOf(
+      code, {QUORL_STATUS_DONE, QUORL_STATUS_DISK_FULL, QUORL_STATUS_FILE_UNWRITABLE, QUORL_STATUS_NOT_FIXED_DISK,
+             QUORL_STATUS_SEND_FAILED, QUORL_STATUS_SENDER_LOST, QUORL_STATUS_PATH_TOO_LONG, QUORL_STATUS_TIMED_OUT});
+}
+
+bool IsSenderStatus(uintptr_t code) {
+  return IsOneOf(code, {QUORL_STATUS_DONE, QUORL_STATUS_FILE_UNREADABLE, QUORL_STATUS_SEND_FAILED,
+                        QUORL_STATUS_GROUP_BUSY, QUORL_STATUS_TIMED_OUT});
+}
+
+}  // namespace
+
+Checker::Checker(Room& room, Profile senderProfile, Profile receiverProfile, const CheckerOptions& options)
+    : room(room),
+      senderProfile(senderProfile),
+      receiverProfile(receiverProfile),
+      options(options),
+      receivers(room.Receivers()) {
+  for (size_t i = 0; i < room.Receivers(); ++i) {
+    indices.emplace(&room.Receiver(i), i);
+    room.Receiver(i).SetMessageTap([this, i](const RecordedMessage& message) { SeeReceiverMessage(i, message); });
+  }
+  room.Sender().SetMessageTap([this](const RecordedMessage& message) { SeeSenderMessage(message); });
+  room.Net().SetTap([this](const SentDatagram& datagram) { SeeDatagram(datagram); });
+}
+
+Checker::~Checker() {
+  room.Net().SetTap({});
+  room.Sender().SetMessageTap({});
+  for (size_t i = 0; i < room.Receivers(); ++i) room.Receiver(i).SetMessageTap({});
+}
+
+void Checker::ReceiverRestarts(size_t index) {
+  receivers.at(index) = {.trusts = !attacked};
+}
+
+void Checker::WindowCloses(size_t index) {
+  receivers.at(index).hasWindow = false;
+  // Without the messages nobody here knows whose transfer it takes part in.
+  if (options.hasAttacker) receivers.at(index).trusts = false;
+}
+
+void Checker::AttackBegins() {
+  attacked = true;
+  for (Place& place : receivers)
+    place.trusts = place.trusts && place.announcements == 1 && receiverProfile == Profile::Robust &&
+                   !options.attackerForgesSources;
+}
+
+void Checker::Violate(const std::string& text) {
+  // Most happen again and again until the end.
+  if (!violated.insert(text).second) return;
+  char at[40];
+  std::snprintf(at, sizeof at, "at %.3f s: ", std::chrono::duration<double>(room.World().Now()).count());
+  violations.push_back(at + text);
+}
+
+void Checker::SeeDatagram(const SentDatagram& datagram) {
+  CheckThreads(*datagram.from);
+  if (const auto receiver = indices.find(datagram.from); receiver != indices.end())
+    return SeeReply(receiver->second, datagram);
+  if (datagram.from != &room.Sender() || datagram.bytes.at(2) != CMD_STOP) return;
+  NoteTable();
+  // After a stop nobody is bound to the sender any more.
+  for (Place& place : receivers) place.trusts = place.trusts && !options.hasAttacker;
+}
+
+void Checker::SeeReply(size_t index, const SentDatagram& datagram) {
+  const FromReceiver reply = ParseFromReceiver(datagram.bytes);
+  if (const auto* finish = std::get_if<Finish>(&reply); finish && finish->status == 0)
+    ClaimsCompletion(index, "CMD_FINISH 0");
+  if (const auto* answer = std::get_if<Answer>(&reply); answer && answer->missingBlocks == 0)
+    ClaimsCompletion(index, "CMD_ANSWER 0");
+  const auto* ack = std::get_if<Ack>(&reply);
+  // Files that have failed are beyond repair: who lacks only them asks for nothing, and tells of them at the end.
+  const bool asksForNothing = ack && receivers[index].announcements != 0 && ack->file > room.FileCount();
+  if (asksForNothing && room.Client(index).GetState().failedFiles == 0) ClaimsCompletion(index, "CMD_ACK for nothing");
+}
+
+void Checker::ClaimsCompletion(size_t index, const char* how) {
+  if (!receivers[index].trusts || room.HoldsAllFiles(index)) return;
+  if (receivers[index].announcements == 0 && receiverProfile == Profile::Classic) {
+    ++exceptions["a receiver that has heard of no transfer ends as if complete"];
+    return;
+  }
+  Violate(room.Receiver(index).Name() + " is not complete and says so by " + how);
+}
+
+void Checker::SeeReceiverMessage(size_t index, const RecordedMessage& message) {
+  Place& place = receivers[index];
+  CheckThreads(room.Receiver(index));
+  if (message.number == WM_TASK_INFO) {
+    ++place.announcements;
+    if (attacked) place.trusts = false;
+  }
+  if (message.number != WM_TRANS_STATUS) return;
+  const std::string name = room.Receiver(index).Name();
+  if (!IsReceiverStatus(message.wParam)) Violate(name + " posts the status " + std::to_string(message.wParam));
+  // It is bound to nobody any more.
+  if (attacked && message.wParam == QUORL_STATUS_SENDER_LOST) place.trusts = false;
+  if (place.completions != 0) Violate(name + " posts a status after its completion");
+  if (message.wParam != QUORL_STATUS_DONE || message.lParam == 0) return;
+  ++place.completions;
+  ClaimsCompletion(index, "WM_TRANS_STATUS");
+}
+
+void Checker::SeeSenderMessage(const RecordedMessage& message) {
+  CheckThreads(room.Sender());
+  if (message.number == WM_TASK_INFO && ++senderAnnouncements > 1) Violate("the sender announces twice");
+  if (message.number == WM_CLIENT_ERR && !options.hasAttacker &&
+      (message.wParam == 0 || !IsReceiverStatus(message.wParam)))
+    Violate("the sender passes on the status " + std::to_string(message.wParam));
+  if (message.number != WM_TRANS_STATUS) return;
+  NoteTable();
+  if (!IsSenderStatus(message.wParam)) Violate("the sender posts the status " + std::to_string(message.wParam));
+  if (message.wParam != QUORL_STATUS_DONE && message.wParam != QUORL_STATUS_TIMED_OUT) senderFailed = true;
+}
+
+void Checker::CheckThreads(const SimMachine& machine) {
+  if (machine.RunningThreads() > MOST_THREADS)
+    Violate(machine.Name() + " runs " + std::to_string(machine.RunningThreads()) + " threads");
+}
+
+void Checker::AtRest() {
+  for (size_t i = 0; i < room.Receivers(); ++i) CheckReceiver(i);
+  if (!options.hasAttacker && !room.Sender().IsOff() && !senderFailed) CheckErrorReport();
+}
+
+void Checker::CheckReceiver(size_t index) {
+  SimMachine& machine = room.Receiver(index);
+  const std::vector<std::string> names = machine.Disk().List("C:\\");
+  const auto outside = std::find_if(names.begin(), names.end(),
+                                    [](const std::string& name) { return name != "in" && !name.starts_with("in\\"); });
+  if (outside != names.end()) FindsOutside(index, *outside);
+  if (machine.IsOff()) return;
+  const ReceiveState state = room.Client(index).GetState();
+  if (state.complete && receivers[index].trusts && !room.HoldsAllFiles(index))
+    Violate(machine.Name() + " takes itself for complete");
+  if (state.blocksMissing > LostMap::LIMIT + uint64_t{state.blocksExpected})
+    Violate(machine.Name() + " keeps a record of too many missing blocks");
+}
+
+void Checker::FindsOutside(size_t index, const std::string& name) {
+  // In a room with an attacker the receivers are confined to a directory, and the profile makes no difference.
+  if (receiverProfile == Profile::Robust || options.hasAttacker)
+    return Violate(room.Receiver(index).Name() + " has made " + name);
+  ++exceptions["a receiver that has heard of no transfer writes under the root of its drive"];
+}
+
+void Checker::DoesNotEnd() {
+  if (!room.IsSenderThrough()) {
+    if (senderProfile == Profile::Robust) return Violate("the sender does not come to an end");
+    // A master in the first row that is given up can be named again, without a limit.
+    ++exceptions["a room that never ends, since the first receiver is named again and again"];
+    return;
+  }
+  for (size_t i = 0; i < room.Receivers(); ++i) {
+    if (IsAtRest(i)) continue;
+    if (receiverProfile == Profile::Classic && (receivers[i].announcements > 1 || !receivers[i].hasWindow)) {
+      ++exceptions["a receiver that waits for ever, since it took a late announcement after it had lost its sender"];
+    } else {
+      Violate(room.Receiver(i).Name() + " does not come to an end");
+    }
+  }
+}
+
+bool Checker::IsAtRest(size_t index) {
+  return room.IsReceiverThrough(index) || room.Client(index).GetState().phase == ReceivePhase::Idle;
+}
+
+/// Who answers the collection after the end takes no part.
+void Checker::NoteTable() {
+  if (tableAtEnd) return;
+  std::vector<uint32_t> addresses(room.Receivers() + 1);
+  const uint32_t count = room.Server().GetReceivers(addresses.data(), static_cast<uint32_t>(addresses.size()));
+  addresses.resize(std::min<size_t>(count, addresses.size()));
+  tableAtEnd.emplace(addresses.begin(), addresses.end());
+}
+
+// A receiver that holds everything may be reported as failed, when its last word was lost; never the other way round.
+void Checker::CheckErrorReport() {
+  NoteTable();
+  const auto failed = room.FailedReceivers();
+  for (size_t i = 0; i < room.Receivers(); ++i) {
+    const bool tookPart = tableAtEnd->contains(room.Receiver(i).Address());
+    if (!tookPart || room.HoldsAllFiles(i) || failed.contains(i)) continue;
+    if (senderProfile == Profile::Robust && receiverProfile == Profile::Robust) {
+      Violate(room.Receiver(i).Name() + " is not complete, and the sender does not report it");
+    } else {
+      ++exceptions["a receiver that is not complete is not reported"];
+    }
+  }
+}
+
+void Checker::AfterTearDown() {
+  for (size_t i = 0; i <= room.Receivers(); ++i) {
+    const SimMachine& machine = i < room.Receivers() ? room.Receiver(i) : room.Sender();
+    if (machine.IsOff()) continue;
+    if (machine.RunningThreads() != 0)
+      Violate(machine.Name() + " leaves " + std::to_string(machine.RunningThreads()) + " threads behind");
+    if (machine.OpenSockets() != 0)
+      Violate(machine.Name() + " leaves " + std::to_string(machine.OpenSockets()) + " sockets behind");
+  }
+}
+
+}  // namespace quorl::sim

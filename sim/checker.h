@@ -1,0 +1,97 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "sim/room.h"
+
+namespace quorl::sim {
+
+/// What a run allows for.
+struct CheckerOptions {
+  /// Somebody lies in this room: what a receiver takes in may be his, unless it had heard of the transfer before.
+  bool hasAttacker = false;
+  /// The attacker also sends under the addresses of others: then nothing but safety can be asked for.
+  bool attackerForgesSources = false;
+};
+
+/// Holds a room to what must be true whatever happens, from when it is made on: looks at every datagram when it is sent
+/// and at every message when it is posted, and at everything once more at the end.
+class Checker {
+ public:
+  Checker(Room& room, Profile senderProfile, Profile receiverProfile, const CheckerOptions& options);
+  ~Checker();
+  Checker(const Checker&) = delete;
+  Checker& operator=(const Checker&) = delete;
+
+  /// A receiver has been started again after a crash: what it said before no longer counts.
+  void ReceiverRestarts(size_t index);
+
+  /// The sender's host ends the transfer: from then on nobody keeps account of who is complete.
+  void SenderStops() { senderFailed = true; }
+
+  /// A receiver's window goes away: what it would say to its host remains unsaid.
+  void WindowCloses(size_t index);
+
+  /// From now on somebody may lie.
+  void AttackBegins();
+
+  /// Whether a receiver has come to an end. Who has never heard of a transfer has nothing to come to an end with.
+  bool IsAtRest(size_t index);
+
+  /// Time is up, and somebody has not come to an end.
+  void DoesNotEnd();
+
+  /// When everything has come to rest, before the roles are torn down.
+  void AtRest();
+
+  /// After the tear-down: nothing is left behind.
+  void AfterTearDown();
+
+  void Violate(const std::string& text);
+
+  /// Everything that was not as it must be, with the virtual time; empty when all was well.
+  const std::vector<std::string>& Violations() const { return violations; }
+
+  /// What only the rules of the classic profile allow, and how often it happened.
+  const std::map<std::string, uint64_t>& ClassicExceptions() const { return exceptions; }
+
+ private:
+  struct Place {
+    uint32_t announcements = 0;
+    uint32_t completions = 0;
+    bool trusts = true;  ///< What it takes in is the sender's.
+    bool hasWindow = true;
+  };
+
+  void SeeDatagram(const SentDatagram& datagram);
+  void SeeReply(size_t index, const SentDatagram& datagram);
+  void SeeReceiverMessage(size_t index, const RecordedMessage& message);
+  void SeeSenderMessage(const RecordedMessage& message);
+  void ClaimsCompletion(size_t index, const char* how);
+  void CheckReceiver(size_t index);
+  void FindsOutside(size_t index, const std::string& name);
+  void CheckErrorReport();
+  void CheckThreads(const SimMachine& machine);
+  void NoteTable();
+
+  Room& room;
+  const Profile senderProfile;
+  const Profile receiverProfile;
+  const CheckerOptions options;
+  std::vector<Place> receivers;
+  std::map<const SimMachine*, size_t> indices;
+  bool attacked = false;
+  bool senderFailed = false;  ///< It ended the transfer for a reason of its own, or its host did.
+  uint32_t senderAnnouncements = 0;
+  std::optional<std::set<uint32_t>> tableAtEnd;  ///< Who took part when the sender ended the transfer.
+  std::vector<std::string> violations;
+  std::set<std::string> violated;
+  std::map<std::string, uint64_t> exceptions;
+};
+
+}  // namespace quorl::sim
