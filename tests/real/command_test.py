@@ -196,7 +196,8 @@ class CommandTest(unittest.TestCase):
         whole = self.room.receiver(2)
         tree = self.small_tree()
         (self.room.target(1) / tree.name / "block").mkdir(parents=True)
-        self.expect(self.room.sender(tree, "--wait-for", "2"), 4, "127.0.0.2        failed: a file could not be created")
+        self.expect(self.room.sender(tree, "--wait-for", "2"), 4,
+                    "127.0.0.2        failed: a file could not be created")
         self.expect(blocked, 7, "the other files go on", "error: the transfer is not complete",
                     "a file could not be created or written (status 1001)", limit=20)
         self.expect(whole, 0)
