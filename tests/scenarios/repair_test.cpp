@@ -62,6 +62,25 @@ TEST(RepairTalk, TheWholeExchangeInItsOrder) {
   EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
 }
 
+TEST(MixedProfiles, AnyTwoEndsWorkTogether) {
+  for (const auto& [sender, receivers] :
+       {std::pair(Profile::Classic, Profile::Robust), std::pair(Profile::Robust, Profile::Classic)}) {
+    Room room({.receivers = 3, .senderProfile = sender, .receiverProfile = receivers});
+    room.File("a", 50 * BLOCK_SIZE);
+    room.File("b", BYTES_10_BLOCKS);
+    room.Net().SetFilter([&](const Transit& transit) {
+      if (!Is(transit, CMD_DATA)) return true;
+      for (size_t i = 0; i < room.Receivers(); ++i)
+        if (transit.to == &room.Receiver(i) && HeadOf(transit).block == 4 * i) return false;
+      return true;
+    });
+    ASSERT_TRUE(room.StartReceivers());
+    ASSERT_TRUE(room.Send());
+    EXPECT_TRUE(room.RunUntilQuiet(120s));
+    EXPECT_EQ(Ends(room), "whole told, whole told, whole told");
+  }
+}
+
 TEST_P(Repair, OneRepairServesEverybodyWhoMissesTheBlock) {
   Room room(Options(3));
   Fill(room);
