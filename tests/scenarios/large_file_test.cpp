@@ -1,6 +1,7 @@
 // Lengths and offsets beyond 32 bits.
 #include <gtest/gtest.h>
 
+#include "sim/sanitizers.h"
 #include "tests/scenarios/story.h"
 
 namespace quorl::sim {
@@ -9,6 +10,7 @@ namespace {
 using namespace std::chrono_literals;
 
 TEST(LargeFile, BlocksAtTwoAndFourGibibytesAreRepairedInTheirPlaces) {
+  if (IS_SANITIZED) GTEST_SKIP() << "a million blocks take minutes under a sanitizer";
   Room room({.senderProfile = Profile::Robust, .receiverProfile = Profile::Robust});
   room.World().SetLogging(false);
   const uint64_t twoGiB = 2ull << 30;
