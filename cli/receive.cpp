@@ -84,9 +84,7 @@ class Receiving {
     if (event.message != WM_TRANS_STATUS) return std::nullopt;
     auto status = static_cast<uint32_t>(event.wParam);
     // A file that cannot be written does not end the others; the end comes when the sender is through.
-    bool goesOn = status == QUORL_STATUS_FILE_UNWRITABLE ||
-                  (status == QUORL_STATUS_PATH_TOO_LONG && State().phase != QUORL_PHASE_OVER);
-    if (goesOn) {
+    if (status == QUORL_STATUS_FILE_UNWRITABLE) {
       console.Warn(fmt::format("error: {} (status {}); the other files go on", StatusInWords(status), status));
       return std::nullopt;
     }
