@@ -34,19 +34,6 @@ TEST_P(RoomTest, ATreeArrivesAtEveryReceiver) {
   EXPECT_TRUE(room.FailedReceivers().empty());
 }
 
-TEST_P(RoomTest, AReceiverWithoutPowerDoesNotKeepTheOthers) {
-  Room room(Options(3, 2));
-  room.File("a.bin", 200'000);
-  ASSERT_TRUE(room.StartReceivers());
-  ASSERT_TRUE(room.Send());
-  room.World().At(room.World().Now() + 100ms, [&] { room.Receiver(1).PowerOff(); });
-  ASSERT_TRUE(room.RunUntilQuiet(120s));
-  EXPECT_TRUE(room.TreesIdentical(0));
-  EXPECT_TRUE(room.TreesIdentical(2));
-  EXPECT_FALSE(room.TreesIdentical(1));
-  EXPECT_FALSE(room.WasToldComplete(1));
-}
-
 TEST_P(RoomTest, TheSameSeedGivesTheSameTransferToTheLastDatagram) {
   const auto run = [](uint64_t seed) {
     Room room(Options(2, seed));
