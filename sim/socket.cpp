@@ -1,6 +1,7 @@
 #include "sim/socket.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "sim/machine.h"
 
@@ -112,7 +113,10 @@ bool SimSocket::Accepts(uint32_t address) const {
 
 bool SimSocket::Take(std::shared_ptr<const SentDatagram> datagram) {
   const size_t bytes = datagram->bytes.size();
-  if (!queue.empty() && queuedBytes + bytes > bufferBytes) return false;
+  if (!queue.empty() && queuedBytes + bytes > bufferBytes) {
+    ++dropped;
+    return false;
+  }
   queuedBytes += bytes;
   queue.push_back(std::move(datagram));
   machine.Schedule().WakeAll(readers);
@@ -153,7 +157,7 @@ Received SimSocket::TakeFirst(std::span<uint8_t> buffer) {
   queuedBytes -= datagram->bytes.size();
   const size_t length = std::min(buffer.size(), datagram->bytes.size());
   std::copy_n(datagram->bytes.begin(), length, buffer.begin());
-  return {Received::Outcome::Datagram, length, datagram->source};
+  return {Received::Outcome::Datagram, length, datagram->source, std::exchange(dropped, 0)};
 }
 
 }  // namespace quorl::sim

@@ -71,6 +71,7 @@ class SimSocket : public DatagramSocket, public std::enable_shared_from_this<Sim
   std::vector<Membership> memberships;
   size_t bufferBytes = 212992;
   size_t queuedBytes = 0;
+  uint32_t dropped = 0;  ///< Since the latest that was received.
   std::deque<std::shared_ptr<const SentDatagram>> queue;
   WaitList readers;
 };

@@ -45,6 +45,11 @@ QUORL_EXPORT uint32_t SetProfile(uint32_t profile);
    1; 0 when it is no directory. */
 QUORL_EXPORT uint32_t SetReceiveRoot(const char* directory);
 
+/* Receiver: the only sender to listen to, IPv4 in network byte order; datagrams from any other address are dropped and
+   counted. 0, the value at load: anyone; the robust profile then keeps to the one whose announcement it has accepted,
+   until that transfer is over. For the next StartReceive. Always 1. */
+QUORL_EXPORT uint32_t SetSender(uint32_t address);
+
 /* The state of a transfer, for a host that wants to know more than the messages tell. Any thread may ask at any time.
  */
 
@@ -67,6 +72,8 @@ typedef struct {
   uint64_t blocksStored;   /* on the disk */
   uint64_t blocksMissing;  /* announced and not on the disk */
   uint32_t senderAddress;  /* network byte order; 0 while none was heard */
+  char currentFile[520];   /* relative name of the file of the latest block, as announced: divided by backslashes and
+                              beginning with one, NUL-terminated; "" while none has come */
 } QuorlReceiveState;
 
 /* Receiver: what has been received so far, or by the last transfer. 1; 0 when state is NULL. */
@@ -102,6 +109,17 @@ typedef struct {
 /* Sender: one row for each receiver collected, in the order of GetReceivers. Fills at most capacity rows, returns how
    many there are. */
 QUORL_EXPORT uint32_t GetReceiverStates(QuorlReceiverState* rows, uint32_t capacity);
+
+/* One thing that a role has counted. */
+typedef struct {
+  const char* name; /* static text: the role, what is counted and why, such as "receiver.dropped.stranger" */
+  uint64_t value;
+} QuorlCounter;
+
+/* Both roles, the sender's counters first: what each has counted since its latest Init, or 0 before the first; those
+   that end in "high_water" are the most that was waiting at any time. Fills at most capacity counters, returns how
+   many there are, which never changes, nor does their order. Any thread. */
+QUORL_EXPORT uint32_t GetCounters(QuorlCounter* counters, uint32_t capacity);
 
 #ifdef __cplusplus
 }

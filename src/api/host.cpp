@@ -84,6 +84,11 @@ uint32_t SetReceiveRoot(const char* directory) {
   return 1;
 }
 
+uint32_t SetSender(uint32_t address) {
+  quorl::Client().SetSender(address);
+  return 1;
+}
+
 uint32_t GetReceiveState(QuorlReceiveState* state) {
   if (state == nullptr) return 0;
   const quorl::ReceiveState received = quorl::Client().GetState();
@@ -91,7 +96,8 @@ uint32_t GetReceiveState(QuorlReceiveState* state) {
             received.files,          received.failedFiles,
             received.firstFailure,   received.blocksExpected,
             received.blocksStored,   received.blocksExpected - received.blocksStored,
-            received.senderAddress};
+            received.senderAddress,  {}};
+  received.currentName.copy(state->currentFile, sizeof state->currentFile - 1);
   return 1;
 }
 
@@ -110,4 +116,13 @@ uint32_t GetReceiverStates(QuorlReceiverState* rows, uint32_t capacity) {
     rows[i] = {row.address, StateOf(row.state), row.status, row.missingBlocks.value_or(0)};
   }
   return static_cast<uint32_t>(sent.receivers.size());
+}
+
+uint32_t GetCounters(QuorlCounter* counters, uint32_t capacity) {
+  std::vector<quorl::NamedCount> list = quorl::Server().GetCounters();
+  const std::vector<quorl::NamedCount> ofReceiver = quorl::Client().GetCounters();
+  list.insert(list.end(), ofReceiver.begin(), ofReceiver.end());
+  for (uint32_t i = 0; counters != nullptr && i < capacity && i < list.size(); ++i)
+    counters[i] = {list[i].name, list[i].value};
+  return static_cast<uint32_t>(list.size());
 }

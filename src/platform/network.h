@@ -29,6 +29,7 @@ struct Received {
   Outcome outcome = Outcome::Failed;
   size_t length = 0;  ///< Bytes in the buffer; a longer datagram is cut to the buffer's size.
   Endpoint from;
+  uint32_t droppedBefore = 0;  ///< Datagrams that found the receive buffer full since the one received before this.
 };
 
 /// An IPv4 datagram socket. Several threads may send at once; one thread receives; any thread may close it, which ends

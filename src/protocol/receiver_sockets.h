@@ -4,6 +4,7 @@
 #include <span>
 
 #include "platform/machine.h"
+#include "protocol/counted_socket.h"
 #include "protocol/endpoints.h"
 
 namespace quorl {
@@ -20,7 +21,8 @@ class ReceiverSockets {
     TearDown,  ///< Failed later; the receiver is to be torn down as a whole.
   };
 
-  ReceiverSockets(const Machine& machine, const RoomAddress& room) : machine(machine), room(room) {}
+  ReceiverSockets(const Machine& machine, const RoomAddress& room, Counters& counters)
+      : machine(machine), room(room), counters(counters) {}
 
   SetUp Open();
 
@@ -32,15 +34,14 @@ class ReceiverSockets {
   void CloseReport();
 
   bool SendToSender(uint32_t senderAddress, std::span<const uint8_t> datagram) {
-    return dataSocket && dataSocket->Send(datagram, {senderAddress, room.ReplyPort()});
+    return SendCounted(dataSocket, counters, datagram, {senderAddress, room.ReplyPort()});
   }
   Received ReceiveData(std::span<uint8_t> buffer, Duration limit, Event* interrupt) {
-    return dataSocket ? dataSocket->Receive(buffer, limit, interrupt) : Received{Received::Outcome::Closed, 0, {}};
+    return ReceiveCounted(dataSocket, counters, buffer, limit, interrupt);
   }
   /// Never waits.
   Received ReceiveReport(std::span<uint8_t> buffer) {
-    return reportSocket ? reportSocket->Receive(buffer, Duration::zero(), nullptr)
-                        : Received{Received::Outcome::Closed, 0, {}};
+    return ReceiveCounted(reportSocket, counters, buffer, Duration::zero(), nullptr);
   }
 
  private:
@@ -50,6 +51,7 @@ class ReceiverSockets {
 
   const Machine& machine;
   const RoomAddress room;
+  Counters& counters;
   std::shared_ptr<DatagramSocket> dataSocket;
   std::shared_ptr<DatagramSocket> reportSocket;
 };

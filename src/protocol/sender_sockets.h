@@ -6,6 +6,7 @@
 #include <span>
 
 #include "platform/machine.h"
+#include "protocol/counted_socket.h"
 #include "protocol/endpoints.h"
 
 namespace quorl {
@@ -16,7 +17,8 @@ namespace quorl {
 /// After Open, any thread may send, one thread receives, and any thread may close.
 class SenderSockets {
  public:
-  SenderSockets(const Machine& machine, const RoomAddress& room) : machine(machine), room(room) {}
+  SenderSockets(const Machine& machine, const RoomAddress& room, Counters& counters)
+      : machine(machine), room(room), counters(counters) {}
 
   /// Opens everything and looks for another sender for 100 ms. On failure everything is closed again, but when another
   /// sender was found, `hostWindow` is told and the send and reply sockets stay open until Close.
@@ -25,15 +27,17 @@ class SenderSockets {
   /// Idempotent. Ends a running ReceiveReply; later sends fail.
   void Close();
 
-  bool SendToGroup(std::span<const uint8_t> datagram) { return sendSocket && sendSocket->Send(datagram, room.group); }
+  bool SendToGroup(std::span<const uint8_t> datagram) {
+    return SendCounted(sendSocket, counters, datagram, room.group);
+  }
   bool SendTo(Endpoint receiver, std::span<const uint8_t> datagram) {
-    return sendSocket && sendSocket->Send(datagram, receiver);
+    return SendCounted(sendSocket, counters, datagram, receiver);
   }
   bool SendReport(std::span<const uint8_t> datagram) {
-    return reportSocket && reportSocket->Send(datagram, REPORT_GROUP);
+    return SendCounted(reportSocket, counters, datagram, REPORT_GROUP);
   }
   Received ReceiveReply(std::span<uint8_t> buffer, Event* interrupt) {
-    return replySocket ? replySocket->Receive(buffer, FOREVER, interrupt) : Received{Received::Outcome::Closed, 0, {}};
+    return ReceiveCounted(replySocket, counters, buffer, FOREVER, interrupt);
   }
 
  private:
@@ -46,6 +50,7 @@ class SenderSockets {
 
   const Machine& machine;
   const RoomAddress room;
+  Counters& counters;
   std::shared_ptr<DatagramSocket> sendSocket;
   std::shared_ptr<DatagramSocket> replySocket;
   std::shared_ptr<DatagramSocket> reportSocket;

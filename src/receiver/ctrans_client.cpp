@@ -32,7 +32,14 @@ uint32_t CTransClient::DeInitClient() {
 }
 
 uint32_t CTransClient::StartReceive() {
-  if (const auto current = Session()) current->StartReceive();
+  std::shared_ptr<ReceiverSession> current;
+  uint32_t address = 0;
+  {
+    const std::scoped_lock locked(lock);
+    current = session;
+    address = onlySender;
+  }
+  if (current) current->StartReceive(address);
   return 1;
 }
 
@@ -51,9 +58,19 @@ void CTransClient::SetReceiveRoot(const std::string& drivePath) {
   if (session) session->SetReceiveRoot(drivePath);
 }
 
+void CTransClient::SetSender(uint32_t address) {
+  const std::scoped_lock locked(lock);
+  onlySender = address;
+}
+
 ReceiveState CTransClient::GetState() {
   const auto current = Session();
   return current ? current->GetState() : ReceiveState{};
+}
+
+std::vector<NamedCount> CTransClient::GetCounters() {
+  const auto current = Session();
+  return current ? current->counters.List(Role::Receiver) : Counters().List(Role::Receiver);
 }
 
 std::shared_ptr<ReceiverSession> CTransClient::Session() {

@@ -5,8 +5,10 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "platform/machine.h"
+#include "protocol/counters.h"
 #include "protocol/profile.h"
 #include "receiver/receive_state.h"
 
@@ -46,8 +48,14 @@ class CTransClient {
   /// sender. For the next transfer that is announced.
   void SetReceiveRoot(const std::string& drivePath);
 
+  /// The only address to listen to, network byte order; 0: anyone. For the next StartReceive.
+  void SetSender(uint32_t address);
+
   /// Stays readable after DeInitClient, until the next InitClient.
   ReceiveState GetState();
+
+  /// Since the latest InitClient.
+  std::vector<NamedCount> GetCounters();
 
  private:
   std::shared_ptr<ReceiverSession> Session();
@@ -58,6 +66,7 @@ class CTransClient {
   std::mutex lock;  // guards what follows
   Profile profile = Profile::Classic;
   std::string receiveRoot;
+  uint32_t onlySender = 0;
   std::shared_ptr<ReceiverSession> session;
 };
 

@@ -39,7 +39,7 @@ ReceiveLoop::Next ReceiveLoop::ReceiveOne() {
   switch (received.outcome) {
     case Received::Outcome::Datagram: break;
     case Received::Outcome::TimedOut:
-      if (!session.senderLost) {
+      if (!session.sender.IsLost()) {
         ClientSendAck();
       } else {
         requestTimer.Stop();
@@ -50,7 +50,11 @@ ReceiveLoop::Next ReceiveLoop::ReceiveOne() {
     case Received::Outcome::Closed: return Next::End;
   }
   const auto datagram = std::span<const uint8_t>(buffer).first(received.length);
-  if (!HasMagic(datagram) || IsForeign(received.from.address)) return Next::Continue;
+  if (!HasMagic(datagram)) return Handle(Reject::WrongMagic);
+  if (!session.sender.Accepts(received.from.address)) {
+    session.counters.Add(Count::DroppedStranger);
+    return Next::Continue;
+  }
   session.replies.SetSender(received.from.address);
   return Dispatch(ParseFromSender(datagram));
 }
@@ -63,13 +67,13 @@ Received ReceiveLoop::Receive() {
   return session.sockets.ReceiveData(buffer, limit, &session.stop.Stopped());
 }
 
-// A robust receiver listens to the sender whose transfer it takes part in until that is over or lost.
-bool ReceiveLoop::IsForeign(uint32_t address) const {
-  return boundSender != 0 && address != boundSender && !session.senderLost;
-}
-
 ReceiveLoop::Next ReceiveLoop::Dispatch(const FromSender& message) {
   return std::visit([this](const auto& command) { return Handle(command); }, message);
+}
+
+ReceiveLoop::Next ReceiveLoop::Handle(Reject reason) {
+  session.counters.AddRejected(reason);
+  return Next::Continue;
 }
 
 ReceiveLoop::Next ReceiveLoop::Handle(const Collect&) {
@@ -84,7 +88,8 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Task& task) {
   session.DestoryAll();
   session.SetAnswerPending();
   session.stopSeen = false;
-  const bool watchHasEnded = session.senderLost.exchange(false);
+  session.SetCurrentName("");
+  const bool watchHasEnded = session.sender.TakeLost();
   position = SequencePosition();
   requestTimer.Stop();
   isMaster = 0;
@@ -102,7 +107,7 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Task& task) {
     session.GiveUp(check == 0 ? uint32_t{QUORL_STATUS_DISK_FULL} : check);
     return Next::End;
   }
-  if (session.profile == Profile::Robust) boundSender = session.replies.Sender();
+  if (session.profile == Profile::Robust) session.sender.Bind(session.replies.Sender());
   // The watch ends with the loss of a sender. A robust receiver does not wait without one for the next.
   if (firstAnnouncement) {
     session.StartTransferThreads();
@@ -167,7 +172,7 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Stop&) {
   session.stopSeen = true;
   // A sender that starts once more at once announces a new transfer, equal as it may be.
   acceptedAt.reset();
-  boundSender = 0;
+  session.sender.Release();
   isMaster = 0;
   requestTimer.Stop();
   session.host.PostStatus(QUORL_STATUS_DONE);

@@ -27,11 +27,10 @@ class ReceiveLoop {
 
   Next ReceiveOne();
   Received Receive();
-  bool IsForeign(uint32_t address) const;
   Next Dispatch(const FromSender& message);
 
   // One handler a command (receive_loop.cpp: the transfer, receive_repair.cpp: the repair).
-  Next Handle(Reject) { return Next::Continue; }
+  Next Handle(Reject reason);
   Next Handle(const Collect&);
   Next Handle(const Master& master);
   Next Handle(const Release& release);
@@ -67,7 +66,6 @@ class ReceiveLoop {
   SequencePosition position;
   TransferPtr transfer = session.CurrentTransfer();
   std::optional<Moment> acceptedAt;  // of the announcement whose copies change nothing; none after a stop
-  uint32_t boundSender = 0;          // the announced transfer's, robust; 0 while none
   bool firstAnnouncement = true;
   bool takesPart = true;
   uint32_t isMaster = 0;

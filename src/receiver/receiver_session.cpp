@@ -25,8 +25,8 @@ ReceiverSession::ReceiverSession(const Machine& machine, QuorlWindow hostWindow,
                                  Profile profile, const std::string& receiveRoot)
     : machine(machine),
       profile(profile),
-      sockets(this->machine, room),
-      replies(this->machine, sockets, profile),
+      sockets(this->machine, room, counters),
+      replies(this->machine, sockets, profile, counters),
       host(machine.windows, hostWindow),
       writer(*this),
       receiveRoot(receiveRoot) {}
@@ -53,9 +53,10 @@ bool ReceiverSession::OpenSockets() {
   return ready;
 }
 
-void ReceiverSession::StartReceive() {
+void ReceiverSession::StartReceive(uint32_t onlySender) {
   const std::scoped_lock locked(threadsLock);
   if (!ready || closed || receiveThread || writeThread) return;
+  sender.Name(onlySender);
   receiveThread = StartThread("ReceiveThread", Priority::AboveNormal, ReceiveThread);
   writeThread = StartThread("WriteThread", Priority::Normal, WriteThread);
   // Nobody is to wait for a thread that could not be started.

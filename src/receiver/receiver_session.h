@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/machine.h"
+#include "protocol/counters.h"
 #include "protocol/profile.h"
 #include "protocol/receiver_sockets.h"
 #include "receiver/block_queue.h"
@@ -17,6 +18,7 @@
 #include "receiver/missing_blocks.h"
 #include "receiver/receive_state.h"
 #include "receiver/replies.h"
+#include "receiver/sender_binding.h"
 #include "receiver/stop_flags.h"
 #include "receiver/transfer.h"
 #include "receiver/writer.h"
@@ -40,8 +42,8 @@ class ReceiverSession : public std::enable_shared_from_this<ReceiverSession> {
   bool PrepareEvents();
   /// Opens the sockets; on failure everything is closed again.
   bool OpenSockets();
-  /// Starts ReceiveThread and WriteThread, once.
-  void StartReceive();
+  /// Starts ReceiveThread and WriteThread, once. `onlySender`: the address to listen to; 0 for anyone.
+  void StartReceive(uint32_t onlySender);
   void SetReceiveRoot(const std::string& drivePath);
   ReceiveState GetState();
 
@@ -82,6 +84,8 @@ class ReceiverSession : public std::enable_shared_from_this<ReceiverSession> {
 
   const Machine machine;
   const Profile profile;
+  Counters counters;
+  SenderBinding sender;
   ReceiverSockets sockets;
   StopFlags stop;
   Replies replies;
@@ -93,8 +97,6 @@ class ReceiverSession : public std::enable_shared_from_this<ReceiverSession> {
   std::shared_ptr<Event> writeDone;
   std::shared_ptr<Event> lostDone;
   std::atomic<bool> senderNtPlatform = true;
-  /// The heartbeat has been missed for good.
-  std::atomic<bool> senderLost = false;
   /// A block came although nothing had been announced.
   std::atomic<bool> sawUnannounced = false;
   /// The sender has stopped the transfer.

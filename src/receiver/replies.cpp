@@ -21,7 +21,11 @@ bool Replies::SendClient() {
 }
 
 void Replies::SendAck(LostBlock wanted) {
-  if (!Send(Build(Ack{wanted.file, wanted.block}))) machine.debug.Write("\nQuorl-----Client Send ACK Failed!\n");
+  if (Send(Build(Ack{wanted.file, wanted.block}))) {
+    counters.Add(Count::RepairsAsked);
+  } else {
+    machine.debug.Write("\nQuorl-----Client Send ACK Failed!\n");
+  }
 }
 
 void Replies::SendAnswer(uint32_t missingBlocks) {

@@ -14,8 +14,8 @@ namespace quorl {
 /// What a receiver says to its sender: always to the address that the latest datagram came from. Any thread may use it.
 class Replies {
  public:
-  Replies(const Machine& machine, ReceiverSockets& sockets, Profile profile)
-      : machine(machine), sockets(sockets), profile(profile) {}
+  Replies(const Machine& machine, ReceiverSockets& sockets, Profile profile, Counters& counters)
+      : machine(machine), sockets(sockets), profile(profile), counters(counters) {}
 
   void SetSender(uint32_t address) { senderAddr = address; }
   uint32_t Sender() const { return senderAddr; }
@@ -39,6 +39,7 @@ class Replies {
   const Machine& machine;
   ReceiverSockets& sockets;
   const Profile profile;
+  Counters& counters;
   std::atomic<uint32_t> senderAddr = 0;
 };
 

@@ -44,7 +44,7 @@ void ReportWatchThread(ReceiverSession& session) {
     switch (CheckFourTimes(session)) {
       case Watch::Stopped: return;
       case Watch::Silent:
-        session.senderLost = true;
+        session.sender.SetLost();
         session.GiveUp(QUORL_STATUS_SENDER_LOST);
         return;
       case Watch::Heard:

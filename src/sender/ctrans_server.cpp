@@ -111,6 +111,11 @@ SendState CTransServer::GetState() {
   return current ? current->State() : SendState{};
 }
 
+std::vector<NamedCount> CTransServer::GetCounters() {
+  const auto current = Session();
+  return current ? current->ListCounters() : Counters().List(Role::Sender);
+}
+
 std::shared_ptr<SenderSession> CTransServer::Session() {
   const std::scoped_lock lock(mutex);
   return session;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/machine.h"
+#include "protocol/counters.h"
 #include "protocol/profile.h"
 #include "sender/send_state.h"
 
@@ -44,6 +45,8 @@ class CTransServer {
   /// For the next InitServer.
   void SetProfile(Profile newProfile);
   SendState GetState();
+  /// Since the latest InitServer.
+  std::vector<NamedCount> GetCounters();
 
  private:
   std::shared_ptr<SenderSession> Session();

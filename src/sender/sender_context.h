@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "platform/machine.h"
+#include "protocol/counters.h"
 #include "protocol/endpoints.h"
 #include "protocol/profile.h"
 #include "protocol/sender_sockets.h"
@@ -21,11 +22,12 @@ namespace quorl {
 class SenderContext {
  public:
   SenderContext(const Machine& machine, QuorlWindow hostWindow, const RoomAddress& room, Profile profile)
-      : machine(machine), hostWindow(hostWindow), profile(profile), sockets(this->machine, room) {}
+      : machine(machine), hostWindow(hostWindow), profile(profile), sockets(this->machine, room, counters) {}
 
   const Machine machine;
   const QuorlWindow hostWindow;
   const Profile profile;
+  Counters counters;
   SenderSockets sockets;
 
   /// Every receiver so far runs on a platform that takes the fast pacing. Never set again once cleared.

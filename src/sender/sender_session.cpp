@@ -97,7 +97,10 @@ void SenderSession::ReplyThread(Transfer& current) {
 /// False when ReplyThread has to end.
 bool SenderSession::Handle(Transfer& current, std::span<const uint8_t> datagram, Endpoint from) {
   const FromReceiver reply = ParseFromReceiver(datagram);
-  if (const auto* rejected = std::get_if<Reject>(&reply); rejected && *rejected == Reject::WrongMagic) return true;
+  if (const auto* rejected = std::get_if<Reject>(&reply)) {
+    context->counters.AddRejected(*rejected);
+    if (*rejected == Reject::WrongMagic) return true;
+  }
   bool goesOn = true;
   {
     const std::scoped_lock lock(context->mutex);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "sender/sender_context.h"
 #include "sender/transfer.h"
@@ -26,6 +27,7 @@ class SenderSession : public std::enable_shared_from_this<SenderSession> {
   uint32_t FillErrInfo(uint32_t* errInfoBuffer);
   uint32_t FillReceivers(uint32_t* addresses, uint32_t capacity);
   SendState State();
+  std::vector<NamedCount> ListCounters() const { return context->counters.List(Role::Sender); }
 
  private:
   std::shared_ptr<Transfer> Latest();

@@ -89,6 +89,7 @@ class Api : public testing::Test {
     DeInitClient();
     SetReceiveRoot("");
     SetSendRate(0);
+    SetSender(0);
     SetProfile(0);
     fs::remove_all(root);
   }
@@ -116,6 +117,15 @@ class Api : public testing::Test {
     ASSERT_EQ(InitServer(senderHost.Window(), 0, port, inet_addr("127.0.0.1")), 1u);
     ASSERT_EQ(SetSelectFiles(&path, 1, autoOpenName), 1);
     ASSERT_EQ(StartSend(), 1u);
+  }
+
+  static uint64_t Counter(std::string_view name) {
+    std::vector<QuorlCounter> counters(GetCounters(nullptr, 0));
+    EXPECT_EQ(GetCounters(counters.data(), static_cast<uint32_t>(counters.size())), counters.size());
+    const auto found =
+        std::find_if(counters.begin(), counters.end(), [&](const auto& one) { return one.name == name; });
+    EXPECT_NE(found, counters.end()) << name;
+    return found == counters.end() ? 0 : found->value;
   }
 
   fs::path root;
@@ -169,6 +179,10 @@ TEST_F(Api, AFileArrivesAndBothHostsAreTold) {
     EXPECT_EQ(received.complete, 1u);
     EXPECT_EQ(received.blocksStored, 8u);
     EXPECT_EQ(received.senderAddress, inet_addr("127.0.0.1"));
+    EXPECT_EQ(received.currentFile, "\\" + name);
+    EXPECT_GT(Counter("sender.datagrams_out"), 8u);
+    EXPECT_GT(Counter("receiver.bytes_in"), 30000u);
+    EXPECT_EQ(Counter("receiver.dropped.stranger"), 0u);
     QuorlReceiverState row{};
     EXPECT_EQ(GetReceiverStates(&row, 1), 1u);
     EXPECT_EQ(row.state, uint32_t{QUORL_RECEIVER_COMPLETE});
@@ -179,6 +193,15 @@ TEST_F(Api, AFileArrivesAndBothHostsAreTold) {
     senderHost.Forget();
     receiverHost.Forget();
   }
+}
+
+TEST_F(Api, OnlyTheNamedSenderIsHeard) {
+  WriteSource("file.bin", 100);
+  SetSender(inet_addr("127.0.0.9"));
+  StartReceiver();
+  Send("D:\\file.bin");
+  EXPECT_EQ(GetReceivers(nullptr, 0), 0u);
+  EXPECT_GT(Counter("receiver.dropped.stranger"), 0u);
 }
 
 TEST_F(Api, TheWindowsOwnProcMayTearTheReceiverDown) {

@@ -39,7 +39,8 @@ Failed FailNth(uint64_t nth, const Open& open) {
     return true;
   });
   machine.Call([&] {
-    Sockets sockets(machine.Seam(), RoomAddress::From(0, 0, LOCAL));
+    Counters counters;
+    Sockets sockets(machine.Seam(), RoomAddress::From(0, 0, LOCAL), counters);
     failed.opened = open(sockets);
     failed.openSockets = machine.OpenSockets();
   });
@@ -144,7 +145,8 @@ Probed OpenBeside(std::vector<uint8_t> datagram, uint16_t port) {
   const QuorlWindow window = machine.MakeWindow();
   machine.Call([&] {
     const Moment start = machine.Seam().clock.Now();
-    SenderSockets sockets(machine.Seam(), RoomAddress::From(0, 0, LOCAL));
+    Counters counters;
+    SenderSockets sockets(machine.Seam(), RoomAddress::From(0, 0, LOCAL), counters);
     probed.opened = sockets.Open(window);
     probed.took = machine.Seam().clock.Now() - start;
     probed.openSockets = machine.OpenSockets();

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "platform/posix/network.h"
@@ -40,6 +41,8 @@ Descriptor OpenUdp() {
   Descriptor descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   // Else groups that other programs on this machine have joined would leak in.
   if (descriptor && !SetOption(descriptor.Get(), IPPROTO_IP, IP_MULTICAST_ALL, 0)) descriptor.Close();
+  // Only a count: a system that refuses it is no worse.
+  if (descriptor) SetOption(descriptor.Get(), SOL_SOCKET, SO_RXQ_OVFL, 1);
   return descriptor;
 }
 
@@ -59,6 +62,14 @@ bool ChangeMembership(int descriptor, int option, uint32_t group, uint32_t local
   membership.imr_multiaddr.s_addr = group;
   membership.imr_interface.s_addr = localInterface;
   return SetOption(descriptor, IPPROTO_IP, option, membership);
+}
+
+/// Puts into `count` what the system has dropped on a descriptor so far, modulo 2^32, if it tells that with this
+/// datagram (SO_RXQ_OVFL, socket(7)).
+void ReadDropped(msghdr& message, uint32_t& count) {
+  for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part))
+    if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SO_RXQ_OVFL)
+      std::memcpy(&count, CMSG_DATA(part), sizeof count);
 }
 
 /// Errors that an earlier datagram's ICMP answer left on the socket. They say nothing about the call that meets them.
@@ -210,7 +221,7 @@ bool PosixDatagramSocket::WaitForRoom(int error, Moment deadline) {
 
 Received PosixDatagramSocket::Receive(std::span<uint8_t> buffer, Duration limit, Event* interrupt) {
   const Use use(*this);
-  if (!use) return {Received::Outcome::Closed, 0, {}};
+  if (!use) return {.outcome = Received::Outcome::Closed};
   const Moment deadline = DeadlineAfter(nonBlocking ? Duration::zero() : limit);
   // A descriptor of -1 is left out of a poll.
   std::array<pollfd, 4> waits{
@@ -218,38 +229,48 @@ Received PosixDatagramSocket::Receive(std::span<uint8_t> buffer, Duration limit,
       pollfd{closing->PollDescriptor(), POLLIN, 0},
       pollfd{interrupt ? static_cast<PosixEvent*>(interrupt)->PollDescriptor() : -1, POLLIN, 0}};
   while (true) {
-    if (interrupt && interrupt->IsSet()) return {Received::Outcome::Interrupted, 0, {}};
+    if (interrupt && interrupt->IsSet()) return {.outcome = Received::Outcome::Interrupted};
     // What has arrived is taken without a poll: on a full stream that is one system call a datagram.
     if (const auto taken = Take(buffer)) return *taken;
     const bool inTime = PollUntil(waits, deadline);
-    if (IsClosed()) return {Received::Outcome::Closed, 0, {}};
-    if (!inTime && !(interrupt && interrupt->IsSet())) return {Received::Outcome::TimedOut, 0, {}};
+    if (IsClosed()) return {.outcome = Received::Outcome::Closed};
+    if (!inTime && !(interrupt && interrupt->IsSet())) return {.outcome = Received::Outcome::TimedOut};
   }
 }
 
 /// One datagram that has arrived, or a failure; nothing when there is none. The descriptors take turns in coming first,
 /// so that a stream to the group cannot keep a unicast datagram waiting.
 std::optional<Received> PosixDatagramSocket::Take(std::span<uint8_t> buffer) {
-  std::array<int, 2> order{ownSocket.Get(), groupSocket.Get()};
-  if (groupGoesFirst) std::swap(order[0], order[1]);
-  groupGoesFirst = !groupGoesFirst;
-  for (const int descriptor : order) {
-    if (descriptor < 0) continue;
-    const auto taken = TakeFrom(descriptor, buffer);
+  const bool first = std::exchange(groupGoesFirst, !groupGoesFirst);
+  for (const bool fromGroup : {first, !first}) {
+    if (fromGroup && !groupSocket) continue;
+    const auto taken = TakeFrom(fromGroup, buffer);
     if (taken) return taken;
   }
   return std::nullopt;
 }
 
-std::optional<Received> PosixDatagramSocket::TakeFrom(int descriptor, std::span<uint8_t> buffer) {
+std::optional<Received> PosixDatagramSocket::TakeFrom(bool fromGroup, std::span<uint8_t> buffer) {
   sockaddr_in from{};
+  iovec part{buffer.data(), buffer.size()};
+  alignas(cmsghdr) std::array<uint8_t, CMSG_SPACE(sizeof(uint32_t))> control{};
   while (true) {
-    socklen_t size = sizeof from;
-    const ssize_t length =
-        recvfrom(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&from), &size);
-    if (length >= 0)
-      return Received{
-          Received::Outcome::Datagram, static_cast<size_t>(length), {from.sin_addr.s_addr, ntohs(from.sin_port)}};
+    msghdr message{};
+    message.msg_name = &from;
+    message.msg_namelen = sizeof from;
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    const ssize_t length = recvmsg((fromGroup ? groupSocket : ownSocket).Get(), &message, MSG_DONTWAIT);
+    if (length >= 0) {
+      const uint32_t before = dropped[fromGroup];
+      ReadDropped(message, dropped[fromGroup]);
+      return Received{Received::Outcome::Datagram,
+                      static_cast<size_t>(length),
+                      {from.sin_addr.s_addr, ntohs(from.sin_port)},
+                      dropped[fromGroup] - before};
+    }
     if (errno == EAGAIN) return std::nullopt;
     if (errno != EINTR && !IsEarlierError(errno)) return Received{};
   }

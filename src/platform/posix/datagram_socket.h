@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <optional>
 
@@ -44,7 +45,7 @@ class PosixDatagramSocket : public DatagramSocket {
   int MemberDescriptor() const { return groupSocket ? groupSocket.Get() : ownSocket.Get(); }
   bool WaitForRoom(int error, Moment deadline);
   std::optional<Received> Take(std::span<uint8_t> buffer);
-  static std::optional<Received> TakeFrom(int descriptor, std::span<uint8_t> buffer);
+  std::optional<Received> TakeFrom(bool fromGroup, std::span<uint8_t> buffer);
 
   Descriptor ownSocket;
   Descriptor groupSocket;
@@ -53,8 +54,9 @@ class PosixDatagramSocket : public DatagramSocket {
   std::atomic<bool> nonBlocking{false};
   Endpoint local;
   Endpoint joined;
-  size_t receiveBuffer = 0;    // As asked for; 0 is the system's own size.
-  bool groupGoesFirst = true;  // Which descriptor the receiving thread reads first next time.
+  size_t receiveBuffer = 0;           // As asked for; 0 is the system's own size.
+  bool groupGoesFirst = true;         // Which descriptor the receiving thread reads first next time.
+  std::array<uint32_t, 2> dropped{};  // As the system counts for the own and the group descriptor; for that thread.
 };
 
 }  // namespace quorl

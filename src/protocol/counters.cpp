@@ -1,0 +1,46 @@
+// The public names of the counters: the role, what is counted and, for what was dropped or refused, why. A host shows
+// them as they stand.
+#include "protocol/counters.h"
+
+namespace quorl {
+
+namespace {
+
+struct PublicName {
+  Count what;
+  const char* ofSender;  ///< nullptr where the role has no such counter.
+  const char* ofReceiver;
+};
+
+constexpr PublicName NAMES[] = {
+    {Count::DatagramsIn, "sender.datagrams_in", "receiver.datagrams_in"},
+    {Count::BytesIn, "sender.bytes_in", "receiver.bytes_in"},
+    {Count::DatagramsOut, "sender.datagrams_out", "receiver.datagrams_out"},
+    {Count::BytesOut, "sender.bytes_out", "receiver.bytes_out"},
+    {Count::SocketOverflows, "sender.socket_overflows", "receiver.socket_overflows"},
+    {Count::DroppedWrongMagic, "sender.dropped.magic", "receiver.dropped.magic"},
+    {Count::DroppedUnknownCommand, "sender.dropped.command", "receiver.dropped.command"},
+    {Count::DroppedNotForThisSide, "sender.dropped.other_side", "receiver.dropped.other_side"},
+    {Count::DroppedTooShort, "sender.dropped.short", "receiver.dropped.short"},
+    {Count::DroppedNotFirstSending, nullptr, "receiver.dropped.not_first_sending"},
+    {Count::DroppedFileNumberZero, nullptr, "receiver.dropped.file_zero"},
+    {Count::DroppedTailOutOfRange, nullptr, "receiver.dropped.tail"},
+    {Count::DroppedBlockBeyondLast, nullptr, "receiver.dropped.beyond_last"},
+    {Count::DroppedBlockIncomplete, nullptr, "receiver.dropped.incomplete"},
+    {Count::DroppedStranger, nullptr, "receiver.dropped.stranger"},
+    {Count::RepairsAsked, nullptr, "receiver.repairs_asked"},
+};
+static_assert(std::size(NAMES) == static_cast<size_t>(Count::COUNT));
+
+}  // namespace
+
+std::vector<NamedCount> Counters::List(Role role) const {
+  std::vector<NamedCount> list;
+  for (const PublicName& entry : NAMES) {
+    const char* name = role == Role::Sender ? entry.ofSender : entry.ofReceiver;
+    if (name != nullptr) list.push_back({name, (*this)[entry.what]});
+  }
+  return list;
+}
+
+}  // namespace quorl
