@@ -29,7 +29,7 @@ bool SenderSockets::Open(QuorlWindow hostWindow) {
 void SenderSockets::Close() {
   for (const auto& socket : {sendSocket, replySocket, reportSocket})
     if (socket) socket->Close();
-  machine.network.Stop();
+  if (holdsNetwork.exchange(false)) machine.network.Stop();
 }
 
 bool SenderSockets::OpenSendAndReply() {
@@ -38,7 +38,7 @@ bool SenderSockets::OpenSendAndReply() {
   return RunSteps(
       machine.debug,
       {
-          {[&] { return network.Start(); }, "\nQuorl------Initialize Winsock2.2 Failed!\n"},
+          {[&] { return (holdsNetwork = network.Start()); }, "\nQuorl------Initialize Winsock2.2 Failed!\n"},
           {[&] { return (sendSocket = network.OpenDatagramSocket()) != nullptr; },
            "\nQuorl------Create Send Socket Failed!\n"},
           {[&] { return (replySocket = network.OpenDatagramSocket()) != nullptr; },

@@ -2,6 +2,7 @@
 
 #include <quorl/quorl.h>
 
+#include <atomic>
 #include <memory>
 #include <span>
 
@@ -51,6 +52,7 @@ class SenderSockets {
   const Machine& machine;
   const RoomAddress room;
   Counters& counters;
+  std::atomic<bool> holdsNetwork = false;  // the socket library is to be given back
   std::shared_ptr<DatagramSocket> sendSocket;
   std::shared_ptr<DatagramSocket> replySocket;
   std::shared_ptr<DatagramSocket> reportSocket;

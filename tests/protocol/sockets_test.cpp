@@ -152,7 +152,7 @@ Probed OpenBeside(std::vector<uint8_t> datagram, uint16_t port) {
     probed.openSockets = machine.OpenSockets();
     sockets.Close();
     EXPECT_EQ(machine.OpenSockets(), 0u);
-    EXPECT_LE(machine.NetworkStarts(), 0);
+    EXPECT_EQ(machine.NetworkStarts(), 0);
   });
   probed.messages = machine.Messages();
   return probed;
