@@ -85,8 +85,12 @@ std::unique_ptr<InputFile> MachineFiles::OpenInput(const std::string& path) {
   return std::make_unique<SimInputFile>(machine, std::move(file), path);
 }
 
+void MachineFiles::MakeTarget(const std::string& base) {
+  if (!machine.IsOff()) machine.Disk().MakeDirectories(base, {});
+}
+
 void MachineFiles::CreateDirectories(const std::string& base, const RelativePath& name) {
-  if (!machine.IsOff()) machine.Disk().MakeDirectories(base, name.Components());
+  if (!machine.IsOff() && machine.Disk().Entries(base)) machine.Disk().MakeDirectories(base, name.Components());
 }
 
 bool MachineFiles::CanOpenOutput(const std::string& base, const RelativePath& name) {

@@ -14,6 +14,7 @@ class MachineFiles : public Files {
   bool IsFile(const std::string& path) override;
   std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& path) override;
   std::unique_ptr<InputFile> OpenInput(const std::string& path) override;
+  void MakeTarget(const std::string& base) override;
   void CreateDirectories(const std::string& base, const RelativePath& name) override;
   bool CanOpenOutput(const std::string& base, const RelativePath& name) override;
   OpenedOutput OpenOutput(const std::string& base, const RelativePath& name, WhenMissing whenMissing) override;

@@ -31,8 +31,9 @@ void MachineWindows::DestroyWindow(QuorlWindow handle) {
   queue.Destroy(window.mapped().queued);
 }
 
-void MachineWindows::Post(QuorlWindow window, HostMessage message) {
-  if (const QuorlWindow queued = Record(window, message, false)) queue.Post(queued, std::move(message));
+bool MachineWindows::Post(QuorlWindow window, HostMessage message) {
+  const QuorlWindow queued = Record(window, message, false);
+  return queued == nullptr || queue.Post(queued, std::move(message));
 }
 
 void MachineWindows::Send(QuorlWindow window, HostMessage message) {

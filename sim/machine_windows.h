@@ -39,7 +39,7 @@ class MachineWindows : public Windows {
   void SetTap(std::function<void(const RecordedMessage&)> newTap) { tap = std::move(newTap); }
 
   bool IsWindow(QuorlWindow window) override { return windows.contains(window); }
-  void Post(QuorlWindow window, HostMessage message) override;
+  bool Post(QuorlWindow window, HostMessage message) override;
   void Send(QuorlWindow window, HostMessage message) override;
 
  private:

@@ -33,7 +33,7 @@ MappedPath MapFilePath(const std::string& targetDir, const std::string& name);
 /// the target.
 MappedPath MapDirectoryPath(const std::string& targetDir, const std::string& name);
 
-/// Makes the target directory and every directory beneath it on the way. Failures show when a file is opened.
+/// Makes every directory on the way from the target directory to this one. Failures show when a file is opened.
 void CreateDirChain(const Machine& machine, const LocalPath& directory);
 
 /// Makes the directories above the file `name`. As the name's illegal characters are not removed here, they are not

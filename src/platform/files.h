@@ -77,7 +77,12 @@ class Files {
   // What a receiver asks: `base` is the target directory, which may be reached through links; `name` came from the
   // network and is resolved beneath it without following any link.
 
-  /// Makes `base` and every directory of `name` beneath it that does not exist. Failures show when a file is opened.
+  /// Makes `base`, with the directories above it, where it does not exist; at the start of a transfer. Failures show
+  /// when a file is opened.
+  virtual void MakeTarget(const std::string& base) = 0;
+
+  /// Makes every directory of `name` beneath `base` that does not exist. A target that somebody has removed is not made
+  /// again. Failures show when a file is opened.
   virtual void CreateDirectories(const std::string& base, const RelativePath& name) = 0;
 
   /// Whether `name` is a regular file that can be opened for writing; creates nothing.

@@ -67,10 +67,13 @@ bool WindowQueue::IsWindow(QuorlWindow handle) {
   return window && !window->destroyed;
 }
 
-void WindowQueue::Post(QuorlWindow handle, HostMessage message) {
+bool WindowQueue::Post(QuorlWindow handle, HostMessage message) {
   const std::lock_guard lock(mutex);
   const WindowPtr window = Find(handle);
-  if (window && !window->destroyed && window->MakeRoom(message)) Enqueue(*window, {std::move(message), nullptr});
+  if (!window || window->destroyed) return true;
+  const bool hadRoom = window->queue.size() < MAX_QUEUED;
+  if (window->MakeRoom(message)) Enqueue(*window, {std::move(message), nullptr});
+  return hadRoom;
 }
 
 void WindowQueue::Send(QuorlWindow handle, HostMessage message) {

@@ -27,7 +27,7 @@ class WindowQueue : public Windows {
   void Destroy(QuorlWindow window);
 
   bool IsWindow(QuorlWindow window) override;
-  void Post(QuorlWindow window, HostMessage message) override;
+  bool Post(QuorlWindow window, HostMessage message) override;
 
   /// From the window's own thread the procedure is called at once, within the one that is running.
   void Send(QuorlWindow window, HostMessage message) override;

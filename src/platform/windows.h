@@ -24,8 +24,9 @@ class Windows {
 
   virtual bool IsWindow(QuorlWindow window) = 0;
 
-  /// Queues the message and returns at once.
-  virtual void Post(QuorlWindow window, HostMessage message) = 0;
+  /// Queues the message and returns at once. False when the queue was full, and this message or an older name of a file
+  /// has been dropped.
+  virtual bool Post(QuorlWindow window, HostMessage message) = 0;
 
   /// Returns when the host's window procedure has handled the message, or the window has been destroyed.
   virtual void Send(QuorlWindow window, HostMessage message) = 0;

@@ -27,8 +27,24 @@ enum class Count : uint8_t {
   DroppedTailOutOfRange,
   DroppedBlockBeyondLast,
   DroppedBlockIncomplete,
+  DroppedMoreFilesThanBlocks,
 
-  DroppedStranger,  ///< From another address than the sender that the receiver is bound to.
+  DroppedStranger,         ///< From another address than the sender that the receiver is bound to.
+  DroppedUnannounced,      ///< What only an announcement gives a meaning, without one.
+  DroppedBeyondFileCount,  ///< A block of a file beyond the announced ones,
+  DroppedBeyondTotal,      ///< or beyond the announced number of blocks,
+  DroppedSecondShape,      ///< or with another shape or name than its file has.
+  DroppedQueueFull,        ///< A block that found no room on the way to the writer.
+  DroppedMessages,         ///< Messages that found no room in the host window's queue.
+
+  RefusedNames,        ///< Files whose name leads nowhere beneath the target, or to the place of another file.
+  RefusedDirectories,  ///< Empty directories of such a name, or beyond what one transfer may announce.
+  RefusedGaps,         ///< Gaps that found no room; their blocks are found by comparing with what is stored,
+  RefusedMissing,      ///< and so are missing blocks that found none.
+
+  QueueHighWater,    ///< Bytes on the way to the writer.
+  GapsHighWater,     ///< Gaps that waited for expansion.
+  MissingHighWater,  ///< Blocks known to be missing.
 
   RepairsAsked,
 

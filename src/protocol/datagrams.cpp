@@ -38,6 +38,13 @@ FromSender ParseBlock(std::span<const uint8_t> datagram) {
   return Message{head, bytes.first(expected)};
 }
 
+FromSender ParseTask(std::span<const uint8_t> datagram) {
+  if (!IsLongEnough<Task>(datagram)) return Reject::TooShort;
+  const Task task = ReadFields<Task>(datagram);
+  if (task.fileCount > task.totalBlocks) return Reject::MoreFilesThanBlocks;
+  return task;
+}
+
 FromSender ParseEmptyDir(std::span<const uint8_t> datagram) {
   if (!IsLongEnough<EmptyDirHead>(datagram)) return Reject::TooShort;
   const auto count = static_cast<int32_t>(ReadFields<EmptyDirHead>(datagram).count);
@@ -156,21 +163,6 @@ std::span<const uint8_t> BlockDatagram::Datagram(size_t byteCount) const {
   return std::span(buffer).first(BLOCK_HEAD_SIZE + std::min(byteCount, BLOCK_SIZE));
 }
 
-std::string_view ToText(Reject reason) {
-  switch (reason) {
-    case Reject::WrongMagic: return "wrong magic";
-    case Reject::UnknownCommand: return "unknown command";
-    case Reject::NotForThisSide: return "not for this side";
-    case Reject::TooShort: return "too short";
-    case Reject::NotFirstSending: return "not first sending";
-    case Reject::FileNumberZero: return "file number zero";
-    case Reject::TailOutOfRange: return "tail out of range";
-    case Reject::BlockBeyondLast: return "block beyond last";
-    case Reject::BlockIncomplete: return "block incomplete";
-  }
-  return "";
-}
-
 bool HasMagic(std::span<const uint8_t> datagram) {
   return datagram.size() >= sizeof(MAGIC) && ReadField<uint16_t>(datagram) == MAGIC;
 }
@@ -182,7 +174,7 @@ FromSender ParseFromSender(std::span<const uint8_t> datagram) {
     case CMD_COLLECT: return Collect{};
     case CMD_MASTER: return ParseFixed<FromSender, Master>(datagram);
     case CMD_RELEASE: return ParseFixed<FromSender, Release>(datagram);
-    case CMD_TASK: return ParseFixed<FromSender, Task>(datagram);
+    case CMD_TASK: return ParseTask(datagram);
     case CMD_RESEND: return ParseBlock<Resend>(datagram);
     case CMD_FINISH: return ParseFixed<FromSender, Finish>(datagram);
     case CMD_STOP: return Stop{};

@@ -228,20 +228,17 @@ class BlockDatagram {
 
 /// Why a datagram goes no further.
 enum class Reject {
-  WrongMagic,       ///< Not of this system at all.
-  UnknownCommand,   ///< A code that does not exist.
-  NotForThisSide,   ///< A code that only the other side, or another socket, takes.
-  TooShort,         ///< Shorter than its layout.
-  NotFirstSending,  ///< A CMD_DATA that says it is none.
-  FileNumberZero,   ///< Files are numbered from 1.
-  TailOutOfRange,   ///< A last block of BLOCK_SIZE bytes or more.
-  BlockBeyondLast,  ///< A block after its file's last.
-  BlockIncomplete,  ///< Fewer bytes than the block has.
+  WrongMagic,           ///< Not of this system at all.
+  UnknownCommand,       ///< A code that does not exist.
+  NotForThisSide,       ///< A code that only the other side, or another socket, takes.
+  TooShort,             ///< Shorter than its layout.
+  NotFirstSending,      ///< A CMD_DATA that says it is none.
+  FileNumberZero,       ///< Files are numbered from 1.
+  TailOutOfRange,       ///< A last block of BLOCK_SIZE bytes or more.
+  BlockBeyondLast,      ///< A block after its file's last.
+  BlockIncomplete,      ///< Fewer bytes than the block has.
+  MoreFilesThanBlocks,  ///< Announced totals that do not match: every file has a block.
 };
-
-inline constexpr size_t REJECT_REASONS = static_cast<size_t>(Reject::BlockIncomplete) + 1;
-
-std::string_view ToText(Reject reason);
 
 /// Whether the first two bytes are the magic.
 bool HasMagic(std::span<const uint8_t> datagram);

@@ -9,10 +9,11 @@ bool BlockQueue::HasRoomFor(size_t byteCount) {
   return queuedBytes + Size(byteCount) <= ROOM;
 }
 
-void BlockQueue::Push(ReceivedBlock block) {
+size_t BlockQueue::Push(ReceivedBlock block) {
   const std::scoped_lock locked(queueLock);
   queuedBytes += Size(block.bytes.size());
   blockQueue.push_back(std::move(block));
+  return queuedBytes;
 }
 
 std::optional<ReceivedBlock> BlockQueue::Pop() {

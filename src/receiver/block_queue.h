@@ -28,7 +28,8 @@ class BlockQueue {
 
   /// Whether a block with so many bytes fits. Only the thread that pushes can make a yes wrong.
   bool HasRoomFor(size_t byteCount);
-  void Push(ReceivedBlock block);
+  /// How many bytes wait now.
+  size_t Push(ReceivedBlock block);
   std::optional<ReceivedBlock> Pop();
   /// Where the writer is; block 0 of file 0 at first.
   LostBlock LatestPopped();

@@ -7,13 +7,15 @@
 #include <string>
 
 #include "platform/windows.h"
+#include "protocol/counters.h"
 
 namespace quorl {
 
 /// What a receiver tells its host. Any thread may use it.
 class HostNotes {
  public:
-  HostNotes(Windows& windows, QuorlWindow hostWindow) : windows(windows), hostWindow(hostWindow) {}
+  HostNotes(Windows& windows, QuorlWindow hostWindow, Counters& counters)
+      : windows(windows), hostWindow(hostWindow), counters(counters) {}
 
   /// A new transfer: nothing of it has failed yet.
   void Begin() { firstFailure = 0; }
@@ -31,8 +33,11 @@ class HostNotes {
   uint32_t FirstFailure() const { return firstFailure; }
 
  private:
+  void Post(HostMessage message);
+
   Windows& windows;
   const QuorlWindow hostWindow;
+  Counters& counters;
   std::atomic<uint32_t> firstFailure = 0;
 };
 

@@ -22,7 +22,7 @@ void MissingBlocks::Clear() {
   lostMap.Clear();
 }
 
-bool MissingBlocks::Admit(const BlockHead& head) {
+Admission MissingBlocks::Admit(const BlockHead& head) {
   const std::scoped_lock locked(lostLock);
   return stored.Admit(head.file, head.Shape(), head.name.Text());
 }
@@ -37,7 +37,12 @@ void MissingBlocks::AddGap(const GapRecord& gap) {
   {
     const std::scoped_lock locked(gapLock);
     if (!expansionEnded) {
-      if (gapList.size() < GAP_LIMIT) gapList.push_back(taken);
+      if (gapList.size() < GAP_LIMIT) {
+        gapList.push_back(taken);
+        counters.Raise(Count::GapsHighWater, gapList.size());
+      } else {
+        counters.Add(Count::RefusedGaps);
+      }
       return;
     }
   }
@@ -88,7 +93,7 @@ void MissingBlocks::EnterUnstored() {
 void MissingBlocks::EnterOneUnstored(LostBlock preferred) {
   const std::scoped_lock locked(lostLock);
   if (stored.MayExist(preferred) && !stored.IsStored(preferred) && !stored.IsFailed(preferred.file)) {
-    lostMap.Enter(preferred);
+    Enter(preferred);
     return;
   }
   stored.ForEachMissing([this](LostBlock block) {
@@ -174,7 +179,13 @@ MissingBlocks::Counts MissingBlocks::Count() {
 
 bool MissingBlocks::Enter(LostBlock block) {
   if (!stored.MayExist(block) || stored.IsFailed(block.file)) return true;
-  return lostMap.Enter(block);
+  const bool entered = lostMap.Enter(block);
+  if (entered) {
+    counters.Raise(Count::MissingHighWater, lostMap.Size());
+  } else {
+    counters.Add(Count::RefusedMissing);
+  }
+  return entered;
 }
 
 void MissingBlocks::Expand(const TakenGap& gap) {

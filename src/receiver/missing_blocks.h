@@ -4,6 +4,7 @@
 #include <mutex>
 #include <optional>
 
+#include "protocol/counters.h"
 #include "protocol/datagrams.h"
 #include "receiver/gap_expansion.h"
 #include "receiver/lost_map.h"
@@ -22,6 +23,8 @@ class MissingBlocks {
   /// Gaps that wait for expansion at most; blocks of others are found by comparing with what is stored.
   static constexpr size_t GAP_LIMIT = 65536;
 
+  explicit MissingBlocks(Counters& counters) : counters(counters) {}
+
   // ---- the receive loop ----
 
   /// Begins a new transfer with nothing stored; its generation.
@@ -30,8 +33,7 @@ class MissingBlocks {
   /// Forgets the gaps and the missing blocks.
   void Clear();
 
-  /// Whether the block can belong to the transfer.
-  bool Admit(const BlockHead& head);
+  Admission Admit(const BlockHead& head);
 
   /// Hands a gap to LostThread, or expands it at once when that has ended.
   void AddGap(const GapRecord& gap);
@@ -95,9 +97,11 @@ class MissingBlocks {
   Counts Count();
 
  private:
-  /// Callers hold lostLock. False when there is no room.
+  /// Callers hold lostLock. False when there is no room; that is counted.
   bool Enter(LostBlock block);
   void Expand(const TakenGap& gap);
+
+  Counters& counters;
 
   std::mutex gapLock;
   std::deque<TakenGap> gapList;

@@ -51,10 +51,7 @@ ReceiveLoop::Next ReceiveLoop::ReceiveOne() {
   }
   const auto datagram = std::span<const uint8_t>(buffer).first(received.length);
   if (!HasMagic(datagram)) return Handle(Reject::WrongMagic);
-  if (!session.sender.Accepts(received.from.address)) {
-    session.counters.Add(Count::DroppedStranger);
-    return Next::Continue;
-  }
+  if (!session.sender.Accepts(received.from.address)) return Drop(Count::DroppedStranger);
   session.replies.SetSender(received.from.address);
   return Dispatch(ParseFromSender(datagram));
 }
@@ -76,6 +73,11 @@ ReceiveLoop::Next ReceiveLoop::Handle(Reject reason) {
   return Next::Continue;
 }
 
+ReceiveLoop::Next ReceiveLoop::Drop(Count why) {
+  session.counters.Add(why);
+  return Next::Continue;
+}
+
 ReceiveLoop::Next ReceiveLoop::Handle(const Collect&) {
   if (session.replies.SendClient()) return Next::Continue;
   session.stop.SetAborted();
@@ -94,6 +96,7 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Task& task) {
   requestTimer.Stop();
   isMaster = 0;
   takesPart = true;
+  emptyDirs = 0;
   std::string targetDir = TargetDirFor(task);
   const uint32_t generation = session.missing.Begin(task.fileCount, task.totalBlocks);
   // Only now, when the writer tells nothing of the earlier transfer any more.
@@ -107,6 +110,8 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Task& task) {
     session.GiveUp(check == 0 ? uint32_t{QUORL_STATUS_DISK_FULL} : check);
     return Next::End;
   }
+  // Only now: who removes it from under a transfer has removed the transfer.
+  session.machine.files.MakeTarget(transfer->targetDir);
   if (session.profile == Profile::Robust) session.sender.Bind(session.replies.Sender());
   // The watch ends with the loss of a sender. A robust receiver does not wait without one for the next.
   if (firstAnnouncement) {
@@ -136,7 +141,7 @@ std::string ReceiveLoop::TargetDirFor(const Task& task) {
 ReceiveLoop::Next ReceiveLoop::Handle(const Data& data) {
   if (!BelongsToTransfer(data.head)) return Next::Continue;
   // A block that finds no room counts as not arrived: the position stays, so that its place shows as a gap.
-  if (!session.queue.HasRoomFor(data.bytes.size())) return Next::Continue;
+  if (!HasRoomFor(data.bytes)) return Next::Continue;
   Queue(data.head, data.bytes, true);
   const BlockHead& head = data.head;
   if (const auto gap = position.MoveTo(head.file, head.block, head.lastBlock)) session.missing.AddGap(*gap);
@@ -146,9 +151,24 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Data& data) {
 // What was announced decides. Before an announcement a classic receiver takes everything.
 bool ReceiveLoop::BelongsToTransfer(const BlockHead& head) {
   if (!takesPart) return false;
-  if (transfer->IsAnnounced()) return session.missing.Admit(head);
-  session.sawUnannounced = true;
-  return !StaysUntouched();
+  if (!transfer->IsAnnounced()) {
+    session.sawUnannounced = true;
+    if (StaysUntouched()) Drop(Count::DroppedUnannounced);
+    return !StaysUntouched();
+  }
+  switch (session.missing.Admit(head)) {
+    case Admission::Admitted: return true;
+    case Admission::BeyondFileCount: Drop(Count::DroppedBeyondFileCount); break;
+    case Admission::BeyondTotal: Drop(Count::DroppedBeyondTotal); break;
+    case Admission::SecondShape: Drop(Count::DroppedSecondShape); break;
+  }
+  return false;
+}
+
+bool ReceiveLoop::HasRoomFor(std::span<const uint8_t> bytes) {
+  const bool hasRoom = session.queue.HasRoomFor(bytes.size());
+  if (!hasRoom) Drop(Count::DroppedQueueFull);
+  return hasRoom;
 }
 
 bool ReceiveLoop::NamesAnnouncedFile(const BlockHead& head) const {
@@ -162,7 +182,8 @@ bool ReceiveLoop::StaysUntouched() const {
 }
 
 void ReceiveLoop::Queue(const BlockHead& head, std::span<const uint8_t> bytes, bool firstSending) {
-  session.queue.Push({transfer, head, firstSending, {bytes.begin(), bytes.end()}});
+  const size_t waiting = session.queue.Push({transfer, head, firstSending, {bytes.begin(), bytes.end()}});
+  session.counters.Raise(Count::QueueHighWater, waiting);
   const std::string name = Convert(head.name);
   session.SetCurrentName(name);
   session.host.PostFileName(name);
@@ -180,16 +201,21 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Stop&) {
 }
 
 ReceiveLoop::Next ReceiveLoop::Handle(const EmptyDir& emptyDir) {
-  if (StaysUntouched() || !takesPart) return Next::Continue;
+  if (StaysUntouched() || !takesPart) return Drop(Count::DroppedUnannounced);
   for (const NameField& field : emptyDir.names) {
+    // One datagram holds all that a sender announces; more would fill the disk for nothing.
+    if (++emptyDirs > EMPTY_DIR_LIMIT) return Drop(Count::RefusedDirectories);
     const MappedPath directory = MapDirectoryPath(transfer->targetDir, Convert(field));
     if (directory.status == QUORL_STATUS_PATH_TOO_LONG) {
       session.ClientSendFinish(QUORL_STATUS_PATH_TOO_LONG);
       session.host.PostStatus(QUORL_STATUS_PATH_TOO_LONG);
       return Next::End;
     }
-    // A name that leads out of the target directory makes nothing.
-    if (directory.status == 0) CreateDirChain(session.machine, directory.path);
+    if (directory.status == 0) {
+      CreateDirChain(session.machine, directory.path);
+    } else {
+      Drop(Count::RefusedDirectories);
+    }
   }
   return Next::Continue;
 }

@@ -31,6 +31,7 @@ class ReceiveLoop {
 
   // One handler a command (receive_loop.cpp: the transfer, receive_repair.cpp: the repair).
   Next Handle(Reject reason);
+  Next Drop(Count why);
   Next Handle(const Collect&);
   Next Handle(const Master& master);
   Next Handle(const Release& release);
@@ -46,6 +47,7 @@ class ReceiveLoop {
   bool IsCopyOfAccepted(const Task& task) const;
   std::string TargetDirFor(const Task& task);
   bool BelongsToTransfer(const BlockHead& head);
+  bool HasRoomFor(std::span<const uint8_t> bytes);
   bool NamesAnnouncedFile(const BlockHead& head) const;
   bool StaysUntouched() const;
   void Queue(const BlockHead& head, std::span<const uint8_t> bytes, bool firstSending);
@@ -68,6 +70,7 @@ class ReceiveLoop {
   std::optional<Moment> acceptedAt;  // of the announcement whose copies change nothing; none after a stop
   bool firstAnnouncement = true;
   bool takesPart = true;
+  size_t emptyDirs = 0;  // asked for since the announcement
   uint32_t isMaster = 0;
   LostBlock wanted{1, 0};  // what the next CMD_ACK names
   RequestTimer requestTimer;

@@ -53,6 +53,8 @@ ReceiveLoop::Next ReceiveLoop::EndFinished() {
 
 ReceiveLoop::Next ReceiveLoop::Handle(const Release& release) {
   if (!takesPart) return Next::Continue;
+  // A sender releases only those whom it has named master; that has not been heard without an announcement.
+  if (!transfer->IsAnnounced() && session.profile == Profile::Robust) return Drop(Count::DroppedUnannounced);
   requestTimer.Stop();
   const bool done = release.allSent != 0 && session.missing.IsClear() && LacksNothing();
   if (done || release.secondPass != 0) {
@@ -132,7 +134,7 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Resend& resend) {
 
 // False when there is no room: the block stays missing.
 bool ReceiveLoop::TakeResent(const Resend& resend) {
-  if (!session.queue.HasRoomFor(resend.bytes.size())) return false;
+  if (!HasRoomFor(resend.bytes)) return false;
   const LostBlock block{resend.head.file, resend.head.block};
   requestTimer.Answered(session.machine.clock.Now(), block);
   session.missing.Remove(block);
@@ -146,8 +148,8 @@ bool ReceiveLoop::TakeResent(const Resend& resend) {
 void ReceiveLoop::ProcessLost(const BlockHead& head) {
   for (const char* line : {"\n", "Process Lost", "\n"}) session.machine.debug.Write(line);
   const std::string name = "\\" + Convert(head.name);
-  CreateParentDirChain(session.machine, transfer->targetDir, name);
   const MappedPath mapped = MapDirectoryPath(transfer->targetDir, name);
+  if (mapped.status != QUORL_STATUS_FILE_UNWRITABLE) CreateParentDirChain(session.machine, transfer->targetDir, name);
   if (mapped.status == 0 && session.machine.files.CanOpenOutput(mapped.path.base, mapped.path.name)) return;
   session.missing.EnterBlocks(head.file, 1, head.lastBlock);
 }

@@ -27,7 +27,8 @@ ReceiverSession::ReceiverSession(const Machine& machine, QuorlWindow hostWindow,
       profile(profile),
       sockets(this->machine, room, counters),
       replies(this->machine, sockets, profile, counters),
-      host(machine.windows, hostWindow),
+      host(machine.windows, hostWindow, counters),
+      missing(counters),
       writer(*this),
       receiveRoot(receiveRoot) {}
 

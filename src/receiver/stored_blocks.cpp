@@ -7,16 +7,18 @@
 
 namespace quorl {
 
-bool StoredBlocks::Admit(uint32_t file, FileShape shape, std::string_view name) {
-  if (file == 0 || file > fileCount) return false;
-  if (const auto known = files.find(file); known != files.end())
-    return known->second.shape == shape && known->second.name == name;
+Admission StoredBlocks::Admit(uint32_t file, FileShape shape, std::string_view name) {
+  if (file == 0 || file > fileCount) return Admission::BeyondFileCount;
+  if (const auto known = files.find(file); known != files.end()) {
+    const bool same = known->second.shape == shape && known->second.name == name;
+    return same ? Admission::Admitted : Admission::SecondShape;
+  }
   // Every other file that is still unknown has at least one block.
   const uint64_t unknownOthers = uint64_t{fileCount} - files.size() - 1;
-  if (knownBlocks + shape.BlockCount() + unknownOthers > totalBlocks) return false;
+  if (knownBlocks + shape.BlockCount() + unknownOthers > totalBlocks) return Admission::BeyondTotal;
   knownBlocks += shape.BlockCount();
   files[file] = {shape, std::string(name), 0, std::vector<bool>(shape.BlockCount())};
-  return true;
+  return Admission::Admitted;
 }
 
 bool StoredBlocks::MayExist(LostBlock block) const {

@@ -11,6 +11,14 @@
 
 namespace quorl {
 
+/// Whether a block can belong to the announced transfer, or why not.
+enum class Admission {
+  Admitted,
+  BeyondFileCount,  ///< A file number above the announced ones, or 0.
+  BeyondTotal,      ///< More blocks than were announced in all.
+  SecondShape,      ///< A file that is known with another last block, tail or name.
+};
+
 /// What of an announced transfer is on the disk: for each file, once a block of it has come, its shape, its name and
 /// one bit a block. Memory is bounded by what was announced. Not for several threads at once.
 class StoredBlocks {
@@ -18,9 +26,8 @@ class StoredBlocks {
   StoredBlocks() = default;
   StoredBlocks(uint32_t fileCount, uint32_t totalBlocks) : fileCount(fileCount), totalBlocks(totalBlocks) {}
 
-  /// Learns a file's shape and name from its first block. False for what cannot belong to the transfer: a file beyond
-  /// the announced ones, a second shape or name for a file, more blocks than were announced in all.
-  bool Admit(uint32_t file, FileShape shape, std::string_view name);
+  /// Learns a file's shape and name from its first block.
+  Admission Admit(uint32_t file, FileShape shape, std::string_view name);
 
   /// Whether the transfer may have such a block, as far as its files are known; of an unknown file only block 0.
   bool MayExist(LostBlock block) const;

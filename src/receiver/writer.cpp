@@ -77,8 +77,8 @@ void Writer::WriteBlock(const ReceivedBlock& block) {
   if (block.transfer != transfer) {
     CloseFile();
     transfer = block.transfer;
+    places.clear();
   }
-  // Classic tries a file that cannot be opened again with each of its blocks, and reports it again.
   if (session.profile == Profile::Robust && session.missing.IsFailed(transfer->generation, head.file)) return;
   if (head.file == writeFile) {
     if (!run.Takes(head.block, block.firstSending)) WriteOutRun();
@@ -104,11 +104,11 @@ void Writer::CloseFile() {
 bool Writer::OpenRecvFile(const ReceivedBlock& block) {
   const Machine& machine = session.machine;
   const std::string name = ConvertName(machine, block.head.name, session.senderNtPlatform);
-  CreateParentDirChain(machine, transfer->targetDir, name);
-  CloseFile();
   const MappedPath mapped = MapFilePath(transfer->targetDir, name);
-  if (mapped.status != 0) {
-    FailOpen(block, mapped.status);
+  if (mapped.status != QUORL_STATUS_FILE_UNWRITABLE) CreateParentDirChain(machine, transfer->targetDir, name);
+  CloseFile();
+  if (mapped.status != 0 || !TakesPlace(mapped.path, block.head.file)) {
+    RefuseName(block, mapped.status != 0 ? mapped.status : uint32_t{QUORL_STATUS_FILE_UNWRITABLE});
     return false;
   }
   // A new file in the place of one that has been removed would lack what was stored in that.
@@ -116,7 +116,7 @@ bool Writer::OpenRecvFile(const ReceivedBlock& block) {
   OpenedOutput opened =
       machine.files.OpenOutput(mapped.path.base, mapped.path.name, begun ? WhenMissing::Fail : WhenMissing::Create);
   if (opened.outcome != WriteOutcome::Done) {
-    FailOpen(block, QUORL_STATUS_FILE_UNWRITABLE);
+    FailOpen(block, QUORL_STATUS_FILE_UNWRITABLE, true);
     return false;
   }
   recvFile = std::move(opened.file);
@@ -140,11 +140,24 @@ void Writer::WriteOutRun() {
   writeFile = 0;
 }
 
-void Writer::FailOpen(const ReceivedBlock& block, uint32_t status) {
+// Two files in one place would be a mixture of both, and count as complete. Classic mixes them.
+bool Writer::TakesPlace(const LocalPath& path, uint32_t file) {
+  return session.profile == Profile::Classic || places.try_emplace(ToText(path), file).first->second == file;
+}
+
+// Classic tries a file again with each of its blocks, and reports it again.
+void Writer::FailOpen(const ReceivedBlock& block, uint32_t status, bool canPass) {
   const bool news = session.missing.Fail(transfer->generation, block.head.file, status);
-  const bool tellsAgain = session.profile == Profile::Classic && session.missing.IsCurrent(transfer->generation) &&
+  const bool tellsAgain = canPass && session.profile == Profile::Classic &&
+                          session.missing.IsCurrent(transfer->generation) &&
                           !session.missing.HasStored(transfer->generation, block.head.file);
   if (news || tellsAgain) TellFailure(status);
+}
+
+void Writer::RefuseName(const ReceivedBlock& block, uint32_t status) {
+  if (!session.missing.IsFailed(transfer->generation, block.head.file)) session.counters.Add(Count::RefusedNames);
+  // A path that is too long is a failed open like others; where a name leads stays as it is.
+  FailOpen(block, status, status == QUORL_STATUS_PATH_TOO_LONG);
 }
 
 void Writer::FailWrite(WriteOutcome outcome) {

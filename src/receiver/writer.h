@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_map>
 
 #include "files/names.h"
 #include "platform/files.h"
@@ -30,13 +31,17 @@ class Writer {
  private:
   bool OpenRecvFile(const ReceivedBlock& block);
   void WriteOutRun();
-  void FailOpen(const ReceivedBlock& block, uint32_t status);
+  bool TakesPlace(const LocalPath& path, uint32_t file);
+  /// `canPass`: another attempt may end better.
+  void FailOpen(const ReceivedBlock& block, uint32_t status, bool canPass);
+  void RefuseName(const ReceivedBlock& block, uint32_t status);
   void FailWrite(WriteOutcome outcome);
   void TellFailure(uint32_t status);
 
   ReceiverSession& session;
-  TransferPtr transfer;    // whose file is open
-  uint32_t writeFile = 0;  // the number of the open file; 0 while none is open
+  TransferPtr transfer;                              // whose file is open
+  std::unordered_map<std::string, uint32_t> places;  // of its files so far, robust
+  uint32_t writeFile = 0;                            // the number of the open file; 0 while none is open
   std::unique_ptr<OutputFile> recvFile;
   std::string recvFileName;
   RunBuffer run;

@@ -76,12 +76,5 @@ TEST_F(DiskSpaceTest, WithoutTheExtendedQueryClustersDecideAfterThreeLookups) {
             "\n@@2 tosize  = 8589934592, DiskSize = 4831838208 \n\nQuorl-----No free space to write file\n");
 }
 
-TEST_F(DiskSpaceTest, ALookupThatSucceedsLateCostsOnlyThePausesBeforeIt) {
-  shell.freeBytes = 10;
-  shell.failingLookups = 2;
-  EXPECT_EQ(Check(10), 1u);
-  EXPECT_EQ(clock.now, milliseconds(400));
-}
-
 }  // namespace
 }  // namespace quorl

@@ -50,6 +50,7 @@ class FakeFiles : public Files {
     return std::make_unique<FakeInputFile>(lengths.at(path));
   }
 
+  void MakeTarget(const std::string&) override {}
   void CreateDirectories(const std::string& base, const RelativePath& name) override {
     created.emplace_back(base, name.Components());
   }
@@ -131,7 +132,7 @@ class NoNetwork : public Network {
 class NoWindows : public Windows {
  public:
   bool IsWindow(QuorlWindow) override { return false; }
-  void Post(QuorlWindow, HostMessage) override {}
+  bool Post(QuorlWindow, HostMessage) override { return true; }
   void Send(QuorlWindow, HostMessage) override {}
 };
 

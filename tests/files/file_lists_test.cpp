@@ -47,31 +47,6 @@ TEST_F(FileListsTest, FollowsTheSelectionAndWalksASubdirectoryWhereItIsMet) {
   EXPECT_EQ(lists.ArrayEmptyDir, Texts{"\\t"});
 }
 
-TEST_F(FileListsTest, CutsEveryNameFoundInADirectoryByTheSameLength) {
-  files.Directory("C:\\data", {"f.txt"});
-  files.Directory("C:\\data\\photos", {"a.jpg"});
-  const Texts selected{"C:\\data\\f.txt", "C:\\data\\photos", "C:\\gone"};
-
-  Build(selected, 7, FIRST_LEVEL);
-  EXPECT_EQ(Names(), (Texts{"\\f.txt", "\\photos\\a.jpg"}));
-  EXPECT_EQ(lists.ArrayEmptyDir, (Texts{"\\photos", ""}));
-  Build(selected, 10, FIRST_LEVEL);
-  EXPECT_EQ(Names(), (Texts{"\\f.txt", "otos\\a.jpg"}));
-  Build(selected, 100, FIRST_LEVEL);
-  EXPECT_EQ(Names(), (Texts{"\\f.txt", ""}));
-  Build(selected, -1, FIRST_LEVEL);
-  EXPECT_EQ(Names(), (Texts{"\\f.txt", "C:\\data\\photos\\a.jpg"}));
-  EXPECT_EQ(lists.ArrayEmptyDir, (Texts{"C:\\data\\photos", "C:\\gone"}));
-}
-
-TEST_F(FileListsTest, ADriveRootGivesNamesWithOneBackslash) {
-  files.Directory("C:", {"a.txt", "d/"});
-  files.Directory("C:\\d", {"b.txt"});
-  EXPECT_EQ(Build({"C:\\"}, 2, ANY_DEPTH), 2);
-  EXPECT_EQ(Names(), (Texts{"\\a.txt", "\\d\\b.txt"}));
-  EXPECT_EQ(lists.ArraySendFile[1].fullPath, "C:\\d\\b.txt");
-}
-
 TEST_F(FileListsTest, ExaminesNamesOnTheFirstLevelOnly) {
   for (const char illegal : std::string("*?><\"|:")) {
     SCOPED_TRACE(illegal);

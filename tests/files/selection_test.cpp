@@ -58,15 +58,6 @@ TEST_F(SelectionTest, TheLastBackslashOfTheLastPathCutsAllNames) {
   EXPECT_EQ(nameWithLastPath("C:gone"), "C:\\data\\photos\\a.jpg");
 }
 
-TEST_F(SelectionTest, AnEmptyArrayClearsTheListsAndNothingElse) {
-  ASSERT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\a.txt"), 1);
-  EXPECT_EQ(selection.SetSelectFiles({}, "\\b.txt"), 1);
-  EXPECT_EQ(debug.Take(), "\nQuorl-----No files in CSringArray!\n");
-  EXPECT_TRUE(selection.Lists()->ArrayFileName.empty());
-  EXPECT_TRUE(selection.Lists()->ArraySendFile.empty());
-  EXPECT_EQ(selection.AutoOpenName(), "\\a.txt");
-}
-
 TEST_F(SelectionTest, ALeftOutNameGivesSevenAndShowsUntilTheNextSelection) {
   files.Directory("C:\\bad", {"a?b.txt", "good.txt"});
   ASSERT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\kept"), 1);
@@ -93,18 +84,6 @@ TEST_F(SelectionTest, AutoOpenNameIsReplacedButOnlyResetClearsIt) {
   selection.Reset();
   EXPECT_EQ(selection.AutoOpenName(), "");
   EXPECT_EQ(selection.GetIsHasInvalidChar(), 0u);
-}
-
-TEST_F(SelectionTest, SubDirTransHoldsFromTheNextSelectionAndOldListsStayAsTheyWere) {
-  files.Directory("C:\\d\\s", {"deep.txt"});
-  selection.SetSelectFiles({"C:\\d"}, "");
-  const std::shared_ptr<const FileLists> first = selection.Lists();
-  selection.SetSubDirTrans(2);
-  EXPECT_EQ(selection.Lists()->ArraySendFile.size(), 2u);
-  selection.Reset();
-  selection.SetSelectFiles({"C:\\d"}, "");
-  EXPECT_EQ(selection.Lists()->ArraySendFile.size(), 3u);
-  EXPECT_EQ(first->ArraySendFile.size(), 2u);
 }
 
 }  // namespace

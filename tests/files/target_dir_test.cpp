@@ -28,13 +28,6 @@ class TargetDirTest : public FakeMachineTest {
   }
 };
 
-TEST_F(TargetDirTest, TheLiteralTargetIsTakenAsItStands) {
-  LoggedOn("mary", "PC7");
-  shell.account = "inbox";
-  EXPECT_EQ(ResolveTargetDir(machine, 0xFFFFFFFF, "D:/inbox", "C:\\previous"), "D:/inbox");
-  EXPECT_EQ(ResolveTargetDir(machine, 0xFFFFFFFF, "", "C:\\previous"), "");
-}
-
 TEST_F(TargetDirTest, AnUnknownFolderKeepsThePreviousTargetAFolderWithoutPathEmptiesIt) {
   EXPECT_EQ(ResolveTargetDir(machine, DOCUMENTS, "C:\\ignored", "C:\\previous"), "C:\\previous");
   shell.folders[DOCUMENTS] = {true, std::nullopt};
@@ -76,17 +69,6 @@ TEST_F(TargetDirTest, ADomainLogonHasTheDomainInItsProfileName) {
   EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\.LAB") << "an empty value counts as read";
   LogonValue("AltDefaultDomainName", "PC7");
   EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\joe");
-}
-
-TEST_F(TargetDirTest, WithoutLogonValuesOrAccountThePathStays) {
-  EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\joe");
-  LogonValue("DefaultUserName", "mary");
-  EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\joe") << "no domain";
-  LogonValue("DefaultDomainName", std::string(261, 'd'));
-  EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\joe") << "a value longer than 260 bytes cannot be read";
-  LogonValue("DefaultDomainName", "PC7");
-  EXPECT_EQ(Fixed("", "C:\\joe"), "C:\\joe");
-  EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\mary");
 }
 
 TEST_F(TargetDirTest, TheOlderFamilyNamesItsUserElsewhere) {

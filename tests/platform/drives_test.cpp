@@ -18,28 +18,9 @@ TEST(Drives, OnlyDriveCIsThereAtFirst) {
   EXPECT_EQ(Local(drives.Resolve("C:tmp")), "/tmp");
   for (const char* none : {"D:\\x", "", "\\x", "x", "1:\\x", "::", "C:\\..\\x", "C:\\a\\.", "C:\\a/b"})
     EXPECT_FALSE(drives.Resolve(none)) << none;
-}
-
-TEST(Drives, ATargetWithoutADriveIsOnDriveC) {
-  const Drives drives;
   EXPECT_EQ(Local(drives.ResolveTarget("")), "/");
-  EXPECT_EQ(Local(drives.ResolveTarget("\\")), "/");
-  EXPECT_EQ(Local(drives.ResolveTarget("\\in")), "/in");
   EXPECT_EQ(Local(drives.ResolveTarget("in\\box")), "/in/box");
-  EXPECT_FALSE(drives.ResolveTarget("D:\\in"));
   EXPECT_FALSE(drives.ResolveTarget("..\\in"));
-}
-
-TEST(Drives, MapsOnlyLettersAndDirectories) {
-  const TempDirectory temp;
-  WriteText(temp / "file", "");
-  Drives drives;
-  EXPECT_FALSE(drives.Map('1', temp.Path()));
-  EXPECT_FALSE(drives.Map('D', temp / "file"));
-  EXPECT_FALSE(drives.Map('D', temp / "missing"));
-  EXPECT_FALSE(drives.Resolve("D:\\x"));
-  EXPECT_TRUE(drives.Map('d', temp.Path() + "/"));
-  EXPECT_EQ(Local(drives.Resolve("D:\\x")), temp / "x");
 }
 
 TEST(Drives, ALocalDirectoryGetsThePathOfTheNearestDrive) {
@@ -58,23 +39,6 @@ TEST(Drives, ALocalDirectoryGetsThePathOfTheNearestDrive) {
   EXPECT_EQ(drives.DrivePathOfText("relative"), std::nullopt);
 }
 
-TEST(Drives, WhatNoDriveCoversGetsAFreeLetter) {
-  const TempDirectory temp;
-  fs::create_directories(temp / "c");
-  fs::create_directories(temp / "other/below");
-  fs::create_directories(temp / "back\\slash");
-  WriteText(temp / "file", "");
-  Drives drives;
-  ASSERT_TRUE(drives.Map('C', temp / "c"));
-  ASSERT_TRUE(drives.Map('Z', temp / "c"));
-  EXPECT_EQ(drives.DrivePathOf(temp / "other"), "Y:\\");
-  EXPECT_EQ(drives.DrivePathOf(temp / "other/below"), "Y:\\below");
-  EXPECT_EQ(Local(drives.Resolve("Y:\\below")), temp / "other/below");
-  EXPECT_EQ(drives.DrivePathOf(temp / "back\\slash"), std::nullopt);
-  EXPECT_EQ(drives.DrivePathOf(temp / "file"), std::nullopt);
-  EXPECT_EQ(drives.DrivePathOf(temp / "missing"), std::nullopt);
-}
-
 TEST(Drives, ADirectoryWhosePathReceivingWouldChangeGetsALetterOfItsOwn) {
   const TempDirectory temp;
   Drives drives;
@@ -87,16 +51,6 @@ TEST(Drives, ADirectoryWhosePathReceivingWouldChangeGetsALetterOfItsOwn) {
     EXPECT_EQ(Local(drives.Resolve(drive + "f")), temp / (name + "/f"));
     EXPECT_EQ(drives.DrivePathOf(temp / (name + "/below")), drive + "below");
   }
-}
-
-TEST(Drives, OfAWholeDiskItsRootIsAskedWhereAPathIsNone) {
-  const TempDirectory temp;
-  Drives drives;
-  ASSERT_TRUE(drives.Map('D', temp.Path()));
-  EXPECT_EQ(Local(drives.ResolveDisk("D:\\in")), temp / "in");
-  EXPECT_EQ(Local(drives.ResolveDisk("D:/in")), temp.Path());
-  EXPECT_EQ(Local(drives.ResolveDisk("..\\in")), "/");
-  EXPECT_FALSE(drives.ResolveDisk("E:/in"));
 }
 
 }  // namespace

@@ -50,7 +50,10 @@ class FilesTest : public testing::TestWithParam<Resolver> {
 INSTANTIATE_TEST_SUITE_P(Resolvers, FilesTest, testing::Values(Resolver::Kernel, Resolver::Component),
                          [](const auto& each) { return each.param == Resolver::Kernel ? "Kernel" : "Component"; });
 
-TEST_P(FilesTest, StoresBeneathTheTargetAndMakesWhatIsMissing) {
+TEST_P(FilesTest, StoresBeneathTheTargetWhichLinksMayLeadTo) {
+  fs::create_directory_symlink("elsewhere", temp / "in");
+  fs::create_directories(temp / "elsewhere");
+  files.MakeTarget("T:\\in");
   EXPECT_EQ(Store("a\\b\\file", "x"), WriteOutcome::Failed) << "without its directories";
   files.CreateDirectories("T:\\in", Name("a\\b"));
   files.CreateDirectories("T:\\in", Name("a\\b"));
@@ -58,13 +61,22 @@ TEST_P(FilesTest, StoresBeneathTheTargetAndMakesWhatIsMissing) {
   EXPECT_FALSE(fs::exists(temp / "in/a/b/file")) << "asking creates nothing";
   EXPECT_EQ(Store("a\\b\\file", "hello"), WriteOutcome::Done);
   EXPECT_TRUE(CanOpen("a\\b\\file"));
-  EXPECT_EQ(ReadText(temp / "in/a/b/file"), "hello");
   EXPECT_EQ(Store("a\\b\\file", "HE"), WriteOutcome::Done);
-  EXPECT_EQ(ReadText(temp / "in/a/b/file"), "HEllo") << "not truncated";
-  EXPECT_EQ(Store("a", "x"), WriteOutcome::Failed) << "a directory";
-  EXPECT_EQ(Store("a\\b\\file\\c", "x"), WriteOutcome::Failed) << "below a file";
-  EXPECT_EQ(Store("", "x"), WriteOutcome::Failed) << "the target itself";
+  EXPECT_EQ(ReadText(temp / "elsewhere/a/b/file"), "HEllo") << "not truncated";
+  for (const std::string name : {"a", "a\\b\\file\\c", ""}) EXPECT_EQ(Store(name, "x"), WriteOutcome::Failed) << name;
   EXPECT_EQ(Store(std::string(300, 'n'), "x"), WriteOutcome::Failed);
+}
+
+TEST_P(FilesTest, ATargetIsMadeOnceAndNotAgainForAName) {
+  files.MakeTarget("T:\\new\\target");
+  EXPECT_TRUE(fs::is_directory(temp / "new/target"));
+  fs::remove_all(temp / "new");
+  files.CreateDirectories("T:\\new\\target", Name("a"));
+  EXPECT_FALSE(fs::exists(temp / "new"));
+  files.MakeTarget("T:\\..\\escaped");
+  EXPECT_FALSE(fs::exists(temp / "../escaped"));
+  for (const char* base : {"D:\\x", "T:\\..\\x", "T:\\a/b", "..", "T:\\missing"})
+    EXPECT_EQ(files.OpenOutput(base, Name("a"), WhenMissing::Create).outcome, WriteOutcome::Failed) << base;
 }
 
 TEST_P(FilesTest, AFileThatHasBeenRemovedIsNeitherWellClosedNorMadeAgain) {
@@ -78,14 +90,6 @@ TEST_P(FilesTest, AFileThatHasBeenRemovedIsNeitherWellClosedNorMadeAgain) {
   EXPECT_FALSE(fs::exists(temp / "in/a"));
   EXPECT_EQ(Store("a", "x"), WriteOutcome::Done);
   EXPECT_TRUE(files.OpenOutput("T:\\in", Name("a"), WhenMissing::Fail).file);
-}
-
-TEST_P(FilesTest, TheTargetItselfMayBeReachedThroughLinks) {
-  fs::create_directories(temp / "elsewhere");
-  fs::create_directory_symlink("elsewhere", temp / "in");
-  files.CreateDirectories("T:\\in", Name("a"));
-  EXPECT_EQ(Store("a\\file", "x"), WriteOutcome::Done);
-  EXPECT_EQ(ReadText(temp / "elsewhere/a/file"), "x");
 }
 
 TEST_P(FilesTest, NoLinkBeneathTheTargetIsFollowed) {
@@ -123,15 +127,6 @@ TEST_P(FilesTest, OnlyARegularFileWithOneNameIsOpened) {
     EXPECT_EQ(Store(name, "changed"), WriteOutcome::Failed) << name;
   }
   EXPECT_EQ(ReadText(temp / "outside"), "outside");
-}
-
-TEST_P(FilesTest, ATargetThatCannotBeResolvedTakesNothing) {
-  for (const char* base : {"D:\\x", "T:\\..\\x", "T:\\a/b", "..", "T:\\missing"}) {
-    EXPECT_EQ(files.OpenOutput(base, Name("a"), WhenMissing::Create).outcome, WriteOutcome::Failed) << base;
-    EXPECT_FALSE(files.CanOpenOutput(base, Name("a"))) << base;
-  }
-  files.CreateDirectories("T:\\..\\escaped", Name("a"));
-  EXPECT_FALSE(fs::exists(temp / "../escaped"));
 }
 
 /// Somebody swaps a directory for a link while blocks are stored; nothing may ever be written through it.
@@ -179,75 +174,56 @@ TEST_P(FilesTest, OffsetsHave64BitsAndAFullDiskIsTold) {
   EXPECT_EQ(input->ReadAt(~uint64_t{0}, buffer), 0u);
 }
 
-TEST(OutputFile, ADeviceWithoutRoomIsAFullDisk) {
-  PosixOutputFile full(Descriptor(open("/dev/full", O_WRONLY | O_CLOEXEC)));
-  EXPECT_EQ(full.WriteAt(0, Bytes("x")), WriteOutcome::DiskFull);
-  PosixOutputFile readOnly(Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)));
-  EXPECT_EQ(readOnly.WriteAt(0, Bytes("x")), WriteOutcome::Failed);
-}
-
-TEST(SenderFiles, ListsFilesAndDirectoriesByName) {
-  const TempDirectory temp;
-  Drives drives;
-  ASSERT_TRUE(drives.Map('T', temp.Path()));
-  PosixFiles files(drives, Resolver::Kernel);
-  fs::create_directories(temp / "b dir");
-  WriteText(temp / "a", "text");
-  WriteText(temp / "\xC3\xA4", "");
-  WriteText(temp / ".hidden", "");
-  WriteText(temp / "back\\slash", "");
-  fs::create_symlink("a", temp / "linked");
-  fs::create_directory_symlink("b dir", temp / "linked dir");
-  fs::create_symlink("missing", temp / "dangling");
-  fs::create_symlink("loop", temp / "loop");
-  ASSERT_EQ(mkfifo((temp / "fifo").c_str(), 0600), 0);
-
-  const auto entries = files.ListDirectory("T:\\");
-  ASSERT_TRUE(entries);
-  std::string listed;
-  for (const DirectoryEntry& entry : *entries) listed += entry.name + (entry.isDirectory ? "|d " : " ");
-  EXPECT_EQ(listed, ".hidden a b dir|d back\\slash linked \xC3\xA4 ");
-  EXPECT_FALSE(files.ListDirectory("T:\\a"));
-  EXPECT_FALSE(files.ListDirectory("T:\\missing"));
-  EXPECT_FALSE(files.ListDirectory("D:\\"));
-
-  for (const char* path : {"T:\\a", "T:\\linked", "T:a"}) {
-    EXPECT_TRUE(files.IsFile(path)) << path;
-    EXPECT_TRUE(files.OpenInput(path)) << path;
-  }
-  for (const char* path :
-       {"T:\\b dir", "T:\\fifo", "T:\\dangling", "T:\\b dir\\..\\a", "T:\\back\\slash", "D:\\a", ""}) {
-    EXPECT_FALSE(files.IsFile(path)) << path;
-    EXPECT_FALSE(files.OpenInput(path)) << path;
-  }
-}
-
-/// In this thread openat2 fails from now on, as on an old kernel.
-bool ForbidOpenAt2() {
+/// In this thread openat2 fails from now on: as on an old kernel, or as some containers have it.
+bool ForbidOpenAt2(uint32_t error) {
   sock_filter filter[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
   const sock_fprog program{std::size(filter), filter};
   return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
-TEST(ResolverProbe, FallsBackOnlyWhereTheCallIsMissing) {
+TEST(ResolverProbe, FallsBackWhereTheCallIsMissingOrForbiddenAndOnlyThen) {
+  EXPECT_EQ(ProbeResolver(), Resolver::Kernel);
+  for (const uint32_t error : {ENOSYS, EPERM}) {
+    const TempDirectory temp;
+    Drives drives;
+    ASSERT_TRUE(drives.Map('T', temp.Path()));
+    std::thread([&] {
+      if (!ForbidOpenAt2(error)) GTEST_SKIP() << "no system-call filters here";
+      ASSERT_EQ(ProbeResolver(), Resolver::Component);
+      PosixFiles without(drives, ProbeResolver());
+      without.CreateDirectories("T:\\", Name("a\\b"));
+      EXPECT_TRUE(without.OpenOutput("T:\\", Name("a\\b\\c"), WhenMissing::Create).file);
+      // A resolver that was chosen with the call stays closed when the call goes.
+      PosixFiles with(drives, Resolver::Kernel);
+      EXPECT_FALSE(with.OpenOutput("T:\\", Name("a\\b\\c"), WhenMissing::Create).file);
+    }).join();
+  }
+}
+
+TEST(SenderFiles, ListsFilesAndDirectoriesByNameAndOpensOnlyFiles) {
   const TempDirectory temp;
   Drives drives;
   ASSERT_TRUE(drives.Map('T', temp.Path()));
-  std::thread([&] {
-    if (!ForbidOpenAt2()) GTEST_SKIP() << "no system-call filters here";
-    ASSERT_EQ(ProbeResolver(), Resolver::Component);
-    PosixFiles without(drives, ProbeResolver());
-    without.CreateDirectories("T:\\in", Name("a\\b"));
-    EXPECT_TRUE(without.OpenOutput("T:\\in", Name("a\\b\\c"), WhenMissing::Create).file);
-    // A resolver that was chosen with the call stays closed when the call goes.
-    PosixFiles with(drives, Resolver::Kernel);
-    EXPECT_FALSE(with.OpenOutput("T:\\in", Name("a\\b\\c"), WhenMissing::Create).file);
-  }).join();
+  PosixFiles files(drives, Resolver::Kernel);
+  fs::create_directories(temp / "b dir");
+  for (const char* name : {"a", "\xC3\xA4", ".hidden", "back\\slash"}) WriteText(temp / name, "");
+  fs::create_symlink("a", temp / "linked");
+  fs::create_directory_symlink("b dir", temp / "linked dir");
+  fs::create_symlink("loop", temp / "loop");
+  ASSERT_EQ(mkfifo((temp / "fifo").c_str(), 0600), 0);
+  std::string listed;
+  const auto entries = files.ListDirectory("T:\\");
+  ASSERT_TRUE(entries);
+  for (const DirectoryEntry& entry : *entries) listed += entry.name + (entry.isDirectory ? "|d " : " ");
+  EXPECT_EQ(listed, ".hidden a b dir|d back\\slash linked \xC3\xA4 ");
+  for (const char* path : {"T:\\a", "T:\\linked", "T:a"}) EXPECT_TRUE(files.OpenInput(path)) << path;
+  for (const char* path : {"T:\\b dir", "T:\\fifo", "T:\\loop", "T:\\b dir\\..\\a", "T:\\back\\slash", ""})
+    EXPECT_FALSE(files.OpenInput(path)) << path;
 }
 
 }  // namespace

@@ -21,11 +21,5 @@ TEST(RelativePath, WhatCouldLeadElsewhereIsNoPath) {
   EXPECT_TRUE(RelativePath::FromText("...\\.a\\b..\\a..b"));
 }
 
-TEST(RelativePath, ParentEndsAtTheDirectoryItself) {
-  const auto path = RelativePath::FromText("a\\b");
-  EXPECT_EQ(path->Parent(), RelativePath::FromText("a"));
-  EXPECT_TRUE(path->Parent().Parent().Parent().IsEmpty());
-}
-
 }  // namespace
 }  // namespace quorl

@@ -22,43 +22,6 @@ class ThreadsTest : public testing::Test {
   Clock& clock = RealMachine().clock;
 };
 
-TEST_F(ThreadsTest, SleepsUntilTheMomentAndNotBefore) {
-  const Moment until = clock.Now() + 20ms;
-  clock.SleepUntil(until);
-  EXPECT_GE(clock.Now(), until);
-  EXPECT_LT(clock.Now(), until + 5s);
-  clock.SleepUntil(until - 1h);
-  clock.SleepUntil(-1s);
-  EXPECT_LT(clock.Now(), until + 5s);
-}
-
-TEST_F(ThreadsTest, AnEventStaysSetUntilItIsReset) {
-  const auto event = threads.MakeEvent();
-  EXPECT_FALSE(event->IsSet());
-  EXPECT_FALSE(event->Wait(0ns));
-  event->Set();
-  event->Set();
-  EXPECT_TRUE(event->IsSet());
-  EXPECT_TRUE(event->Wait(0ns));
-  EXPECT_TRUE(event->Wait(FOREVER));
-  event->Reset();
-  EXPECT_FALSE(event->IsSet());
-  const Moment start = clock.Now();
-  EXPECT_FALSE(event->Wait(20ms));
-  EXPECT_GE(clock.Now() - start, 20ms);
-}
-
-TEST_F(ThreadsTest, SettingWakesEveryWaitingThread) {
-  const auto event = threads.MakeEvent();
-  std::atomic<int> woken{0};
-  std::vector<std::shared_ptr<Thread>> waiting;
-  for (int i = 0; i < 3; ++i)
-    waiting.push_back(threads.Start("waiting", Priority::Normal, [&] { woken += event->Wait(FOREVER); }));
-  event->Set();
-  for (const auto& thread : waiting) EXPECT_TRUE(thread->WaitForEnd(10s));
-  EXPECT_EQ(woken, 3);
-}
-
 TEST_F(ThreadsTest, WhatTheBodyHeldIsGoneWhenTheEndIsReported) {
   for (int i = 0; i < 200; ++i) {
     auto held = std::make_shared<int>(i);
@@ -67,24 +30,6 @@ TEST_F(ThreadsTest, WhatTheBodyHeldIsGoneWhenTheEndIsReported) {
     ASSERT_TRUE(thread->WaitForEnd(10s));
     EXPECT_TRUE(watch.expired());
   }
-}
-
-TEST_F(ThreadsTest, AThreadKnowsItselfAndDoesNotWaitForItself) {
-  std::shared_ptr<Thread> thread;
-  const auto started = threads.MakeEvent();
-  std::atomic<bool> current{false};
-  std::atomic<bool> waitedForItself{true};
-  thread = threads.Start("itself", Priority::Normal, [&] {
-    started->Wait(FOREVER);
-    current = thread->IsCurrent();
-    waitedForItself = thread->WaitForEnd(FOREVER);
-  });
-  EXPECT_FALSE(thread->IsCurrent());
-  EXPECT_FALSE(thread->WaitForEnd(10ms));
-  started->Set();
-  EXPECT_TRUE(thread->WaitForEnd(10s));
-  EXPECT_TRUE(current);
-  EXPECT_FALSE(waitedForItself);
 }
 
 TEST_F(ThreadsTest, AThreadHasItsNameAndLeavesSignalsToTheHost) {
@@ -101,17 +46,6 @@ TEST_F(ThreadsTest, AThreadHasItsNameAndLeavesSignalsToTheHost) {
   ASSERT_TRUE(thread->WaitForEnd(10s));
   EXPECT_EQ(name, "fifteen letters");
   EXPECT_TRUE(blocked);
-}
-
-TEST_F(ThreadsTest, AThreadLivesOnWithoutItsHandle) {
-  const auto go = threads.MakeEvent();
-  const auto done = threads.MakeEvent();
-  threads.Start("alone", Priority::Normal, [go, done] {
-    go->Wait(FOREVER);
-    done->Set();
-  });
-  go->Set();
-  EXPECT_TRUE(done->Wait(10s));
 }
 
 /// Signals that come every millisecond to the thread of the test.

@@ -112,28 +112,6 @@ TEST(Datagrams, ABlockHasExactlyItsBytes) {
   EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_RESEND, 1, 0, 1, 0, 10, BLOCK_SIZE - 1))), Reject::BlockIncomplete);
 }
 
-TEST(Datagrams, ImpossibleBlocksAreRejectedByReason) {
-  EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_DATA, 1, 0, 0, 0, 0, 0))), Reject::NotFirstSending);
-  EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_DATA, 0, 0, 0, 1, 0, 0))), Reject::FileNumberZero);
-  for (const uint16_t tail : {4254, 32767, 65535})
-    EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_DATA, 1, 0, 0, 1, tail, BLOCK_SIZE))), Reject::TailOutOfRange);
-  EXPECT_EQ(RejectOf(ParseFromSender(BlockBytes(CMD_RESEND, 1, 2, 1, 0, 0, BLOCK_SIZE))), Reject::BlockBeyondLast);
-  EXPECT_TRUE(std::holds_alternative<Resend>(ParseFromSender(BlockBytes(CMD_RESEND, 1, 1, 1, 0, 4253, 4253))));
-}
-
-TEST(Datagrams, HeaderCheck) {
-  EXPECT_EQ(RejectOf(ParseFromSender(FromHex("02 91 01"))), Reject::WrongMagic);
-  EXPECT_EQ(RejectOf(ParseFromSender({})), Reject::WrongMagic);
-  EXPECT_EQ(RejectOf(ParseFromSender(FromHex("91 02"))), Reject::TooShort);
-  for (const uint8_t code : {0, 16, 255})
-    EXPECT_EQ(RejectOf(ParseFromSender(Bytes{0x91, 0x02, code})), Reject::UnknownCommand);
-  for (const uint8_t code : {CMD_CLIENT, CMD_ACK, CMD_ANSWER, CMD_REPORT})
-    EXPECT_EQ(RejectOf(ParseFromSender(Bytes{0x91, 0x02, code} + Bytes(8, 0))), Reject::NotForThisSide) << int{code};
-  EXPECT_EQ(std::get<Reject>(ParseFromReceiver(Build(Master{1}))), Reject::NotForThisSide);
-  EXPECT_TRUE(IsReport(Build(Report{})));
-  EXPECT_FALSE(IsReport(Build(Answer{0})));
-}
-
 /// Every datagram that a receiver takes, whole.
 std::vector<Bytes> AllFromSender() {
   const std::vector<NameField> directories(2, NameField::From("\\d"));
@@ -210,12 +188,6 @@ TEST(WireSize, CountsEveryFragmentsFrame) {
   EXPECT_EQ(BytesOnWire(1472), 1472u + 8 + 20 + 38);
   EXPECT_EQ(BytesOnWire(1473), 1473u + 8 + 2 * (20 + 38));
   EXPECT_EQ(BytesOnWire(MAX_DATAGRAM), 4796u + 8 + 4 * (20 + 38));
-}
-
-TEST(Describe, NamesFieldsAndEscapes) {
-  EXPECT_EQ(Describe(Build(Ack{2, 5})), "CMD_ACK file=2 block=5");
-  EXPECT_EQ(Describe(Build(AutoOpenName{NameField::From("\x1B[2J\"")})), "CMD_AOFNAME name=\"\\x1B[2J\\x22\"");
-  EXPECT_EQ(Describe(FromHex("00 01 02 03")), "foreign datagram, 4 bytes");
 }
 
 }  // namespace

@@ -32,8 +32,6 @@ class WrittenFile {
     writes.emplace_back(write.firstBlock, write.blockCount, write.bytes.size());
   }
 
-  bool IsPending() const { return !run.IsEmpty(); }
-
   std::vector<Write> writes;
 
  private:
@@ -50,14 +48,6 @@ TEST(RunBufferTest, BlocksInOrderAreWrittenThirtyAtATimeAndAtTheEndOfTheFile) {
   EXPECT_EQ(file.writes, expected);
 }
 
-TEST(RunBufferTest, AFileOfOneBlockIsWrittenAtOnceEvenWhenItIsEmpty) {
-  WrittenFile ten(0, 10), empty(0, 0);
-  ten.Receive(0);
-  empty.Receive(0);
-  EXPECT_EQ(ten.writes, (std::vector<Write>{{0, 1, 10}}));
-  EXPECT_EQ(empty.writes, (std::vector<Write>{{0, 1, 0}}));
-}
-
 TEST(RunBufferTest, ASkippedBlockEndsTheRunAndResentBlocksAreWrittenAlone) {
   WrittenFile file(8, 100);
   for (const uint32_t block : {0, 1, 2, 3, 4, 7, 8}) file.Receive(block);
@@ -65,28 +55,6 @@ TEST(RunBufferTest, ASkippedBlockEndsTheRunAndResentBlocksAreWrittenAlone) {
   const std::vector<Write> expected = {
       {0, 5, 5 * BLOCK_SIZE}, {7, 2, BLOCK_SIZE + 100}, {5, 1, BLOCK_SIZE}, {6, 1, BLOCK_SIZE}};
   EXPECT_EQ(file.writes, expected);
-}
-
-TEST(RunBufferTest, AResentBlockComesAfterThePendingRunAndARepeatedBlockStartsANewOne) {
-  WrittenFile file(20, 0);
-  for (const uint32_t block : {0, 1, 2}) file.Receive(block);
-  file.Receive(3, false);
-  EXPECT_EQ(file.writes, (std::vector<Write>{{0, 3, 3 * BLOCK_SIZE}, {3, 1, BLOCK_SIZE}}));
-  file.Receive(4);
-  file.Receive(4);
-  file.Receive(5);
-  EXPECT_EQ(file.writes.size(), 3u);
-  EXPECT_TRUE(file.IsPending());
-  file.WriteOut();
-  EXPECT_EQ(file.writes.back(), (Write{4, 2, 2 * BLOCK_SIZE}));
-}
-
-TEST(RunBufferTest, OffsetsBeyondFourGigabytesDoNotWrap) {
-  RunBuffer run;
-  const std::vector<uint8_t> bytes(BLOCK_SIZE, 1);
-  run.Add(3000000, bytes);
-  run.Add(3000001, bytes);
-  EXPECT_EQ(run.Take().offset, 12762000000u);
 }
 
 }  // namespace

@@ -101,7 +101,6 @@ class ScriptedSender : public testing::Test {
   void Announce(const std::string& target = "C:\\in") { ToGroup(TaskFor(target)); }
   void SendData(uint32_t file, uint32_t block) { SendBlock(CMD_DATA, file, block); }
   void SendResend(uint32_t file, uint32_t block) { SendBlock(CMD_RESEND, file, block); }
-  void SendReport() { Send(Build(Report{}), REPORT_GROUP); }
 
   void SendBlock(Command command, uint32_t number, uint32_t block) {
     const File& file = files.at(number - 1);
@@ -119,6 +118,15 @@ class ScriptedSender : public testing::Test {
     for (uint32_t file = 1; file <= files.size(); ++file)
       for (uint32_t block = 0; block <= files[file - 1].Shape().lastBlock; ++block)
         if (std::find(lost.begin(), lost.end(), LostBlock{file, block}) == lost.end()) SendData(file, block);
+  }
+
+  /// Three files to a receiver that listens: the announcement, the stream but the blocks in `lost`, its end.
+  void Transfer(Profile profile, const std::vector<LostBlock>& lost = {}) {
+    Listen(profile);
+    AddThreeFiles();
+    Announce();
+    SendStream(lost);
+    ToGroup(Finish{0});
   }
 
   /// Serves the master until it wants nothing more, then lets it go. What it asked for, in order.

@@ -33,6 +33,7 @@ class SlowFiles : public Files {
   }
 
   // A sender writes nothing.
+  void MakeTarget(const std::string&) override {}
   void CreateDirectories(const std::string&, const RelativePath&) override {}
   bool CanOpenOutput(const std::string&, const RelativePath&) override { return false; }
   OpenedOutput OpenOutput(const std::string&, const RelativePath&, WhenMissing) override { return {}; }

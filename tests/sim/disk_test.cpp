@@ -77,6 +77,7 @@ TEST_F(DiskTest, ASenderListsAndReads) {
 
 TEST_F(DiskTest, AReceiverWritesBeneathItsTarget) {
   EXPECT_EQ(files.OpenOutput("C:\\in", Name("a\\f"), WhenMissing::Create).file, nullptr) << "the directory is missing";
+  files.MakeTarget("C:\\in");
   files.CreateDirectories("C:\\in", Name("a"));
   EXPECT_FALSE(files.CanOpenOutput("C:\\in", Name("a\\f")));
   auto opened = files.OpenOutput("C:\\in", Name("a\\f"), WhenMissing::Create);

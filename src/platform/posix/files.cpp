@@ -33,12 +33,6 @@ std::optional<DirectoryEntry> EntryFor(int directory, const std::string& name) {
   return std::nullopt;
 }
 
-/// Makes a directory that the user named, with those above it; links on the way are the user's own.
-void MakeBase(const std::string& path) {
-  std::error_code ignored;  // Shows when a file is opened.
-  std::filesystem::create_directories(path, ignored);
-}
-
 }  // namespace
 
 bool PosixFiles::IsFile(const std::string& path) {
@@ -74,10 +68,16 @@ std::unique_ptr<InputFile> PosixFiles::OpenInput(const std::string& path) {
   return std::make_unique<PosixInputFile>(std::move(descriptor));
 }
 
+// Links on the way are the user's own.
+void PosixFiles::MakeTarget(const std::string& base) {
+  const auto place = drives.ResolveTarget(base);
+  std::error_code ignored;
+  if (place) std::filesystem::create_directories(place->LocalPath(), ignored);
+}
+
 void PosixFiles::CreateDirectories(const std::string& base, const RelativePath& name) {
   const auto place = drives.ResolveTarget(base);
   if (!place) return;
-  MakeBase(place->LocalPath());
   const Descriptor directory = OpenBase(place->LocalPath());
   if (directory) MakeDirectoriesBeneath(resolver, directory.Get(), name);
 }
