@@ -40,8 +40,9 @@ QUORL_EXPORT uint32_t GetReceivers(uint32_t* addresses, uint32_t capacity);
    1; 0 for an unknown profile. */
 QUORL_EXPORT uint32_t SetProfile(uint32_t profile);
 
-/* Receiver: a local directory that everything received stays under, whatever target the sender names. NULL or ""
-   (the value at load) follows the sender's target. Takes effect at the next announced transfer.
+/* Receiver: a local directory that everything received stays under, whatever target the sender names; it may be
+   reached through links, and nothing beneath it is. The room for a transfer is looked for on the file system that
+   holds it. NULL or "" (the value at load) follows the sender's target. Takes effect at the next announced transfer.
    1; 0 when it is no directory. */
 QUORL_EXPORT uint32_t SetReceiveRoot(const char* directory);
 

@@ -68,7 +68,9 @@ QUORL_EXPORT uint32_t InitClient(QuorlWindow window, uint32_t groupAddress, uint
 /* Sender: closes the sockets. Always 1; harmless at any time. */
 QUORL_EXPORT uint32_t DeInitServer(void);
 
-/* Receiver: ends the receiver; waits at most 5 s for its threads. Always 1; harmless at any time. */
+/* Receiver: ends the receiver; waits at most 5 s for its threads. Always 1; harmless at any time. From a window's own
+   procedure, inside the WM_TRANS_STATUS with the path of a file to open, it takes these 5 s: the thread that it waits
+   for waits for the procedure. */
 QUORL_EXPORT uint32_t DeInitClient(void);
 
 /* Sender: chooses what travels: pathCount full paths of the form "C:\dir\name", files and directories mixed, each of

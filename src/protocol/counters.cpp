@@ -2,6 +2,8 @@
 // them as they stand.
 #include "protocol/counters.h"
 
+#include <iterator>
+
 namespace quorl {
 
 namespace {
@@ -45,6 +47,9 @@ constexpr PublicName NAMES[] = {
     {Count::RepairsAsked, nullptr, "receiver.repairs_asked"},
 };
 static_assert(std::size(NAMES) == static_cast<size_t>(Count::COUNT));
+// One for each Reject, in its order.
+static_assert(static_cast<size_t>(Count::DroppedMoreFilesThanBlocks) - static_cast<size_t>(Count::DroppedWrongMagic) ==
+              static_cast<size_t>(Reject::MoreFilesThanBlocks));
 
 }  // namespace
 

@@ -3,9 +3,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <quorl/host.h>
-#include <sys/wait.h>
 #include <unistd.h>
-#include <csignal>
 
 #include <atomic>
 #include <chrono>
@@ -229,25 +227,6 @@ TEST_F(Api, TearingDownInTheMiddleOfTheStream) {
   DeInitClient();
   std::this_thread::sleep_for(200ms);
   EXPECT_EQ(senderHost.Count(), before) << "a destroyed window gets nothing";
-}
-
-TEST_F(Api, ASecondSenderFindsTheGroupBusy) {
-  // The stream of the first sender comes from another process, as it would in a room.
-  WriteSource("big.bin", 1'000'000);
-  const pid_t other = fork();
-  if (other == 0) {
-    InitServer(nullptr, 0, port, inet_addr("127.0.0.1"));
-    const char* path = "D:\\big.bin";
-    SetSelectFiles(&path, 1, "");
-    StartSend();
-    std::this_thread::sleep_for(3s);
-    _exit(0);
-  }
-  std::this_thread::sleep_for(1500ms);
-  EXPECT_EQ(InitServer(senderHost.Window(), 0, port, inet_addr("127.0.0.1")), 0u);
-  EXPECT_TRUE(senderHost.WaitForStatus(QUORL_STATUS_GROUP_BUSY, 0));
-  kill(other, SIGKILL);
-  waitpid(other, nullptr, 0);
 }
 
 }  // namespace

@@ -39,7 +39,6 @@ class FakeFiles : public Files {
   bool IsFile(const std::string& path) override { return lengths.count(path) != 0; }
 
   std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& path) override {
-    if (path == outOfMemoryAt) throw std::bad_alloc();
     if (!everyDirectoryHolds.empty()) return everyDirectoryHolds;
     const auto found = listings.find(path.ends_with('\\') ? path.substr(0, path.size() - 1) : path);
     return found == listings.end() ? std::nullopt : std::optional(found->second);
@@ -60,7 +59,6 @@ class FakeFiles : public Files {
   std::map<std::string, std::vector<DirectoryEntry>> listings;
   std::map<std::string, uint64_t> lengths;
   std::set<std::string> unreadable;
-  std::string outOfMemoryAt;
   std::vector<DirectoryEntry> everyDirectoryHolds;
   std::vector<std::pair<std::string, std::vector<std::string>>> created;
 };

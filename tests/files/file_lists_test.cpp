@@ -74,15 +74,6 @@ TEST_F(FileListsTest, ANameWithABackslashNeverTravels) {
   EXPECT_EQ(Build({"C:\\d\\s"}, 4, FIRST_LEVEL), -1) << "a file on the first level";
 }
 
-TEST_F(FileListsTest, ANameLongerThanTheNameFieldIsLeftOut) {
-  const std::string folder = "C:\\" + std::string(250, 'f');
-  const std::string longest(519 - 252, 'x');
-  files.Directory(folder, {longest, longest + "x"});
-  EXPECT_EQ(Build({folder}, 2, FIRST_LEVEL), -1);
-  ASSERT_EQ(lists.ArraySendFile.size(), 1u);
-  EXPECT_EQ(Names()[0].size(), 519u);
-}
-
 TEST_F(FileListsTest, AFileWithTooManyBlocksIsLeftOutAnUnreadableOneIsNot) {
   files.Directory("C:\\d", {"largest", "larger", "locked"});
   files.lengths["C:\\d\\larger"] = uint64_t{UINT32_MAX} * 4254;
@@ -105,13 +96,6 @@ TEST_F(FileListsTest, WalksDeepTreesAndEndsInEndlessOnes) {
   files.everyDirectoryHolds = {{"s", true}};
   EXPECT_EQ(Build({"C:\\d"}, 2, ANY_DEPTH), -1);
   EXPECT_EQ(lists.ArrayEmptyDir, Texts{});
-}
-
-TEST_F(FileListsTest, OutOfMemoryKeepsWhatWasListed) {
-  files.Directory("C:\\d", {"a.txt", "s/", "b.txt"});
-  files.outOfMemoryAt = "C:\\d\\s";
-  EXPECT_EQ(Build({"C:\\d"}, 2, ANY_DEPTH), 0);
-  EXPECT_EQ(Names(), Texts{"\\d\\a.txt"});
 }
 
 }  // namespace

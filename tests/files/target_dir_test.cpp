@@ -5,7 +5,6 @@
 namespace quorl {
 namespace {
 
-constexpr uint32_t DESKTOP = 0;
 constexpr uint32_t DOCUMENTS = 5;
 constexpr uint32_t COMMON_DESKTOP = 25;
 
@@ -35,16 +34,6 @@ TEST_F(TargetDirTest, AnUnknownFolderKeepsThePreviousTargetAFolderWithoutPathEmp
   EXPECT_EQ(ResolveTargetDir(machine, DOCUMENTS, "C:\\ignored", "C:\\previous"), "");
 }
 
-TEST_F(TargetDirTest, ADesktopWithoutPathIsGuessedFromTheCommonOne) {
-  shell.account = "SYSTEM";
-  shell.folders[DESKTOP] = {true, std::nullopt};
-  EXPECT_EQ(ResolveTargetDir(machine, DESKTOP, "", "C:\\previous"), "");
-  shell.folders[COMMON_DESKTOP] = {true, "C:\\Documents and Settings\\All Users\\Desktop"};
-  EXPECT_EQ(ResolveTargetDir(machine, DESKTOP, "", ""), "C:\\Documents and Settings\\SYSTEM\\Desktop");
-  LoggedOn("mary", "PC7");
-  EXPECT_EQ(ResolveTargetDir(machine, DESKTOP, "", ""), "C:\\Documents and Settings\\mary\\Desktop");
-}
-
 TEST_F(TargetDirTest, TheLoggedOnUserReplacesTheFirstProfileNameThatOccurs) {
   LoggedOn("mary", "pc7");  // Computer names have no case.
   EXPECT_EQ(Fixed("LocalService", "C:\\D\\LocalService\\Desktop"), "C:\\D\\mary\\Desktop");
@@ -69,14 +58,6 @@ TEST_F(TargetDirTest, ADomainLogonHasTheDomainInItsProfileName) {
   EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\.LAB") << "an empty value counts as read";
   LogonValue("AltDefaultDomainName", "PC7");
   EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\joe");
-}
-
-TEST_F(TargetDirTest, TheOlderFamilyNamesItsUserElsewhere) {
-  shell.isNt = false;
-  LoggedOn("mary", "CORP");
-  EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\joe");
-  shell.logonValues["Network\\Logon|username"] = "ann";
-  EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\ann");
 }
 
 }  // namespace

@@ -121,20 +121,12 @@ TEST(DatagramSocket, TellsHowManyDatagramsFoundItsBufferFull) {
   constexpr uint32_t SENT = 100;
   for (uint32_t i = 0; i < SENT; ++i) ASSERT_TRUE(sender->Send(Pattern(4796), {GROUP, PORT}));
   std::vector<uint8_t> buffer;
-  uint32_t seen = 0, dropped = 0;
+  uint32_t got = 0;
+  while (Take(*receiver, buffer, 0ns).outcome == Outcome::Datagram) ++got;
+  EXPECT_LT(got, SENT);
   // The system tells with the next datagram that finds room.
-  for (bool last = false; !last; ++seen) {
-    const Received received = Take(*receiver, buffer, 0ns);
-    if (received.outcome != Outcome::Datagram) {
-      ASSERT_TRUE(sender->Send(Pattern(7), {GROUP, PORT}));
-      last = true;
-      dropped += Take(*receiver, buffer).droppedBefore;
-      continue;
-    }
-    dropped += received.droppedBefore;
-  }
-  EXPECT_GT(dropped, 0u);
-  EXPECT_EQ(dropped + seen - 1, SENT);
+  ASSERT_TRUE(sender->Send(Pattern(7), {GROUP, PORT}));
+  EXPECT_EQ(Take(*receiver, buffer).droppedBefore, SENT - got);
 }
 
 TEST(DatagramSocket, TheInterruptEventEndsAReceive) {
@@ -151,28 +143,8 @@ TEST(DatagramSocket, TheInterruptEventEndsAReceive) {
   EXPECT_EQ(outcome, static_cast<int>(Outcome::Interrupted));
 }
 
-TEST(DatagramSocket, ClosingWakesAReceiveAndFreesThePort) {
-  const auto socket = OpenMember("127.0.0.2");
-  const auto thread = RealMachine().threads.Start("receive", Priority::Normal, [socket] {
-    std::array<uint8_t, 16> buffer{};
-    EXPECT_EQ(socket->Receive(buffer, FOREVER, nullptr).outcome, Outcome::Closed);
-  });
-  EXPECT_FALSE(thread->WaitForEnd(20ms));
-  socket->Close();
-  socket->Close();
-  ASSERT_TRUE(thread->WaitForEnd(10s));
-  std::vector<uint8_t> buffer;
-  EXPECT_EQ(Take(*socket, buffer, FOREVER).outcome, Outcome::Closed);
-  EXPECT_FALSE(socket->Send(Pattern(5), {GROUP, PORT}));
-  EXPECT_FALSE(socket->SetReuseAddress());
-  EXPECT_FALSE(socket->JoinGroup(GROUP, Address("127.0.0.2")));
-
-  // Without sharing an address these succeed only when nobody has it any more.
-  for (const uint32_t address : {Address("127.0.0.2"), GROUP}) EXPECT_TRUE(Open()->Bind({address, PORT}));
-}
-
-TEST(DatagramSocket, ClosingWhileOthersSendAndReceive) {
-  for (int round = 0; round < 50; ++round) {
+TEST(DatagramSocket, ClosingWakesWhoSendsAndReceivesAndFreesThePort) {
+  for (int round = 0; round < 20; ++round) {
     const auto socket = OpenMember("127.0.0.2");
     std::vector<std::shared_ptr<Thread>> threads;
     const auto start = [&](std::function<void()> body) {
@@ -190,7 +162,10 @@ TEST(DatagramSocket, ClosingWhileOthersSendAndReceive) {
     });
     for (int i = 0; i < 2; ++i) start([&] { socket->Close(); });
     for (const auto& thread : threads) ASSERT_TRUE(thread->WaitForEnd(10s));
+    EXPECT_FALSE(socket->JoinGroup(GROUP, Address("127.0.0.2")));
   }
+  // Without sharing an address these succeed only when nobody has it any more.
+  for (const uint32_t address : {Address("127.0.0.2"), GROUP}) EXPECT_TRUE(Open()->Bind({address, PORT}));
 }
 
 }  // namespace

@@ -39,19 +39,5 @@ TEST(Drives, ALocalDirectoryGetsThePathOfTheNearestDrive) {
   EXPECT_EQ(drives.DrivePathOfText("relative"), std::nullopt);
 }
 
-TEST(Drives, ADirectoryWhosePathReceivingWouldChangeGetsALetterOfItsOwn) {
-  const TempDirectory temp;
-  Drives drives;
-  char letter = 'Z';
-  for (const std::string name : {"in?", "a*b", "<x", "y>"}) {
-    fs::create_directories(temp / (name + "/below"));
-    const std::string drive = {letter--, ':', '\\'};
-    EXPECT_EQ(drives.DrivePathOf(temp / name), drive) << name;
-    EXPECT_EQ(drives.DrivePathOf(temp / name), drive) << "the letter that it has";
-    EXPECT_EQ(Local(drives.Resolve(drive + "f")), temp / (name + "/f"));
-    EXPECT_EQ(drives.DrivePathOf(temp / (name + "/below")), drive + "below");
-  }
-}
-
 }  // namespace
 }  // namespace quorl

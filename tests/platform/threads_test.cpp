@@ -1,12 +1,5 @@
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/time.h>
-
-#include <array>
-#include <atomic>
-#include <vector>
 
 #include "platform/real_machine.h"
 #include "temp_directory.h"
@@ -19,7 +12,6 @@ using namespace std::chrono_literals;
 class ThreadsTest : public testing::Test {
  protected:
   Threads& threads = RealMachine().threads;
-  Clock& clock = RealMachine().clock;
 };
 
 TEST_F(ThreadsTest, WhatTheBodyHeldIsGoneWhenTheEndIsReported) {
@@ -30,59 +22,6 @@ TEST_F(ThreadsTest, WhatTheBodyHeldIsGoneWhenTheEndIsReported) {
     ASSERT_TRUE(thread->WaitForEnd(10s));
     EXPECT_TRUE(watch.expired());
   }
-}
-
-TEST_F(ThreadsTest, AThreadHasItsNameAndLeavesSignalsToTheHost) {
-  std::string name;
-  bool blocked = false;
-  const auto thread = threads.Start("fifteen letters", Priority::Normal, [&] {
-    char text[16] = "";
-    pthread_getname_np(pthread_self(), text, sizeof text);
-    name = text;
-    sigset_t mask;
-    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-    blocked = sigismember(&mask, SIGINT) == 1 && sigismember(&mask, SIGTERM) == 1;
-  });
-  ASSERT_TRUE(thread->WaitForEnd(10s));
-  EXPECT_EQ(name, "fifteen letters");
-  EXPECT_TRUE(blocked);
-}
-
-/// Signals that come every millisecond to the thread of the test.
-class SignalStorm {
- public:
-  SignalStorm() {
-    struct sigaction action {};
-    action.sa_handler = [](int) { ++count; };
-    sigaction(SIGALRM, &action, &before);
-    const itimerval every{{0, 1000}, {0, 1000}};
-    setitimer(ITIMER_REAL, &every, nullptr);
-  }
-  ~SignalStorm() {
-    const itimerval never{};
-    setitimer(ITIMER_REAL, &never, nullptr);
-    sigaction(SIGALRM, &before, nullptr);
-  }
-  static inline std::atomic<int> count{0};
-
- private:
-  struct sigaction before {};
-};
-
-TEST_F(ThreadsTest, SignalsOfTheHostNeitherShortenNorEndAWait) {
-  const auto event = threads.MakeEvent();
-  const auto socket = RealMachine().network.OpenDatagramSocket();
-  ASSERT_TRUE(socket->Bind({0, 0}));
-  std::array<uint8_t, 16> buffer{};
-  const SignalStorm storm;
-  const Moment start = clock.Now();
-  clock.Sleep(30ms);
-  EXPECT_GE(clock.Now() - start, 30ms);
-  EXPECT_FALSE(event->Wait(30ms));
-  EXPECT_GE(clock.Now() - start, 60ms);
-  EXPECT_EQ(socket->Receive(buffer, 30ms, nullptr).outcome, Received::Outcome::TimedOut);
-  EXPECT_GE(clock.Now() - start, 90ms);
-  EXPECT_GT(SignalStorm::count, 0);
 }
 
 /// How many of the things that need a descriptor could be made.

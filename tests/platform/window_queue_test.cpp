@@ -100,20 +100,6 @@ TEST(WindowQueue, DestroyingWaitsForTheProcedureAndDropsTheRest) {
   EXPECT_EQ(host.inside, 0);
 }
 
-TEST(WindowQueue, TheProcedureMayDestroyItsOwnWindow) {
-  Host* self = nullptr;
-  Host host([&](uint32_t) {
-    self->queue.Destroy(self->window);
-    EXPECT_FALSE(self->queue.IsWindow(self->window));
-  });
-  self = &host;
-  host.queue.Send(host.window, {STATUS, 0, 0, {}});
-  host.Post(STATUS, 1);
-  host.queue.Destroy(host.window);  // Waits until the procedure has returned.
-  EXPECT_EQ(host.inside, 0);
-  EXPECT_EQ(host.Taken().size(), 1u);
-}
-
 TEST(WindowQueue, TheOldestNamesMakeRoomAndTheNewestAreRefused) {
   constexpr size_t BOUND = 10'000;
   Gate gate;

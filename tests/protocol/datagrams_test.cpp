@@ -5,8 +5,6 @@
 
 #include <sstream>
 
-#include "protocol/wire_size.h"
-
 namespace quorl {
 namespace {
 
@@ -181,13 +179,6 @@ TEST(Blocks, FilesAreCutAtBlockSize) {
   EXPECT_EQ(FileShape::Of(fiveGiB)->Length(), fiveGiB);
   EXPECT_TRUE(FileShape::Of(4254ull * 0xFFFFFFFF - 1).has_value());
   EXPECT_FALSE(FileShape::Of(4254ull * 0xFFFFFFFF).has_value());
-}
-
-TEST(WireSize, CountsEveryFragmentsFrame) {
-  EXPECT_EQ(BytesOnWire(3), 3u + 8 + 20 + 38);
-  EXPECT_EQ(BytesOnWire(1472), 1472u + 8 + 20 + 38);
-  EXPECT_EQ(BytesOnWire(1473), 1473u + 8 + 2 * (20 + 38));
-  EXPECT_EQ(BytesOnWire(MAX_DATAGRAM), 4796u + 8 + 4 * (20 + 38));
 }
 
 }  // namespace

@@ -172,14 +172,6 @@ TEST(SenderSockets, AnotherSendersStreamIsFoundWhateverItsSize) {
   }
 }
 
-TEST(SenderSockets, StrangersAndOtherPortsAreNoSender) {
-  EXPECT_TRUE(OpenBeside({0x02, 0x91, 0x0B}, DEFAULT_PORT).opened);
-  const Probed probed = OpenBeside({0x91, 0x02, 0x0B}, DEFAULT_PORT + 1);
-  EXPECT_TRUE(probed.opened);
-  EXPECT_EQ(probed.took, 100ms);
-  EXPECT_TRUE(probed.messages.empty());
-}
-
 TEST(RoomAddress, DefaultsAndTheReplyPortThatWraps) {
   const RoomAddress standard = RoomAddress::From(0, 0, 0);
   EXPECT_EQ(standard.group, (Endpoint{Ipv4(235, 9, 2, 9), 27001}));

@@ -85,48 +85,8 @@ TEST(LostMapTest, KeysArePaddedSoThatTheFirstEntryIsTheFirstBlock) {
   EXPECT_TRUE(map.IsEmpty());
 }
 
-Blocks MissingOf(const StoredBlocks& stored) {
-  Blocks missing;
-  stored.ForEachMissing([&](LostBlock block) {
-    missing.push_back(block);
-    return true;
-  });
-  return missing;
-}
-
-TEST(StoredBlocksTest, AFailedFileIsNeitherMissingNorEverWhole) {
-  StoredBlocks stored(2, 4);
-  ASSERT_EQ(stored.Admit(1, {2, 0}, "\\a"), Admission::Admitted);
-  EXPECT_TRUE(stored.Fail(1, 112));
-  EXPECT_FALSE(stored.Fail(1, 1001));
-  EXPECT_EQ(MissingOf(stored), (Blocks{{2, 0}}));
-  ASSERT_EQ(stored.Admit(2, {0, 7}, "\\b"), Admission::Admitted);
-  stored.Store(1, 0, 3);
-  stored.Store(2, 0, 1);
-  EXPECT_EQ(MissingOf(stored), Blocks{});
-  EXPECT_FALSE(stored.IsWhole());
-  EXPECT_EQ(stored.FirstFailure(), 112u);
-  EXPECT_EQ(stored.BlocksOfFailedFiles(), 3u);
-}
-
 BlockHead Head(uint32_t file, FileShape shape) {
   return {file, 0, shape.lastBlock, 1, shape.tailSize, NameField::From("\\f" + std::to_string(file))};
-}
-
-TEST(MissingBlocksTest, WhatBelongsToAnEarlierTransferIsIgnored) {
-  Counters counters;
-  MissingBlocks missing(counters);
-  const uint32_t earlier = missing.Begin(1, 2);
-  ASSERT_EQ(missing.Admit(Head(1, {1, 0})), Admission::Admitted);
-  const uint32_t later = missing.Begin(1, 1);
-  ASSERT_EQ(missing.Admit(Head(1, {0, 5})), Admission::Admitted);
-  missing.Store(earlier, 1, 0, 2);
-  EXPECT_FALSE(missing.Fail(earlier, 1, 1001));
-  EXPECT_FALSE(missing.EnterExpanded(earlier, {1, 0}));
-  EXPECT_TRUE(missing.IsClear());
-  EXPECT_FALSE(missing.IsWhole());
-  missing.Store(later, 1, 0, 1);
-  EXPECT_TRUE(missing.IsWhole());
 }
 
 TEST(MissingBlocksTest, TheMapIsBoundedAndFillsAgainFromWhatIsStored) {

@@ -27,15 +27,6 @@ TEST_P(RepairTest, AnswersWithWhatIsMissingAsksForItAndLeavesWhenItHasEverything
   ExpectComplete();
 }
 
-TEST_P(RepairTest, OneLateBlockOfALostFileDoesNotHideTheOthers) {
-  Transfer(GetParam(), {{3, 0}, {3, 1}, {3, 2}});
-  world.RunFor(200ms);
-  SendData(3, 1);
-  world.RunFor(300ms);
-  EXPECT_EQ(Repair(), (Wanted{{3, 0}, {3, 2}}));
-  ExpectComplete();
-}
-
 TEST_P(RepairTest, AReleaseWithTheSecondPassByteIsNoCompletionWhileBlocksAreMissing) {
   Transfer(GetParam(), {{3, 1}});
   ToReceiver(Release{0, 1});

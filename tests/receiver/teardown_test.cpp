@@ -65,17 +65,6 @@ TEST_P(TeardownTest, AnInitThatFailsAtAnyCallLeavesNothing) {
   EXPECT_EQ(TakeReplies(), Lines{"CMD_CLIENT platform=1"});
 }
 
-TEST_P(TeardownTest, AFinishThatCannotBeSentTearsTheReceiverDownFromItsOwnThread) {
-  pc.Disk().SetDriveType(DriveType::CdRom);
-  Listen(GetParam());
-  pc.FailEvery([](std::string_view call) { return call == "network.send"; });
-  Announce();
-  EXPECT_TRUE(HasDebugLine("\nQuorl-----Client send finish Failed!\n"));
-  EXPECT_TRUE(world.RunUntil([&] { return pc.RunningThreads() == 0; }, 200ms));
-  ExpectNothingLeft();
-  EXPECT_EQ(DeInit(), 0ms);
-}
-
 TEST_P(TeardownTest, AHostThatTearsDownInsideTheMessageWithTheFileToOpenWaitsBoundedly) {
   Duration took{};
   window = pc.MakeWindow([&](uint32_t message, uintptr_t wParam, intptr_t lParam) {

@@ -33,6 +33,14 @@ std::optional<DirectoryEntry> EntryFor(int directory, const std::string& name) {
   return std::nullopt;
 }
 
+/// A regular file with one name. If not, errno says why.
+bool IsPlain(const Descriptor& descriptor) {
+  struct stat status {};
+  if (fstat(descriptor.Get(), &status) != 0) return false;
+  errno = EPERM;
+  return S_ISREG(status.st_mode) && status.st_nlink == 1;
+}
+
 }  // namespace
 
 bool PosixFiles::IsFile(const std::string& path) {
@@ -92,18 +100,19 @@ OpenedOutput PosixFiles::OpenOutput(const std::string& base, const RelativePath&
   return {std::make_unique<PosixOutputFile>(std::move(descriptor)), WriteOutcome::Done};
 }
 
-/// A regular file beneath the target that has no other name: through a hard link one outside could be written. On
-/// failure errno says why.
+/// A regular file beneath the target that has no other name: through a hard link one outside could be written. What
+/// stands there is looked at first, since to open a device can do things by itself. On failure errno says why.
 Descriptor PosixFiles::OpenRegular(const std::string& base, const RelativePath& name, int flags) const {
   errno = ENOENT;
   const auto place = drives.ResolveTarget(base);
   if (!place) return {};
   const Descriptor directory = OpenBase(place->LocalPath());
   if (!directory) return {};
-  Descriptor descriptor = OpenBeneath(resolver, directory.Get(), name, flags | SAFE_FLAGS, 0666);
-  struct stat status {};
-  if (!descriptor || fstat(descriptor.Get(), &status) != 0) return {};
-  if (S_ISREG(status.st_mode) && status.st_nlink == 1) return descriptor;
+  const Descriptor there = OpenBeneath(resolver, directory.Get(), name, O_PATH | O_CLOEXEC);
+  Descriptor descriptor;
+  if (!there || IsPlain(there)) descriptor = OpenBeneath(resolver, directory.Get(), name, flags | SAFE_FLAGS, 0666);
+  // It may have been replaced in between.
+  if (!descriptor || IsPlain(descriptor)) return descriptor;
   errno = EPERM;
   return {};
 }
