@@ -15,18 +15,6 @@ struct RepairTest : BothProfiles {
 };
 INSTANTIATE_TEST_SUITE_P(Profiles, RepairTest, testing::Values(Profile::Classic, Profile::Robust), ProfileName);
 
-TEST_P(RepairTest, AnswersWithWhatIsMissingAsksForItAndLeavesWhenItHasEverything) {
-  Transfer(GetParam(), {{2, 1}, {3, 1}});
-  world.RunFor(500ms);
-  EXPECT_EQ(Repair(), (Wanted{{2, 1}, {3, 1}}));
-  Lines expected = Copies(GetParam(), "CMD_ANSWER missing blocks=2");
-  const Lines requests = {"CMD_ACK file=2 block=1", "CMD_ACK file=3 block=1", "CMD_ACK file=4 block=0"};
-  for (const Lines& more : {requests, Copies(GetParam(), "CMD_FINISH status=0")})
-    expected.insert(expected.end(), more.begin(), more.end());
-  EXPECT_EQ(TakeReplies(), expected);
-  ExpectComplete();
-}
-
 TEST_P(RepairTest, AReleaseWithTheSecondPassByteIsNoCompletionWhileBlocksAreMissing) {
   Transfer(GetParam(), {{3, 1}});
   ToReceiver(Release{0, 1});

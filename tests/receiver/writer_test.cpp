@@ -72,19 +72,5 @@ TEST_P(WriterTest, AFileThatWasRemovedBetweenTwoOfItsBlocksIsNotMadeAgain) {
   ExpectEndsWithStatus(1001);
 }
 
-TEST_P(WriterTest, WithoutAWindowNothingIsToldAndTheWriterEndsAllTheSame) {
-  window = GetParam() == Profile::Classic ? nullptr : window;
-  Listen(GetParam());
-  pc.DestroyWindow(window);
-  AddFile("\\a.bin", 5);
-  Announce();
-  SendStream();
-  ToGroup(Finish{0});
-  world.RunFor(500ms);
-  EXPECT_EQ(Told(), Lines{});
-  EXPECT_TRUE(HasDebugLine("\nQuorl----transmission over---------WriteThread\n"));
-  EXPECT_TRUE(client.GetState().complete);
-}
-
 }  // namespace
 }  // namespace quorl
