@@ -156,7 +156,7 @@ void RunStudy(const StudyOptions& options) {
         "| receivers | loss % | rooms | complete % | not complete % | of all: not complete, not reported % | "
         "complete, reported failed % | rooms without end % | time / ideal | repairs / lost block |\n"
         "|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|");
-    for (const size_t receivers : {1, 10, 30, 100, 200}) {
+    for (const size_t receivers : {size_t{1}, size_t{10}, size_t{30}, size_t{100}, size_t{200}}) {
       double ideal = 0;
       for (const double loss : {0.0, 0.001, 0.01, 0.05, 0.2}) {
         const StudyCell asked{.profile = profile, .receivers = receivers, .loss = loss};
