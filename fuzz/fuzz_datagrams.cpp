@@ -1,0 +1,82 @@
+// Any bytes as a datagram, for both sides. What is taken must be what the bytes say and lie within them.
+#include <array>
+#include <cctype>
+#include <vector>
+
+#include "fuzz/fuzz_input.h"
+#include "protocol/datagrams.h"
+
+namespace quorl {
+namespace {
+
+using Datagram = std::span<const uint8_t>;
+
+void CheckName(const NameField& field) {
+  const std::string_view text = field.Text();
+  MUST(text.size() <= NAME_TEXT_SIZE && text.size() <= field.length);
+  MUST(text.find('\0') == std::string_view::npos);
+  MUST(text.size() == field.length || text.size() == NAME_TEXT_SIZE || field.text[text.size()] == '\0');
+}
+
+/// Taken apart and put together again, a datagram of fixed length is the same.
+template <typename Message>
+void Check(const Message& message, Datagram datagram) {
+  const auto built = Build(message);
+  MUST(datagram.size() >= built.size());
+  MUST(std::equal(built.begin(), built.end(), datagram.begin()));
+  if constexpr (std::is_same_v<Message, Task>) CheckName(message.targetPath);
+  if constexpr (std::is_same_v<Message, AutoOpenName>) CheckName(message.name);
+}
+
+template <typename Message>
+void CheckBlock(const Message& message, Datagram datagram) {
+  const BlockHead& head = message.head;
+  std::array<uint8_t, BLOCK_HEAD_SIZE> built{};
+  WriteHeader(Message::COMMAND, built);
+  WriteFields(head, std::span<uint8_t>(built));
+  MUST(std::equal(built.begin(), built.end(), datagram.begin()));
+  CheckName(head.name);
+
+  MUST(head.file >= 1 && head.tailSize < BLOCK_SIZE && head.block <= head.lastBlock);
+  const uint64_t begin = uint64_t{head.block} * BLOCK_SIZE;
+  const uint64_t fileLength = uint64_t{head.lastBlock} * BLOCK_SIZE + head.tailSize;
+  MUST(message.bytes.size() == std::min<uint64_t>(BLOCK_SIZE, fileLength - begin));
+  MUST(message.bytes.data() == datagram.data() + BLOCK_HEAD_SIZE);
+  MUST(BLOCK_HEAD_SIZE + message.bytes.size() <= datagram.size());
+}
+
+void Check(const Data& message, Datagram datagram) {
+  MUST(message.head.firstSending != 0);
+  CheckBlock(message, datagram);
+}
+
+void Check(const Resend& message, Datagram datagram) {
+  CheckBlock(message, datagram);
+}
+
+void Check(const EmptyDir& message, Datagram datagram) {
+  MUST(message.names.size() <= EMPTY_DIR_LIMIT);
+  for (const NameField& name : message.names) CheckName(name);
+  const std::vector<uint8_t> built = BuildEmptyDir(message.names);
+  const size_t head = LENGTH<EmptyDirHead>;
+  MUST(datagram.size() >= built.size());
+  MUST(std::equal(built.begin() + head, built.end(), datagram.begin() + head));
+}
+
+void Check(Reject reason, Datagram) {
+  MUST(!ToText(reason).empty());
+}
+
+}  // namespace
+}  // namespace quorl
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using namespace quorl;
+  // In a buffer of its own, so that a byte read beyond it is noticed.
+  const std::vector<uint8_t> datagram(data, data + size);
+  std::visit([&](const auto& message) { Check(message, datagram); }, ParseFromSender(datagram));
+  std::visit([&](const auto& message) { Check(message, datagram); }, ParseFromReceiver(datagram));
+  MUST(!IsReport(datagram) || std::holds_alternative<Reject>(ParseFromSender(datagram)));
+  for (const char c : Describe(datagram)) MUST(c >= 0x20 && c < 0x7F);
+  return 0;
+}
