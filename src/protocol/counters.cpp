@@ -30,7 +30,7 @@ constexpr PublicName NAMES[] = {
     {Count::DroppedBlockBeyondLast, nullptr, "receiver.dropped.beyond_last"},
     {Count::DroppedBlockIncomplete, nullptr, "receiver.dropped.incomplete"},
     {Count::DroppedMoreFilesThanBlocks, nullptr, "receiver.dropped.totals"},
-    {Count::DroppedStranger, nullptr, "receiver.dropped.stranger"},
+    {Count::DroppedStranger, "sender.dropped.stranger", "receiver.dropped.stranger"},
     {Count::DroppedUnannounced, nullptr, "receiver.dropped.unannounced"},
     {Count::DroppedBeyondFileCount, nullptr, "receiver.dropped.beyond_files"},
     {Count::DroppedBeyondTotal, nullptr, "receiver.dropped.beyond_total"},
@@ -44,7 +44,11 @@ constexpr PublicName NAMES[] = {
     {Count::QueueHighWater, nullptr, "receiver.queue_high_water"},
     {Count::GapsHighWater, nullptr, "receiver.gaps_high_water"},
     {Count::MissingHighWater, nullptr, "receiver.missing_high_water"},
-    {Count::RepairsAsked, nullptr, "receiver.repairs_asked"},
+    {Count::RepairsAsked, "sender.repairs_asked", "receiver.repairs_asked"},
+    {Count::RepairsServed, "sender.repairs_served", nullptr},
+    {Count::DroppedTableFull, "sender.dropped.table_full", nullptr},
+    {Count::DroppedOrderQueueFull, "sender.dropped.order_queue_full", nullptr},
+    {Count::OrdersHighWater, "sender.orders_high_water", nullptr},
 };
 static_assert(std::size(NAMES) == static_cast<size_t>(Count::COUNT));
 // One for each Reject, in its order.

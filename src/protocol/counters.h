@@ -29,7 +29,8 @@ enum class Count : uint8_t {
   DroppedBlockIncomplete,
   DroppedMoreFilesThanBlocks,
 
-  DroppedStranger,         ///< From another address than the sender that the receiver is bound to.
+  DroppedStranger,         ///< From another address than the sender that the receiver is bound to, or than the known
+                           ///< receivers.
   DroppedUnannounced,      ///< What only an announcement gives a meaning, without one.
   DroppedBeyondFileCount,  ///< A block of a file beyond the announced ones,
   DroppedBeyondTotal,      ///< or beyond the announced number of blocks,
@@ -47,6 +48,11 @@ enum class Count : uint8_t {
   MissingHighWater,  ///< Blocks known to be missing.
 
   RepairsAsked,
+  RepairsServed,
+
+  DroppedTableFull,       ///< Answers to the collection that found no row,
+  DroppedOrderQueueFull,  ///< and reactions to datagrams that found the order queue full.
+  OrdersHighWater,        ///< Orders that waited to be carried out.
 
   COUNT
 };

@@ -4,6 +4,7 @@
 #include <functional>
 #include <mutex>
 
+#include "protocol/counters.h"
 #include "sender/orders.h"
 
 namespace quorl {
@@ -12,18 +13,24 @@ namespace quorl {
 /// carried out in that order, one at a time: by the thread that finds nobody at it, which goes on until none is left.
 class OrderQueue {
  public:
-  /// `decisions` guards the queue as well, so that orders stand in it in the order decided.
-  OrderQueue(std::mutex& decisions, std::function<void(const Order&)> carryOut)
-      : decisions(decisions), carryOut(std::move(carryOut)) {}
+  /// Orders that wait at most, but for ends. Far more than the protocol brings about, where one receiver at a time asks
+  /// for one block at a time; who floods the sender with requests while it is held up does not fill its memory.
+  static constexpr size_t LIMIT = 1024;
 
-  /// To be called with the mutex held.
-  void Append(const Orders& orders) { waiting.insert(waiting.end(), orders.begin(), orders.end()); }
+  /// `decisions` guards the queue as well, so that orders stand in it in the order decided.
+  OrderQueue(std::mutex& decisions, Counters& counters, std::function<void(const Order&)> carryOut)
+      : decisions(decisions), counters(counters), carryOut(std::move(carryOut)) {}
+
+  /// To be called with the mutex held. What finds no room is dropped and counted: calls, answers and blocks, which a
+  /// network could have lost as well, and messages of failures, which GetErrInfo tells all the same.
+  void Append(const Orders& orders);
 
   /// To be called without the mutex. Returns at once while another thread, or a caller of this one, is at it.
   void CarryOut();
 
  private:
   std::mutex& decisions;
+  Counters& counters;
   const std::function<void(const Order&)> carryOut;
   std::deque<Order> waiting;
   bool busy = false;

@@ -7,13 +7,11 @@
 
 namespace quorl {
 
-void ReceiverTable::AddClient(Endpoint source) {
-  if (FindClient(source.address) != count) return;
-  if (count == CAPACITY) {
-    ++refused;
-    return;
-  }
+bool ReceiverTable::AddClient(Endpoint source) {
+  if (FindClient(source.address) != count) return true;
+  if (count == CAPACITY) return false;
   (*this)[count++] = ClientEntry{.addr = source};
+  return true;
 }
 
 void ReceiverTable::TakeAnswer(uint32_t address, uint32_t missing, uint32_t totalBlocks, uint32_t neverTooMuch) {

@@ -31,8 +31,8 @@ class ReceiverTable {
  public:
   static constexpr int32_t CAPACITY = 200;
 
-  /// Gives the source of a CMD_CLIENT a row, unless its address has one or the table is full.
-  void AddClient(Endpoint source);
+  /// Gives the source of a CMD_CLIENT a row, unless its address has one. False when the table is full.
+  bool AddClient(Endpoint source);
 
   /// Takes a CMD_ANSWER. Nothing missing: the receiver needs no turn. More than 30 % of `totalBlocks` missing, and more
   /// than `neverTooMuch` blocks: it is given up.
@@ -52,13 +52,9 @@ class ReceiverTable {
 
   bool AllAnswered() const;
 
-  /// Answers to the collection that found the table full.
-  uint64_t Refused() const { return refused; }
-
  private:
   std::array<ClientEntry, CAPACITY> rows;
   int32_t count = 0;
-  uint64_t refused = 0;
 };
 
 }  // namespace quorl

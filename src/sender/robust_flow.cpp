@@ -8,11 +8,15 @@
 // - Nothing can be complete before the stream is out: what says so is a late copy from an earlier transfer.
 // - A receiver that says it is complete is, whenever and however often it says so; a failure that it reports sticks.
 // - Every receiver that is given up is marked, gets one more turn in the second pass, and is reported if that
-//   fails too. So no receiver is left incomplete without a status, and the repair is bounded: two turns for each row.
+//   fails too. So no receiver is left incomplete without a status, and the repair is bounded: two turns for each row,
+//   and in a turn no more requests than a transfer of this size can need. A master that asks without end, for one block
+//   and another in turns, would else hold the room for as long as it likes.
 // - CMD_RELEASE never carries the second-pass byte: it would send a receiver away that still lacks blocks.
 #include "sender/robust_flow.h"
 
 #include <quorl/quorl.h>
+
+#include <algorithm>
 
 namespace quorl {
 
@@ -26,6 +30,10 @@ constexpr int IDLE_COMPLETE_MAX = 3;  ///< or taken as complete if its last word
 // Blocks. Repairs of this size are done in a moment, whatever share of the transfer they are: of a single block, one
 // lost datagram would be all.
 constexpr uint32_t SMALL_REPAIR = 1000;
+
+// Requests in one turn. A block needs 16 on average when three of four datagrams are lost in either direction.
+constexpr uint64_t REQUESTS_PER_BLOCK = 16;
+constexpr uint64_t REQUESTS_AT_LEAST = 1000;
 
 }  // namespace
 
@@ -46,6 +54,11 @@ bool RobustFlow::TakeAck(const Ack& ack, Endpoint from, Orders& orders) {
   if (!IsMaster(*row)) {
     orders.push_back(SendReleaseOrder{from, Release{static_cast<uint8_t>(wantsNothing ? 1 : 0), 0}});
     return true;
+  }
+  ++requestsInTurn;
+  if (HasAskedTooMuch()) {
+    GiveUpMaster(false);
+    return NameMaster(masterIndex, orders);
   }
   progress.ackFile = ack.file;
   progress.ackBlock = ack.block;
@@ -70,6 +83,10 @@ bool RobustFlow::TakeAnswer(uint32_t missing, Endpoint from, Orders& orders) {
   if (!row || !IsStreamSent() || row->HasAnswered()) return true;
   table.TakeAnswer(from.address, missing, totalBlocks, SMALL_REPAIR);
   return missing != 0 || TakeCompletion(*row, orders);
+}
+
+bool RobustFlow::HasAskedTooMuch() const {
+  return requestsInTurn > std::max(REQUESTS_AT_LEAST, REQUESTS_PER_BLOCK * totalBlocks);
 }
 
 bool RobustFlow::TakeCompletion(ClientEntry& row, Orders& orders) {
@@ -129,6 +146,7 @@ bool RobustFlow::NameMaster(int32_t current, Orders& orders) {
   }
   table[masterIndex].needsTurn = false;
   progress = {progress.turn + 1, 0, 0};
+  requestsInTurn = 0;
   SendMaster(1, orders);
   return true;
 }

@@ -35,6 +35,7 @@ class RobustFlow final : public MasterFlow {
   bool NameMaster(int32_t current, Orders& orders);
   int32_t NextMaster(int32_t current);
   void GiveUpMaster(bool wantsNothing);
+  bool HasAskedTooMuch() const;
   bool TakeCompletion(ClientEntry& row, Orders& orders);
   bool TakeFailure(ClientEntry& row, uint16_t status, Orders& orders);
   void ReportUnserved();
@@ -50,6 +51,7 @@ class RobustFlow final : public MasterFlow {
   bool secondPass = false;
   int32_t masterIndex = 0;
   Progress progress;
+  uint64_t requestsInTurn = 0;
   int32_t failedCount = 0;
 
   // The watchdog's own.

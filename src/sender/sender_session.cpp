@@ -106,7 +106,7 @@ bool SenderSession::Handle(Transfer& current, std::span<const uint8_t> datagram,
     const std::scoped_lock lock(context->mutex);
     if (const auto* client = std::get_if<Client>(&reply)) {
       if (client->platform == 0) context->fastPacing = false;
-      context->table.AddClient(from);
+      if (!context->table.AddClient(from)) context->counters.Add(Count::DroppedTableFull);
     }
     goesOn = current.TakeReply(reply, from);
   }

@@ -34,7 +34,7 @@ Transfer::Transfer(std::shared_ptr<SenderContext> context, TransferPlan plan)
       answered(this->context->machine.threads.MakeEvent()),
       flow(MakeMasterFlow(this->context->profile, this->context->table,
                           static_cast<uint32_t>(this->plan.lists->ArraySendFile.size()), this->plan.blocks.total)),
-      orders(this->context->mutex, [this](const Order& order) { repair.CarryOut(order); }),
+      orders(this->context->mutex, this->context->counters, [this](const Order& order) { repair.CarryOut(order); }),
       repair(*this, this->plan.rate) {}
 
 void Transfer::Start() {
@@ -152,7 +152,13 @@ void Transfer::ReportThread() {
 }
 
 bool Transfer::TakeReply(const FromReceiver& reply, Endpoint from) {
-  if (context->profile == Profile::Robust && !announced) return true;
+  if (context->profile == Profile::Robust) {
+    if (!announced) return true;
+    if (!context->table.Find(from.address)) {
+      context->counters.Add(Count::DroppedStranger);
+      return true;
+    }
+  }
   Orders decided;
   const bool goesOn = TakeParsed(reply, from, decided);
   if (goesOn) flow->DatagramHandled();
@@ -162,7 +168,10 @@ bool Transfer::TakeReply(const FromReceiver& reply, Endpoint from) {
 }
 
 bool Transfer::TakeParsed(const FromReceiver& reply, Endpoint from, Orders& decided) {
-  if (const auto* ack = std::get_if<Ack>(&reply)) return flow->TakeAck(*ack, from, decided);
+  if (const auto* ack = std::get_if<Ack>(&reply)) {
+    if (ack->file <= plan.lists->ArraySendFile.size()) context->counters.Add(Count::RepairsAsked);
+    return flow->TakeAck(*ack, from, decided);
+  }
   if (const auto* finish = std::get_if<Finish>(&reply)) return flow->TakeFinish(finish->status, from, decided);
   if (const auto* answer = std::get_if<Answer>(&reply)) return flow->TakeAnswer(answer->missingBlocks, from, decided);
   return true;

@@ -6,6 +6,7 @@ namespace quorl {
 void Transfer::NoteBlock(uint32_t file, bool resent) {
   currentFile = file;
   ++(resent ? blocksResent : blocksSent);
+  if (resent) context->counters.Add(Count::RepairsServed);
 }
 
 void Transfer::NoteShrunkFile(uint32_t file) {
@@ -24,7 +25,7 @@ SendState Transfer::State() const {
   if (const uint32_t file = currentFile) state.currentName = files[file - 1].relativeName;
   state.shrunkFiles = static_cast<uint32_t>(shrunkFiles.size());
   if (firstShrunkFile != 0) state.shrunkName = files[firstShrunkFile - 1].relativeName;
-  state.answersRefused = context->table.Refused();
+  state.answersRefused = context->counters[Count::DroppedTableFull];
   for (int32_t row = 0; row < context->table.Count(); ++row) state.receivers.push_back(ReportOn(row));
   return state;
 }

@@ -8,51 +8,8 @@
 namespace quorl {
 namespace {
 
-constexpr Endpoint STRANGER{Ipv4(192, 168, 7, 7), 9};
-
 FlowDriver Classic(int rows) {
   return FlowDriver(Profile::Classic, rows);
-}
-
-TEST(ClassicFlow, TheCompleteExchangeOfTwoReceivers) {
-  FlowDriver flow = Classic(2);
-  EXPECT_EQ(flow.Answer(Row(1), 0), Lines{});
-  EXPECT_EQ(flow.Answer(Row(0), 2), Lines{});
-  EXPECT_EQ(flow.HandOver(), Lines{"MASTER 1 R0"});
-  EXPECT_EQ(flow.Ack(Row(0), 2, 5), Lines{"RESEND 2.5"});
-  EXPECT_EQ(flow.Ack(Row(0), 3, 0), Lines{"RESEND 3.0"});
-  EXPECT_EQ(flow.Ack(Row(0), 4, 0), Lines{"MASTER 0 R0"});
-  EXPECT_FALSE(flow.IsOver());
-  EXPECT_EQ(flow.Finish(Row(0), 0), Lines{"END 0"});
-  EXPECT_TRUE(flow.IsOver());
-  EXPECT_EQ(flow[0].status, 0U);
-  EXPECT_TRUE(flow[0].complete && flow[1].complete);
-}
-
-TEST(ClassicFlow, WithoutReceiversOrWithNothingMissingTheHandOverIsTheEnd) {
-  FlowDriver empty = Classic(0);
-  EXPECT_EQ(empty.HandOver(), Lines{"END 0"});
-  EXPECT_TRUE(empty.IsOver());
-  FlowDriver complete = Classic(1);
-  complete.Answer(Row(0), 0);
-  EXPECT_EQ(complete.HandOver(), Lines{"END 0"});
-}
-
-TEST(ClassicFlow, AFormerMasterThatGoesOnAskingIsReleasedAndMarked) {
-  FlowDriver flow = Classic(3);
-  flow.HandOver();
-  flow.Ack(Row(0), 4, 0);
-  EXPECT_EQ(flow.Finish(Row(0), 0), Lines{"MASTER 1 R1"});
-  EXPECT_EQ(flow.Ack(Row(0), 4, 0), Lines{"RELEASE 10 R0"});
-  EXPECT_EQ(flow[0].status, 0U);
-  EXPECT_EQ(flow.Ack(Row(0), 2, 7), Lines{"RELEASE 00 R0"});
-  EXPECT_TRUE(flow[0].needsTurn);
-  EXPECT_EQ(flow[0].status, 1460U);
-  // Rows 1 and 2 come to their end; the second pass does not reach row 0, since nobody above it is marked.
-  flow.Finish(Row(1), 0);
-  EXPECT_EQ(flow.Finish(Row(2), 0), Lines{"END 0"});
-  // What is asked in the second pass is released with its byte.
-  EXPECT_EQ(flow.Ack(Row(0), 2, 7), Lines{"RELEASE 01 R0"});
 }
 
 TEST(ClassicFlow, StrangersAndFileZeroMarkNobodyAndAreNotServed) {
@@ -75,15 +32,6 @@ TEST(ClassicFlow, TheRoomHasFailedWhenEveryReceiverHasNotWhenOneRepeatsItself) {
   EXPECT_EQ(flow.Finish(Row(0), 1002), (Lines{"ERROR 1002 R0", "END 0"}));
   EXPECT_TRUE(flow.IsOver());
   EXPECT_EQ(flow[1].status, 1001U);
-}
-
-TEST(ClassicWatch, ASilentRoomIsAddressedFourTimesMore) {
-  FlowDriver flow = Classic(2);
-  flow.HandOver();
-  EXPECT_EQ(flow.Watch(60000), (Lines{"1000: MASTER 1 R0", "2000: MASTER 1 R0", "3000: MASTER 1 R0",
-                                      "4000: MASTER 1 R0", "5000: END 1460"}));
-  EXPECT_TRUE(flow.HasWatchEnded());
-  EXPECT_EQ(flow[0].status, 0U);
 }
 
 TEST(ClassicWatch, AMasterThatLacksNothingAndGoesQuietIsToldTwiceThenReplaced) {
@@ -120,16 +68,6 @@ TEST(ClassicWatch, AStalledBlockIsServedAgainOnceAndASingleReceiverThenEndsTheTr
   EXPECT_EQ(flow.Watch(60000), (Lines{"2000: RESEND 2.5", "5500: END 1460"}));
   EXPECT_TRUE(flow.HasWatchEnded());
   EXPECT_EQ(flow[0].status, 1460U);
-}
-
-TEST(ClassicWatch, ANewRequestStartsTheStallAnew) {
-  FlowDriver flow = Classic(1);
-  flow.HandOver();
-  flow.Ack(Row(0), 2, 5);
-  flow.Watch(5000);
-  flow.Ack(Row(0), 2, 6);
-  EXPECT_EQ(flow.Watch(9500), Lines{"6000: RESEND 2.6"});
-  EXPECT_EQ(flow.Watch(60000), Lines{"9500: END 1460"});
 }
 
 TEST(ClassicWatch, BeforeAnyMasterHasCompletedTheFourthGiveUpEndsTheTransfer) {

@@ -16,14 +16,16 @@ constexpr Endpoint Row(int index) {
   return {Ipv4(10, 0, 0, static_cast<uint8_t>(index)), 27001};
 }
 
+constexpr Endpoint STRANGER{Ipv4(192, 168, 7, 7), 9};
+
 using Lines = std::vector<std::string>;
 
 class FlowDriver {
  public:
-  /// `rows` receivers, `fileCount` files of 100 blocks in all.
-  FlowDriver(Profile profile, int rows, uint32_t fileCount = 3) {
+  /// `rows` receivers, three files of 100 blocks in all.
+  FlowDriver(Profile profile, int rows) {
     for (int i = 0; i < rows; ++i) table.AddClient(Row(i));
-    flow = MakeMasterFlow(profile, table, fileCount, 100);
+    flow = MakeMasterFlow(profile, table, 3, 100);
   }
 
   Lines HandOver() {
@@ -57,7 +59,6 @@ class FlowDriver {
   bool IsOver() const { return over; }
   bool HasWatchEnded() const { return next == WatchNext::End; }
   ClientEntry& operator[](int32_t index) { return table[index]; }
-  MasterFlow& Flow() { return *flow; }
 
  private:
   template <typename Decision>
