@@ -22,70 +22,46 @@ ReceiverTable TableOf(const std::string& rows) {
   return table;
 }
 
-struct Case {
-  const char* rows;
-  int32_t current;
-  PassState before;
-  int32_t next;
-  bool secondPass;
-};
-
-void Check(std::initializer_list<Case> cases) {
-  for (const Case& c : cases) {
-    PassState pass = c.before;
-    const ReceiverTable table = TableOf(c.rows);
-    EXPECT_EQ(NextMaster(table, pass, c.current), c.next) << '"' << c.rows << "\" after " << c.current;
-    EXPECT_EQ(pass.secondPass, c.secondPass) << '"' << c.rows << "\" after " << c.current;
-    EXPECT_EQ(pass.turnsPending, c.before.turnsPending);
-  }
-}
-
-constexpr PassState FIRST{false, false}, FIRST_PENDING{false, true}, SECOND{true, true};
-
-TEST(NextMaster, TheFirstPassGoesDownTheTable) {
-  Check({
+TEST(NextMaster, GoesDownTheTableThenToTheMarkedOnes) {
+  constexpr PassState FIRST{false, false}, FIRST_PENDING{false, true}, SECOND{true, true};
+  struct Case {
+    const char* rows;
+    int32_t current;
+    PassState before;
+    int32_t next;
+    bool secondPass;
+  };
+  const Case cases[] = {
       {"...", -1, FIRST, 0, false},
       {"...", 0, FIRST, 1, false},
       {"nf.", -1, FIRST, 2, false},
       {"n.m.", 1, FIRST_PENDING, 3, false},
-  });
-}
-
-TEST(NextMaster, TheFirstPassEndsWithoutASecondWhenNobodyIsMarked) {
-  Check({
+      // Nobody is left, and nobody marked.
       {"", -1, FIRST, 0, true},
       {"n", -1, FIRST, 1, true},
       {".nn", 0, FIRST, 3, true},
       {"..", 1, FIRST, 2, true},
       {"..", 2, FIRST, 2, true},
-  });
-}
-
-TEST(NextMaster, TheSecondPassNamesTheMarkedOnes) {
-  Check({
       {"mnmn", 2, FIRST_PENDING, 0, true},  // Row 2 is marked too, so row 0 counts.
       {"nmm", 0, FIRST_PENDING, 1, true},
       {"nmm", -1, SECOND, 1, true},
       {"nmm", 1, SECOND, 2, true},
       {"nmm", 2, SECOND, 3, true},
       {"mnn", -1, SECOND, 0, true},
-  });
-}
-
-TEST(NextMaster, FromRow0OnTheSecondPassLeavesRow0OutUnlessAHigherOneIsMarked) {
-  Check({
+      // From row 0 on, row 0 is left out unless a higher one is marked.
       {"mnn", 1, FIRST_PENDING, 3, true},
       {"mnn", 0, SECOND, 3, true},
-      {"mnm", 0, SECOND, 0, true},  // Row 0 is named again while it is master.
+      {"mnm", 0, SECOND, 0, true},  // Named again while it is master.
       {"m", -1, FIRST_PENDING, 1, true},
-  });
-}
-
-TEST(NextMaster, AfterTheLastRowTheSecondPassIsEnteredEvenWithNothingPending) {
-  Check({
+      // After the last row the second pass is entered with nothing pending too.
       {"nm", 1, FIRST, 1, true},
       {"mm", 1, FIRST, 0, true},
-  });
+  };
+  for (const Case& c : cases) {
+    PassState pass = c.before;
+    EXPECT_EQ(NextMaster(TableOf(c.rows), pass, c.current), c.next) << '"' << c.rows << "\" after " << c.current;
+    EXPECT_EQ(pass.secondPass, c.secondPass) << '"' << c.rows << "\" after " << c.current;
+  }
 }
 
 }  // namespace
