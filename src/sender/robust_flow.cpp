@@ -6,7 +6,8 @@
 //   gets it too, since every receiver answers it with what it lacks at that moment: it may have been the request that
 //   was lost. One that lacks nothing gets CMD_MASTER (0) again.
 // - Nothing can be complete before the stream is out: what says so is a late copy from an earlier transfer.
-// - A receiver that says it is complete is, whenever and however often it says so; a failure that it reports sticks.
+// - A receiver that says it is complete is, whenever and however often it says so; a failure that it reports sticks,
+//   and counts once.
 // - Every receiver that is given up is marked, gets one more turn in the second pass, and is reported if that
 //   fails too. So no receiver is left incomplete without a status, and the repair is bounded: two turns for each row,
 //   and in a turn no more requests than a transfer of this size can need. A master that asks without end, for one block
@@ -98,11 +99,12 @@ bool RobustFlow::TakeCompletion(ClientEntry& row, Orders& orders) {
 }
 
 bool RobustFlow::TakeFailure(ClientEntry& row, uint16_t status, Orders& orders) {
-  if (row.reportedFailure && row.status == status) return true;
-  if (!row.reportedFailure) ++failedCount;
+  row.status = status;
+  // The host is told of each receiver once, so that none can flood it with ever new failures.
+  if (row.reportedFailure) return true;
+  ++failedCount;
   row.reportedFailure = true;
   row.needsTurn = false;
-  row.status = status;
   orders.push_back(ClientErrorOrder{status, row.addr.address});
   if (failedCount >= table.Count()) return End(0, orders);
   return !IsMaster(row) || NameMaster(masterIndex, orders);

@@ -42,8 +42,9 @@ TEST(RobustFlow, AFailureIsToldOnceStaysAndHandsTheTurnOn) {
   flow.HandOver();
   EXPECT_EQ(flow.Finish(Row(0), 1001), (Lines{"ERROR 1001 R0", "MASTER 1 R1"}));
   EXPECT_EQ(flow.Finish(Row(0), 1001), Lines{});
+  EXPECT_EQ(flow.Finish(Row(0), 1007), Lines{});
   flow.Finish(Row(0), 0);
-  EXPECT_EQ(flow[0].status, 1001U);
+  EXPECT_EQ(flow[0].status, 1007U);
   EXPECT_EQ(flow.Answer(Row(1), 0), Lines{"MASTER 1 R2"});
   EXPECT_EQ(flow.Finish(Row(2), 112), (Lines{"ERROR 112 R2", "END 0"}));
 }
