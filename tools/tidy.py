@@ -133,11 +133,21 @@ def check(path):
         check_cpp(path, text)
 
 
+def check_named_tests(path):
+    """Documents name tests as `file` or `file: name`; both must be there."""
+    for number, line in enumerate(path.read_text(encoding="utf-8").split("\n"), 1):
+        for file, name in re.findall(r"`((?:tests|fuzz)/[\w/]+\.(?:cpp|py))(?:: (\w+))?`", line):
+            if not Path(file).is_file() or not re.search(rf"\b{name}\b", Path(file).read_text(encoding="utf-8")):
+                offend(path, number, f"there is no test {file} {name}".rstrip())
+
+
 def main():
     listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard", "-z"], check=True, capture_output=True)
     for name in sorted(set(listed.stdout.decode().split("\0"))):
         if name and Path(name).is_file():
             check(Path(name))
+            if name.startswith("docs/"):
+                check_named_tests(Path(name))
     print("\n".join(offences) or "nothing to complain about")
     return 1 if offences else 0
 
