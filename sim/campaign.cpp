@@ -4,7 +4,8 @@
 
 #include <cstdio>
 #include <mutex>
-#include <thread>
+
+#include "sim/parallel.h"
 
 namespace quorl::sim {
 
@@ -15,44 +16,30 @@ thread_local uint64_t currentRun = 0;
 }  // namespace
 
 void CampaignSummary::Add(const RunPlan& plan, const RunResult& result) {
-  ++runs;
+  if (result.tally.longest > longest) longestNumber = plan.number;
+  Tally::Add(result.tally);
   violated += result.violations.empty() ? 0 : 1;
   attacked += plan.hasAttacker ? 1 : 0;
-  receivers += plan.receivers;
-  complete += result.complete;
-  failed += result.failed;
-  datagrams += result.datagrams;
-  deliveries += result.deliveries;
   lies += result.lies;
   for (const auto& [what, count] : result.classicExceptions) classicExceptions[what] += count;
-  if (result.took <= longest) return;
-  longest = result.took;
-  longestNumber = plan.number;
 }
 
 CampaignSummary RunCampaign(const CampaignOptions& options,
                             const std::function<void(const RunPlan&, const RunResult&)>& onViolation) {
   const auto start = std::chrono::steady_clock::now();
-  std::atomic<uint64_t> next = 0;
   std::mutex mutex;
   CampaignSummary summary;
   const auto isOver = [&](uint64_t index) {
     return options.realTime ? std::chrono::steady_clock::now() - start >= *options.realTime : index >= options.runs;
   };
-  const auto work = [&] {
-    for (uint64_t index = next++; !isOver(index); index = next++) {
-      currentRun = options.firstNumber + index;
-      const RunPlan plan = DrawPlan(currentRun, options.receivers);
-      const RunResult result = Execute(plan);
-      const std::scoped_lock lock(mutex);
-      summary.Add(plan, result);
-      if (!result.violations.empty()) onViolation(plan, result);
-    }
-  };
-  std::vector<std::jthread> others;
-  for (unsigned i = 1; i < options.threads; ++i) others.emplace_back(work);
-  work();
-  others.clear();
+  ForEachNumber(options.threads, isOver, [&](uint64_t index) {
+    currentRun = options.firstNumber + index;
+    const RunPlan plan = DrawPlan(currentRun, options.receivers);
+    const RunResult result = Execute(plan);
+    const std::scoped_lock lock(mutex);
+    summary.Add(plan, result);
+    if (!result.violations.empty()) onViolation(plan, result);
+  });
   return summary;
 }
 
@@ -68,8 +55,8 @@ std::string ToText(const CampaignSummary& summary) {
                 "%llu datagrams sent, %llu deliveries; the longest run took %.1f s of virtual time (number %llu)\n",
                 static_cast<unsigned long long>(summary.runs), static_cast<unsigned long long>(summary.violated),
                 static_cast<unsigned long long>(summary.attacked), static_cast<unsigned long long>(summary.lies),
-                static_cast<unsigned long long>(summary.receivers), static_cast<unsigned long long>(summary.complete),
-                static_cast<unsigned long long>(summary.failed), static_cast<unsigned long long>(summary.datagrams),
+                static_cast<unsigned long long>(summary.Receivers()), static_cast<unsigned long long>(summary.complete),
+                static_cast<unsigned long long>(summary.reported), static_cast<unsigned long long>(summary.datagrams),
                 static_cast<unsigned long long>(summary.deliveries),
                 std::chrono::duration<double>(summary.longest).count(),
                 static_cast<unsigned long long>(summary.longestNumber));

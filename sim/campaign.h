@@ -1,6 +1,6 @@
 #pragma once
 
-#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -21,19 +21,12 @@ struct CampaignOptions {
 };
 
 /// What many runs came to.
-struct CampaignSummary {
-  uint64_t runs = 0;
+struct CampaignSummary : Tally {
   uint64_t violated = 0;
   uint64_t attacked = 0;
-  uint64_t receivers = 0;
-  uint64_t complete = 0;
-  uint64_t failed = 0;
-  uint64_t datagrams = 0;
-  uint64_t deliveries = 0;
   uint64_t lies = 0;
-  Duration longest{};  ///< Virtual time.
   uint64_t longestNumber = 0;
-  std::map<std::string, uint64_t> classicExceptions;
+  std::map<std::string, uint64_t> classicExceptions{};
 
   void Add(const RunPlan& plan, const RunResult& result);
 };

@@ -21,60 +21,34 @@ bool IsLost(const Losses& losses, uint64_t index) {
   return std::find(losses.begin(), losses.end(), index) != losses.end();
 }
 
-void Judge(Room& room, size_t receiver, bool reportedFailed, ExhaustRun& run) {
-  const bool complete = room.TreesIdentical(receiver) && room.Client(receiver).GetState().complete;
-  const bool toldComplete = room.WasToldComplete(receiver) || room.Client(receiver).GetState().complete;
-  (complete ? run.complete : run.incomplete) += 1;
-  if (complete && reportedFailed) ++run.wronglyFailed;
-  if (!complete && toldComplete) ++run.wronglyTold;
-  if (!complete && !reportedFailed) ++run.silentlyMissed;
-}
-
 }  // namespace
 
-ExhaustRun RunWithLosses(Profile profile, const Losses& losses) {
+Tally RunWithLosses(Profile profile, const Losses& losses) {
   Room room({.receivers = 2, .seed = 1, .senderProfile = profile, .receiverProfile = profile});
   room.World().SetLogging(false);
   for (uint64_t blocks = 1; blocks <= 3; ++blocks) room.File(std::to_string(blocks), (blocks - 1) * BLOCK_SIZE + 100);
   room.Net().SetFilter([&](const Transit& transit) { return !IsLost(losses, transit.index); });
-  ExhaustRun run;
   room.StartReceivers();
   const bool started = room.Send();
   const Moment start = room.World().Now();
-  run.ended = started && room.RunUntilQuiet(LONGEST_TRANSFER);
-  run.took = room.World().Now() - start;
-  run.deliveries = room.Net().Deliveries();
-  const auto failed = room.FailedReceivers();
-  for (size_t receiver = 0; receiver < room.Receivers(); ++receiver)
-    Judge(room, receiver, failed.contains(receiver), run);
-  return run;
+  const bool ended = started && room.RunUntilQuiet(LONGEST_TRANSFER);
+  return Judge(room, ended, room.World().Now() - start);
 }
 
-void ExhaustTally::Add(const Losses& losses, const ExhaustRun& run) {
-  ++runs;
-  if (run.IsFlawless()) {
-    ++flawless;
-  } else if (flawed.size() < FLAWED_KEPT) {
-    flawed.push_back(losses);
-  }
-  endless += run.ended ? 0 : 1;
-  complete += run.complete;
-  incomplete += run.incomplete;
-  wronglyTold += run.wronglyTold;
-  wronglyFailed += run.wronglyFailed;
-  silentlyMissed += run.silentlyMissed;
-  longest = std::max(longest, run.took);
+void ExhaustTally::Add(const Losses& losses, const Tally& run) {
+  Tally::Add(run);
+  if (run.flawless == 0 && flawed.size() < FLAWED_KEPT) flawed.push_back(losses);
 }
 
 std::vector<ExhaustTally> Exhaust(Profile profile) {
   const std::string name = profile == Profile::Classic ? "classic" : "robust";
-  ExhaustTally none{.kind = name + ", no loss"};
-  ExhaustTally singles{.kind = name + ", one loss"};
-  ExhaustTally pairs{.kind = name + ", two losses"};
-  const ExhaustRun whole = RunWithLosses(profile, {});
+  ExhaustTally none{{}, name + ", no loss"};
+  ExhaustTally singles{{}, name + ", one loss"};
+  ExhaustTally pairs{{}, name + ", two losses"};
+  const Tally whole = RunWithLosses(profile, {});
   none.Add({}, whole);
   for (uint64_t first = 0; first < whole.deliveries; ++first) {
-    const ExhaustRun single = RunWithLosses(profile, {first});
+    const Tally single = RunWithLosses(profile, {first});
     singles.Add({first}, single);
     for (uint64_t second = first + 1; second < single.deliveries; ++second)
       pairs.Add({first, second}, RunWithLosses(profile, {first, second}));
@@ -94,7 +68,7 @@ std::string ToText(const std::vector<ExhaustTally>& tallies) {
         static_cast<unsigned long long>(tally.runs), static_cast<unsigned long long>(tally.flawless),
         static_cast<unsigned long long>(tally.endless), static_cast<unsigned long long>(tally.complete),
         static_cast<unsigned long long>(tally.incomplete), static_cast<unsigned long long>(tally.wronglyTold),
-        static_cast<unsigned long long>(tally.wronglyFailed), static_cast<unsigned long long>(tally.silentlyMissed),
+        static_cast<unsigned long long>(tally.wronglyFailed), static_cast<unsigned long long>(tally.unreported),
         std::chrono::duration<double>(tally.longest).count());
     text += line;
     for (const Losses& losses : tally.flawed) {

@@ -13,6 +13,7 @@
 #include "sim/campaign.h"
 #include "sim/exhaust.h"
 #include "sim/hard_losses.h"
+#include "sim/scale.h"
 #include "sim/study.h"
 
 namespace quorl::sim {
@@ -26,9 +27,9 @@ constexpr const char* USAGE =
            a small transfer with every single lost datagram and every pair
        sim losses
            what becomes of a transfer when every copy of an announcement is lost
-       sim study [ROOMS [SECONDS]]
+       sim study [ROOMS [SECONDS [DOCUMENT]]]
            rooms of 1 to 200 receivers, losses of 0 to 20 %, both profiles: so many rooms a cell, or as many as fit in
-           the time for a cell
+           the time for a cell; DOCUMENT gets the tables in the place of the former ones
        sim scale
            200 receivers, 10 000 blocks, 1 % loss, and what the simulation of it costs
 )";
@@ -145,8 +146,8 @@ int RunStudyWith(const std::vector<std::string_view>& words, unsigned threads) {
   }
   options.rooms = *rooms;
   options.realTime = std::chrono::seconds(*seconds);
-  RunStudy(options);
-  return 0;
+  if (words.size() > 3) options.document = words[3];
+  return RunStudy(options) ? 0 : 1;
 }
 
 int RunScales() {

@@ -203,11 +203,7 @@ class Run {
     room.World().RunFor(1s);
   }
 
-  void Note() {
-    for (size_t i = 0; i < room.Receivers(); ++i) result.complete += room.WasToldComplete(i) ? 1 : 0;
-    result.failed = room.Sender().IsOff() ? 0 : room.FailedReceivers().size();
-    result.took = room.World().Now();
-  }
+  void Note() { result.tally = Judge(room, room.IsSenderThrough(), room.World().Now()); }
 
   void TearDown() {
     for (size_t i = 0; i < room.Receivers(); ++i) room.Receiver(i).Call([&] { room.Client(i).DeInitClient(); });
@@ -216,8 +212,6 @@ class Run {
     checker.AfterTearDown();
     result.violations = checker.Violations();
     result.classicExceptions = checker.ClassicExceptions();
-    result.datagrams = room.Net().Datagrams();
-    result.deliveries = room.Net().Deliveries();
     result.lies = attacker.Lies();
   }
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/time.h"
 #include "sim/run_plan.h"
+#include "sim/tally.h"
 
 namespace quorl::sim {
 
@@ -13,13 +13,9 @@ namespace quorl::sim {
 struct RunResult {
   std::vector<std::string> violations;  ///< Empty when everything was as it must be.
   std::map<std::string, uint64_t> classicExceptions;
-  uint64_t datagrams = 0;   ///< Sent,
-  uint64_t deliveries = 0;  ///< and their copies that came to a socket or were lost on the way.
+  Tally tally{};
   uint64_t lies = 0;
   uint64_t logHash = 0;  ///< Of the event log; 0 when none was kept.
-  size_t complete = 0;   ///< Receivers that were told that they are.
-  size_t failed = 0;     ///< Receivers that the sender reports.
-  Duration took{};       ///< Virtual time.
 };
 
 /// Runs a plan in two phases. In the first everything may happen, and whatever is said must be true. In the second the

@@ -6,15 +6,15 @@
 #include "sim/study.h"
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <mutex>
-#include <thread>
 
 #include "protocol/blocks.h"
 #include "protocol/datagrams.h"
-#include "sim/room.h"
+#include "sim/parallel.h"
+#include "sim/tally.h"
 
 namespace quorl::sim {
 
@@ -28,6 +28,16 @@ constexpr Duration DELAY = 500us;
 constexpr Duration LONGEST_TRANSFER = 3600s;
 constexpr uint64_t REPAIR_LIMIT_FACTOR = 4;
 constexpr uint64_t REPAIR_LIMIT_BASE = 20'000;
+
+/// One cell of the study: rooms that are alike but for chance.
+struct Cell {
+  Profile profile = Profile::Classic;
+  size_t receivers = 1;
+  double loss = 0;  ///< Of each datagram at each receiver, and of each reply.
+
+  Tally tally{};
+  uint64_t lostBlocks = 0;  ///< Blocks of the stream that a receiver did not get, counted for each receiver.
+};
 
 /// Loses each delivery with the same probability, and counts the blocks of the stream among them.
 class CountingLoss {
@@ -61,21 +71,8 @@ bool RunToItsEnd(Room& room, const CountingLoss& losses, uint64_t blocks) {
   return true;
 }
 
-void Judge(Room& room, StudyCell& result) {
-  // A receiver that leaves late has its last word still to say.
-  room.World().RunFor(1s);
-  const auto failed = room.FailedReceivers();
-  for (size_t i = 0; i < room.Receivers(); ++i) {
-    const bool isComplete = room.HoldsAllFiles(i) && room.WasToldComplete(i);
-    (isComplete ? result.complete : result.incomplete) += 1;
-    if (isComplete && failed.contains(i)) ++result.wronglyFailed;
-    if (!isComplete && !failed.contains(i)) ++result.unreported;
-  }
-}
-
-StudyCell RunRoom(const StudyCell& cell, uint64_t number) {
-  StudyCell result;
-  result.rooms = 1;
+/// Adds one room to the cell's sums.
+void RunRoom(Cell& cell, uint64_t number, std::mutex& mutex) {
   Room room({cell.receivers, number, cell.profile, cell.profile});
   room.World().SetLogging(false);
   room.Net().SetDelay(DELAY);
@@ -84,113 +81,106 @@ StudyCell RunRoom(const StudyCell& cell, uint64_t number) {
   room.StartReceivers();
   room.Send();
   const Moment start = room.World().Now();
-  if (RunToItsEnd(room, losses, FILES * BLOCKS_PER_FILE)) {
-    result.seconds = std::chrono::duration<double>(room.World().Now() - start).count();
-  } else {
-    result.endless = 1;
-  }
-  Judge(room, result);
-  result.lostBlocks = losses.LostBlocks();
-  result.resentBlocks = room.Server().GetState().blocksResent;
-  return result;
+  const bool ended = RunToItsEnd(room, losses, FILES * BLOCKS_PER_FILE);
+  const Duration took = room.World().Now() - start;
+  // A receiver that leaves late has its last word still to say.
+  room.World().RunFor(1s);
+  const Tally tally = Judge(room, ended, took);
+  const std::scoped_lock lock(mutex);
+  cell.tally.Add(tally);
+  cell.lostBlocks += losses.LostBlocks();
+}
+
+/// As many rooms as are asked for and fit into the time; one at least.
+void RunCell(Cell& cell, const StudyOptions& options) {
+  const auto start = std::chrono::steady_clock::now();
+  std::mutex mutex;
+  const auto isOver = [&](uint64_t index) {
+    return index >= options.rooms || (index > 0 && std::chrono::steady_clock::now() - start >= options.realTime);
+  };
+  ForEachNumber(options.threads, isOver, [&](uint64_t index) { RunRoom(cell, index + 1, mutex); });
 }
 
 double Share(uint64_t part, uint64_t whole) {
   return whole == 0 ? 0 : 100 * static_cast<double>(part) / static_cast<double>(whole);
 }
 
-double MeanSeconds(const StudyCell& cell) {
-  return cell.rooms == cell.endless ? 0 : cell.seconds / static_cast<double>(cell.rooms - cell.endless);
+double MeanSeconds(const Tally& tally) {
+  const uint64_t ended = tally.runs - tally.endless;
+  return ended == 0 ? 0 : std::chrono::duration<double>(tally.took).count() / static_cast<double>(ended);
 }
 
-void Print(const StudyCell& cell, double idealSeconds) {
-  const uint64_t receivers = cell.complete + cell.incomplete;
+std::string Line(const Cell& cell, double idealSeconds) {
+  const Tally& tally = cell.tally;
+  const uint64_t receivers = tally.Receivers();
   const double repair =
-      static_cast<double>(cell.resentBlocks) / static_cast<double>(std::max<uint64_t>(1, cell.lostBlocks));
-  std::printf("| %zu | %g | %llu | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f |\n", cell.receivers, 100 * cell.loss,
-              static_cast<unsigned long long>(cell.rooms), Share(cell.complete, receivers),
-              Share(cell.incomplete, receivers), Share(cell.unreported, receivers),
-              Share(cell.wronglyFailed, receivers), Share(cell.endless, cell.rooms), MeanSeconds(cell) / idealSeconds,
-              repair);
-  std::fflush(stdout);
+      static_cast<double>(tally.resentBlocks) / static_cast<double>(std::max<uint64_t>(1, cell.lostBlocks));
+  char line[200];
+  std::snprintf(line, sizeof line, "| %zu | %g | %llu | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f |\n",
+                cell.receivers, 100 * cell.loss, static_cast<unsigned long long>(tally.runs),
+                Share(tally.complete, receivers), Share(tally.incomplete, receivers),
+                Share(tally.unreported, receivers), Share(tally.wronglyFailed, receivers),
+                Share(tally.endless, tally.runs), MeanSeconds(tally) / idealSeconds, repair);
+  return line;
+}
+
+std::string Heading(const StudyOptions& options) {
+  char text[400];
+  std::snprintf(text, sizeof text,
+                "    ./dev sim study %llu %lld docs/reliability.md\n\n"
+                "A cell is %llu rooms, or as many as fitted into %lld s on %u threads; how many stands in the table.\n",
+                static_cast<unsigned long long>(options.rooms), static_cast<long long>(options.realTime.count()),
+                static_cast<unsigned long long>(options.rooms), static_cast<long long>(options.realTime.count()),
+                options.threads);
+  return text;
+}
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool ReplaceIn(const std::string& path, const std::string& study) {
+  std::string text = ReadAll(path);
+  const size_t begin = text.find(STUDY_BEGIN);
+  const size_t end = text.find(STUDY_END);
+  if (begin == std::string::npos || end == std::string::npos || end < begin) {
+    std::fprintf(stderr, "%s has no place for the study\n", path.c_str());
+    return false;
+  }
+  const size_t from = begin + std::string_view(STUDY_BEGIN).size();
+  text.replace(from, end - from, study);
+  std::ofstream file(path, std::ios::binary);
+  return static_cast<bool>(file << text << std::flush);
 }
 
 }  // namespace
 
-void StudyCell::Add(const StudyCell& other) {
-  rooms += other.rooms;
-  endless += other.endless;
-  complete += other.complete;
-  incomplete += other.incomplete;
-  wronglyFailed += other.wronglyFailed;
-  unreported += other.unreported;
-  lostBlocks += other.lostBlocks;
-  resentBlocks += other.resentBlocks;
-  seconds += other.seconds;
-}
-
-StudyCell RunCell(const StudyCell& cell, uint64_t rooms, std::chrono::seconds realTime, unsigned threads) {
-  const auto start = std::chrono::steady_clock::now();
-  std::atomic<uint64_t> next = 1;
-  std::mutex mutex;
-  StudyCell sum = cell;
-  const auto work = [&] {
-    for (uint64_t number = next++; number <= rooms; number = next++) {
-      if (number > 1 && std::chrono::steady_clock::now() - start >= realTime) return;
-      const StudyCell result = RunRoom(cell, number);
-      const std::scoped_lock lock(mutex);
-      sum.Add(result);
-    }
+bool RunStudy(const StudyOptions& options) {
+  std::string study;
+  const auto print = [&](const std::string& text) {
+    study += text;
+    std::fputs(text.c_str(), stdout);
+    std::fflush(stdout);
   };
-  std::vector<std::jthread> others;
-  for (unsigned i = 1; i < threads; ++i) others.emplace_back(work);
-  work();
-  others.clear();
-  return sum;
-}
-
-void RunStudy(const StudyOptions& options) {
+  print(Heading(options));
   for (const Profile profile : {Profile::Classic, Profile::Robust}) {
-    std::printf("\n%s profile\n\n", profile == Profile::Classic ? "Classic" : "Robust");
-    std::puts(
+    print(profile == Profile::Classic ? "\n**Classic profile**\n\n" : "\n**Robust profile**\n\n");
+    print(
         "| receivers | loss % | rooms | complete % | not complete % | of all: not complete, not reported % | "
         "complete, reported failed % | rooms without end % | time / ideal | repairs / lost block |\n"
-        "|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|");
+        "|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n");
     for (const size_t receivers : {size_t{1}, size_t{10}, size_t{30}, size_t{100}, size_t{200}}) {
       double ideal = 0;
       for (const double loss : {0.0, 0.001, 0.01, 0.05, 0.2}) {
-        const StudyCell asked{.profile = profile, .receivers = receivers, .loss = loss};
-        // Without loss there is no chance in it.
-        const StudyCell cell = RunCell(asked, loss == 0 ? 1 : options.rooms, options.realTime, options.threads);
-        if (loss == 0) ideal = MeanSeconds(cell);
-        Print(cell, ideal);
+        Cell cell{.profile = profile, .receivers = receivers, .loss = loss};
+        RunCell(cell, options);
+        if (loss == 0) ideal = MeanSeconds(cell.tally);
+        print(Line(cell, ideal));
       }
     }
   }
-}
-
-bool RunScale(Profile profile) {
-  constexpr size_t RECEIVERS = 200;
-  constexpr uint64_t BLOCKS = 10'000;
-  const auto start = std::chrono::steady_clock::now();
-  Room room({RECEIVERS, 1, profile, profile});
-  room.World().SetLogging(false);
-  room.Net().SetLoss(0.01);
-  room.File("big", BLOCKS * BLOCK_SIZE - 1);
-  const bool started = room.StartReceivers() && room.Send();
-  const bool quiet = started && room.RunUntilQuiet(LONGEST_TRANSFER);
-  size_t complete = 0;
-  for (size_t i = 0; i < RECEIVERS; ++i) complete += room.HoldsAllFiles(i) && room.WasToldComplete(i) ? 1 : 0;
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  std::printf(
-      "%s: %zu receivers, %llu blocks, 1 %% loss: %zu complete after %.0f s of virtual time; %llu datagrams sent, %llu "
-      "delivered or lost, in %.1f s of real time: %.0f deliveries a second\n",
-      profile == Profile::Classic ? "classic" : "robust", RECEIVERS, static_cast<unsigned long long>(BLOCKS), complete,
-      std::chrono::duration<double>(room.World().Now()).count(),
-      static_cast<unsigned long long>(room.Net().Datagrams()), static_cast<unsigned long long>(room.Net().Deliveries()),
-      seconds, static_cast<double>(room.Net().Deliveries()) / seconds);
-  std::fflush(stdout);
-  return quiet && (profile == Profile::Classic || complete == RECEIVERS);
+  return options.document.empty() || ReplaceIn(options.document, study);
 }
 
 }  // namespace quorl::sim
