@@ -9,6 +9,7 @@ namespace quorl::sim {
 namespace {
 
 constexpr uint64_t TERABYTE = uint64_t{1} << 40;
+constexpr uint64_t LONGEST_LOST_STRETCH = 64 * 1024;
 
 char Letter(char letter) {
   return static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
@@ -18,7 +19,7 @@ char Letter(char letter) {
 
 struct SimDisk::Node {
   std::map<std::string, std::unique_ptr<Node>> children;
-  std::shared_ptr<FileContent> content;  ///< Nothing: a directory.
+  std::shared_ptr<DiskFile> content;  ///< Nothing: a directory.
 
   bool IsDirectory() const { return content == nullptr; }
 };
@@ -37,7 +38,7 @@ SimDisk::~SimDisk() = default;
 
 void SimDisk::Write(const std::string& path, std::span<const uint8_t> bytes) {
   auto& content = ContentAt(path);
-  *content = FileContent();
+  *content = DiskFile();
   content->WriteAt(0, bytes, patterns);
 }
 
@@ -47,7 +48,7 @@ void SimDisk::Write(const std::string& path, std::string_view text) {
 
 void SimDisk::WriteSynthetic(const std::string& path, uint64_t length, uint64_t seed) {
   if (std::find(patterns.begin(), patterns.end(), seed) == patterns.end()) patterns.push_back(seed);
-  *ContentAt(path) = FileContent(seed, length);
+  *ContentAt(path) = DiskFile(seed, length);
 }
 
 std::optional<Bytes> SimDisk::Read(const std::string& path) const {
@@ -111,6 +112,36 @@ void SimDisk::SetFreeBytes(uint64_t bytes, char letter) {
   drives.at(Letter(letter))->freeBytes = bytes;
 }
 
+void SimDisk::LoseUnsynced(Random& random) {
+  for (auto& [letter, drive] : drives) LoseUnsynced(drive->root, random);
+}
+
+void SimDisk::LoseUnsynced(Node& directory, Random& random) {
+  std::erase_if(directory.children, [&](auto& entry) {
+    if (entry.second->IsDirectory()) {
+      LoseUnsynced(*entry.second, random);
+      return false;
+    }
+    DiskFile& file = *entry.second->content;
+    if (!file.durable && !file.isNew) return false;
+    const uint64_t fate = random.Below(3);
+    if (fate == 0 && file.isNew) return true;
+    if (fate == 0) static_cast<FileContent&>(file) = *file.durable;
+    if (fate == 1) LoseStretch(file, random);
+    file.durable.reset();
+    file.isNew = false;
+    return false;
+  });
+}
+
+void SimDisk::LoseStretch(DiskFile& file, Random& random) {
+  if (file.Length() == 0) return;
+  const uint64_t begin = random.Below(file.Length());
+  Bytes former(1 + random.Below(std::min(file.Length() - begin, LONGEST_LOST_STRETCH)));
+  if (file.durable) file.durable->ReadAt(begin, former);
+  file.WriteAt(begin, former, patterns);
+}
+
 std::optional<std::vector<DirectoryEntry>> SimDisk::Entries(const std::string& path) const {
   const Place place = Locate(path);
   const Node* const node = Find(place);
@@ -150,7 +181,8 @@ SimDisk::Handle SimDisk::OpenToWrite(const std::string& base, const std::vector<
   if (whenMissing == WhenMissing::Fail || parent == nullptr || !parent->IsDirectory()) return {};
   auto& file = parent->children[name];
   file = std::make_unique<Node>();
-  file->content = std::make_shared<FileContent>();
+  file->content = std::make_shared<DiskFile>();
+  file->content->isNew = true;
   return {file->content, place.drive};
 }
 
@@ -164,6 +196,7 @@ bool SimDisk::WriteAt(const Handle& file, uint64_t offset, std::span<const uint8
   const uint64_t growth = end > file.content->Length() ? end - file.content->Length() : 0;
   if (growth > file.drive->freeBytes) return false;
   file.drive->freeBytes -= growth;
+  if (!file.content->durable) file.content->durable = *file.content;
   file.content->WriteAt(offset, bytes, patterns);
   return true;
 }
@@ -219,7 +252,7 @@ SimDisk::Node* SimDisk::MakeDirectories(const Place& place, bool mayRefuse) {
   return node->IsDirectory() ? node : nullptr;
 }
 
-std::shared_ptr<FileContent>& SimDisk::ContentAt(const std::string& path) {
+std::shared_ptr<DiskFile>& SimDisk::ContentAt(const std::string& path) {
   Place place = Locate(path);
   assert(!place.names.empty() && "a file has a name");
   const std::string name = place.names.back();
@@ -229,7 +262,7 @@ std::shared_ptr<FileContent>& SimDisk::ContentAt(const std::string& path) {
   auto& file = parent->children[name];
   if (!file) file = std::make_unique<Node>();
   assert(file->children.empty() && "a directory is in the way");
-  if (!file->content) file->content = std::make_shared<FileContent>();
+  if (!file->content) file->content = std::make_shared<DiskFile>();
   return file->content;
 }
 

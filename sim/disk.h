@@ -14,10 +14,19 @@
 #include "platform/shell.h"
 #include "platform/time.h"
 #include "sim/content.h"
+#include "sim/random.h"
 
 namespace quorl::sim {
 
 using Bytes = std::vector<uint8_t>;
+
+/// A file, and what of it would outlast a failure of the power.
+struct DiskFile : FileContent {
+  using FileContent::FileContent;
+
+  std::optional<FileContent> durable{};  ///< As it was before the machine wrote to it; nothing: all of it is durable.
+  bool isNew = false;                    ///< Its name is not durable either.
+};
 
 /// The drives of one machine, in memory. At first there is C:, a fixed disk with a terabyte free.
 ///
@@ -66,6 +75,10 @@ class SimDisk {
   void SetWriteTime(Duration duration) { writeTime = duration; }
   Duration WriteTime() const { return writeTime; }
 
+  /// The power fails. What a test put there is durable; of what the machine has written since, each file keeps
+  /// everything, nothing, or all but a stretch that is as it was, and a new one may be gone. What remains is durable.
+  void LoseUnsynced(Random& random);
+
   /// Files and directories with such a name, without the path, can be neither made nor opened by the machine.
   void RefuseName(std::function<bool(const std::string& name)> refuses) { isRefused = std::move(refuses); }
 
@@ -74,7 +87,7 @@ class SimDisk {
   struct Drive;
   /// A file that somebody has open.
   struct Handle {
-    std::shared_ptr<FileContent> content;
+    std::shared_ptr<DiskFile> content;
     Drive* drive = nullptr;
   };
 
@@ -103,8 +116,10 @@ class SimDisk {
   static Node* Find(const Place& place);
   /// The directory at `place`, made with everything on the way; nullptr when a file is in the way.
   Node* MakeDirectories(const Place& place, bool mayRefuse);
-  std::shared_ptr<FileContent>& ContentAt(const std::string& path);
+  std::shared_ptr<DiskFile>& ContentAt(const std::string& path);
   bool IsRefused(const std::vector<std::string>& names) const;
+  void LoseUnsynced(Node& directory, Random& random);
+  void LoseStretch(DiskFile& file, Random& random);
   static void ListInto(const Node& directory, const std::string& prefix, std::vector<std::string>& names);
   static bool SameNodes(const Node& a, const Node& b);
 

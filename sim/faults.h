@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <string_view>
 
 namespace quorl::sim {
@@ -21,6 +22,12 @@ class Faults {
   /// The `nth` call of `seam` from now on (1: the next) fails, once.
   void FailCall(Seam seam, uint64_t nth) { Of(seam).failing = Of(seam).calls + nth; }
 
+  /// The `nth` call of this name from now on fails, once; 0 ends that.
+  void FailCall(std::string name, uint64_t nth) {
+    failingName = std::move(name);
+    callsUntilFailure = nth;
+  }
+
   /// Every call fails for which the predicate holds; an empty one ends that.
   void FailEvery(Predicate newPredicate) { predicate = std::move(newPredicate); }
 
@@ -30,7 +37,8 @@ class Faults {
   /// Counts a call; whether it is to fail.
   bool Hits(Seam seam, std::string_view call) {
     Count& count = Of(seam);
-    return ++count.calls == count.failing || (predicate && predicate(call));
+    const bool isNamed = callsUntilFailure != 0 && call == failingName && --callsUntilFailure == 0;
+    return ++count.calls == count.failing || isNamed || (predicate && predicate(call));
   }
 
  private:
@@ -41,6 +49,8 @@ class Faults {
   Count& Of(Seam seam) { return counts[static_cast<size_t>(seam)]; }
 
   std::array<Count, 3> counts;
+  std::string failingName;
+  uint64_t callsUntilFailure = 0;
   Predicate predicate;
 };
 

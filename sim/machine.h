@@ -70,12 +70,16 @@ class SimMachine {
 
   /// Which calls fail; see Faults for their names.
   void FailCall(sim::Seam kind, uint64_t nth) { faults.FailCall(kind, nth); }
+  void FailCall(std::string call, uint64_t nth) { faults.FailCall(std::move(call), nth); }
   void FailEvery(Faults::Predicate predicate) { faults.FailEvery(std::move(predicate)); }
   uint64_t Calls(sim::Seam kind) const { return faults.Calls(kind); }
 
   /// Sockets that are open, and how often the socket library was started and not yet stopped.
   size_t OpenSockets() const { return network.OpenSockets(); }
   int NetworkStarts() const { return network.Starts(); }
+
+  /// However big a receive buffer its sockets ask for, they get at most so many bytes. For sockets opened from now on.
+  void LimitReceiveBuffers(size_t bytes) { network.LimitReceiveBuffers(bytes); }
 
   /// Threads that have not ended.
   size_t RunningThreads() const { return runningThreads; }

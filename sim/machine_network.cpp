@@ -16,7 +16,7 @@ bool MachineNetwork::Start() {
 std::shared_ptr<DatagramSocket> MachineNetwork::OpenDatagramSocket() {
   if (machine.Fails(Seam::Network, "network.open")) return nullptr;
   std::erase_if(sockets, [](const auto& socket) { return socket.expired(); });
-  auto socket = std::make_shared<SimSocket>(machine, network);
+  auto socket = std::make_shared<SimSocket>(machine, network, mostBufferBytes);
   sockets.push_back(socket);
   return socket;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -19,6 +20,7 @@ class MachineNetwork : public Network {
   void Stop() override { --starts; }
   std::shared_ptr<DatagramSocket> OpenDatagramSocket() override;
 
+  void LimitReceiveBuffers(size_t bytes) { mostBufferBytes = bytes; }
   size_t OpenSockets() const;
   int Starts() const { return starts; }
   void CloseAll();
@@ -27,6 +29,7 @@ class MachineNetwork : public Network {
   SimMachine& machine;
   SimNetwork& network;
   int starts = 0;
+  size_t mostBufferBytes = SIZE_MAX;
   std::vector<std::weak_ptr<SimSocket>> sockets;
 };
 

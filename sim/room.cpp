@@ -24,23 +24,38 @@ bool IsComplete(const RecordedMessage& message) {
 }  // namespace
 
 Room::Room(const RoomOptions& options)
-    : seed(options.seed),
-      world(options.seed),
-      sender(world.AddMachine("sender", SENDER_ADDRESS)),
-      server(sender.Seam()),
-      senderWindow(sender.MakeWindow()),
-      receiverProfile(options.receiverProfile) {
-  server.SetProfile(options.senderProfile);
+    : options(options), world(options.seed), sender(world.AddMachine("sender", SENDER_ADDRESS)) {
   for (size_t index = 0; index < options.receivers; ++index) {
     SimMachine& machine = world.AddMachine("receiver" + std::to_string(index), ReceiverAddress(index));
-    receivers.push_back({&machine, std::make_unique<CTransClient>(machine.Seam()), machine.MakeWindow()});
+    receivers.push_back({&machine, std::make_unique<CTransClient>(machine.Seam())});
     receivers.back().client->SetProfile(options.receiverProfile);
+    receivers.back().host.MakeWindow(machine);
   }
+  server = std::make_unique<CTransServer>(sender.Seam());
+  server->SetProfile(options.senderProfile);
+  senderHost.MakeWindow(sender);
   sender.Disk().MakeDirectory(SOURCE);
 }
 
+/// In the place of the former one, if there was one.
+void Room::Host::MakeWindow(SimMachine& machine) {
+  if (window != nullptr) machine.DestroyWindow(window);
+  window = machine.MakeWindow(procedure);
+}
+
+void Room::HandleMessages(size_t index, WindowProcedure procedure) {
+  Place& place = receivers.at(index);
+  place.host.procedure = std::move(procedure);
+  place.host.MakeWindow(*place.machine);
+}
+
+void Room::HandleSenderMessages(WindowProcedure procedure) {
+  senderHost.procedure = std::move(procedure);
+  senderHost.MakeWindow(sender);
+}
+
 void Room::File(const std::string& name, uint64_t size) {
-  uint64_t content = Mix(seed);
+  uint64_t content = Mix(options.seed);
   for (const char character : name) content = Mix(content + static_cast<uint8_t>(character));
   for (SimDisk* disk : {&sender.Disk(), &originals}) disk->WriteSynthetic(SOURCE + ("\\" + name), size, content);
   names.push_back(name);
@@ -66,9 +81,19 @@ bool Room::RestartReceiver(size_t index) {
   place.client.reset();
   place.machine->PowerOn();
   place.client = std::make_unique<CTransClient>(place.machine->Seam());
-  place.client->SetProfile(receiverProfile);
+  place.client->SetProfile(options.receiverProfile);
   if (confined) place.client->SetReceiveRoot(TARGET);
+  if (place.host.procedure) place.host.MakeWindow(*place.machine);
   return StartReceiver(index);
+}
+
+void Room::RestartSender() {
+  world.RunUntil([&] { return sender.RunningThreads() == 0; }, Duration::zero());
+  server.reset();
+  sender.PowerOn();
+  server = std::make_unique<CTransServer>(sender.Seam());
+  server->SetProfile(options.senderProfile);
+  if (senderHost.procedure) senderHost.MakeWindow(sender);
 }
 
 bool Room::StartReceiver(size_t index) {
@@ -76,23 +101,27 @@ bool Room::StartReceiver(size_t index) {
   place.firstMessage = place.machine->Messages().size();
   bool started = false;
   place.machine->Call([&] {
-    started = place.client->InitClient(place.window, 0, 0, place.machine->Address()) == 1;
+    started = place.client->InitClient(place.host.window, 0, 0, place.machine->Address()) == 1;
     if (started) place.client->StartReceive();
   });
   return started;
 }
 
-bool Room::Send() {
+std::vector<std::string> Room::SourcePaths() const {
   std::vector<std::string> paths;
   const auto entries = sender.Disk().Entries(SOURCE).value();
   for (const DirectoryEntry& entry : entries) paths.push_back(SOURCE + ("\\" + entry.name));
+  return paths;
+}
+
+bool Room::Send() {
   bool started = false;
   sender.Call([&] {
-    if (server.InitServer(senderWindow, 0, 0, sender.Address()) != 1) return;
-    server.SetSubDirTrans(1);
-    server.SetTargetPath(LITERAL_TARGET, TARGET);
-    if (server.SetSelectFiles(paths, "") != 1) return;
-    server.StartSend();
+    if (server->InitServer(senderHost.window, 0, 0, sender.Address()) != 1) return;
+    server->SetSubDirTrans(1);
+    server->SetTargetPath(LITERAL_TARGET, TARGET);
+    if (server->SetSelectFiles(SourcePaths(), options.autoOpenName) != 1) return;
+    server->StartSend();
     started = true;
   });
   return started;
@@ -114,7 +143,7 @@ bool Room::RunUntilQuiet(Duration limit) {
 }
 
 bool Room::IsSenderThrough() {
-  return sender.IsOff() || server.GetState().phase == SendPhase::Ended;
+  return sender.IsOff() || server->GetState().phase == SendPhase::Ended;
 }
 
 bool Room::IsReceiverThrough(size_t index) {
@@ -142,7 +171,7 @@ bool Room::WasToldComplete(size_t index) const {
 
 std::map<size_t, uint32_t> Room::FailedReceivers() {
   std::vector<uint32_t> buffer(401);
-  server.GetErrInfo(buffer.data());
+  server->GetErrInfo(buffer.data());
   std::map<size_t, uint32_t> failed;
   for (size_t row = 0; row < buffer[0]; ++row) {
     const auto isIt = [&](const Place& place) { return place.machine->Address() == buffer[1 + 2 * row]; };

@@ -19,6 +19,7 @@ struct RoomOptions {
   uint64_t seed = 1;
   Profile senderProfile = Profile::Classic;
   Profile receiverProfile = Profile::Classic;
+  std::string autoOpenName{};
 };
 
 /// A sender and its receivers, each on a machine of its own, as a story of a few lines: put files there, start the
@@ -39,6 +40,14 @@ class Room {
 
   /// Switches a receiver's machine on again whose power was off, and starts a new receiver on it.
   bool RestartReceiver(size_t index);
+
+  /// The same for the sender; nothing is set up or sent yet.
+  void RestartSender();
+
+  /// The receiver's host handles each message in a thread of its own, which calls `procedure`; at first it only records
+  /// them. To be called before the start.
+  void HandleMessages(size_t index, WindowProcedure procedure);
+  void HandleSenderMessages(WindowProcedure procedure);
 
   /// Everything that is received lands in C:\in, whatever the sender says. To be called before the start.
   void ConfineReceivers();
@@ -76,29 +85,37 @@ class Room {
   SimMachine& Receiver(size_t index) { return *receivers.at(index).machine; }
   size_t Receivers() const { return receivers.size(); }
   size_t FileCount() const { return names.size(); }
-  QuorlWindow ReceiverWindow(size_t index) const { return receivers.at(index).window; }
-  QuorlWindow SenderWindow() const { return senderWindow; }
-  CTransServer& Server() { return server; }
+  QuorlWindow ReceiverWindow(size_t index) const { return receivers.at(index).host.window; }
+  QuorlWindow SenderWindow() const { return senderHost.window; }
+  CTransServer& Server() { return *server; }
   CTransClient& Client(size_t index) { return *receivers.at(index).client; }
+
+  /// The paths that Send selects.
+  std::vector<std::string> SourcePaths() const;
 
   static constexpr const char* SOURCE = "C:\\src";
   static constexpr const char* TARGET = "C:\\in";
 
  private:
+  struct Host {
+    QuorlWindow window = nullptr;
+    WindowProcedure procedure{};
+
+    void MakeWindow(SimMachine& machine);
+  };
   struct Place {
     SimMachine* machine = nullptr;
     std::unique_ptr<CTransClient> client;
-    QuorlWindow window = nullptr;
+    Host host{};
     size_t firstMessage = 0;  ///< Of those that its machine has recorded, since it was started.
   };
 
-  const uint64_t seed;
+  const RoomOptions options;
   sim::World world;  ///< Outlives the roles on its machines.
   SimMachine& sender;
-  CTransServer server;
-  const QuorlWindow senderWindow;
+  std::unique_ptr<CTransServer> server;
+  Host senderHost;
   std::vector<Place> receivers;
-  const Profile receiverProfile;
   bool confined = false;
   std::vector<std::string> names;
   Patterns originalPatterns;

@@ -32,7 +32,7 @@ bool SimSocket::Bind(Endpoint wanted) {
 
 bool SimSocket::SetReceiveBuffer(size_t bytes) {
   if (Fails("network.buffer")) return false;
-  bufferBytes = bytes;
+  bufferBytes = std::min(bytes, mostBufferBytes);
   return true;
 }
 

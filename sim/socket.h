@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <deque>
@@ -23,7 +24,9 @@ constexpr bool IsGroupAddress(uint32_t address) {
 /// A socket of a simulated machine.
 class SimSocket : public DatagramSocket, public std::enable_shared_from_this<SimSocket> {
  public:
-  SimSocket(SimMachine& machine, SimNetwork& network) : machine(machine), network(network) {}
+  /// `mostBufferBytes`: the receive buffer is never bigger, whatever is asked for.
+  SimSocket(SimMachine& machine, SimNetwork& network, size_t mostBufferBytes)
+      : machine(machine), network(network), mostBufferBytes(mostBufferBytes) {}
   ~SimSocket() override { SimSocket::Close(); }
 
   bool SetReuseAddress() override;
@@ -69,7 +72,8 @@ class SimSocket : public DatagramSocket, public std::enable_shared_from_this<Sim
   bool blocking = true;
   Endpoint local;
   std::vector<Membership> memberships;
-  size_t bufferBytes = 212992;
+  const size_t mostBufferBytes;
+  size_t bufferBytes = std::min<size_t>(212992, mostBufferBytes);
   size_t queuedBytes = 0;
   uint32_t dropped = 0;  ///< Since the latest that was received.
   std::deque<std::shared_ptr<const SentDatagram>> queue;

@@ -18,6 +18,11 @@ SimMachine& World::AddMachine(const std::string& name, uint32_t address) {
   return machine;
 }
 
+void World::CutPower(SimMachine& machine) {
+  machine.PowerOff();
+  machine.Disk().LoseUnsynced(random);
+}
+
 void World::RunFor(Duration duration) {
   const Moment end = Now() + duration;
   scheduler.RunUntil([] { return false; }, end);

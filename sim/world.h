@@ -32,6 +32,9 @@ class World {
   /// The machine lives as long as the world. Two machines never share an address.
   SimMachine& AddMachine(const std::string& name, uint32_t address);
 
+  /// As PowerOff; but what the machine has not had time to put on its disk is lost, see SimDisk::LoseUnsynced.
+  void CutPower(SimMachine& machine);
+
   Moment Now() const { return scheduler.Now(); }
 
   void RunFor(Duration duration);

@@ -123,7 +123,7 @@ TEST_F(DiskTest, HugeFilesTakeMemoryOnlyForWhatIsInThem) {
   EXPECT_EQ(input->ReadAt(5 * GIGABYTE - 2, buffer), 5u);
   EXPECT_EQ(buffer, (Bytes{0, 0, 'e', 'n', 'd', 1}));
   EXPECT_EQ(
-      disk.WriteAt({std::make_shared<FileContent>(), disk.OpenToRead("C:\\sparse").drive}, uint64_t{1} << 41, buffer),
+      disk.WriteAt({std::make_shared<DiskFile>(), disk.OpenToRead("C:\\sparse").drive}, uint64_t{1} << 41, buffer),
       false);
 
   disk.WriteSynthetic("C:\\huge", 6 * GIGABYTE + 1, 77);
