@@ -52,8 +52,11 @@ ReceiveLoop::Next ReceiveLoop::ReceiveOne() {
   const auto datagram = std::span<const uint8_t>(buffer).first(received.length);
   if (!HasMagic(datagram)) return Handle(Reject::WrongMagic);
   if (!session.sender.Accepts(received.from.address)) return Drop(Count::DroppedStranger);
+  const FromSender message = ParseFromSender(datagram);
+  const bool isBlock = std::holds_alternative<Data>(message) || std::holds_alternative<Resend>(message);
+  if (isBlock && !session.sender.AcceptsBlocks(received.from.address)) return Drop(Count::DroppedStranger);
   session.replies.SetSender(received.from.address);
-  return Dispatch(ParseFromSender(datagram));
+  return Dispatch(message);
 }
 
 // Classic waits as long as it takes; only the closing of the socket ends that. A robust master asks again in time.

@@ -11,8 +11,11 @@ class SenderBinding {
  public:
   /// 0 names nobody.
   void Name(uint32_t address) { named = address; }
-  void Bind(uint32_t address) { bound = address; }
-  void Release() { bound = 0; }
+  void Bind(uint32_t address) {
+    announcer = address;
+    bound = true;
+  }
+  void Release() { bound = false; }
 
   /// The heartbeat has been missed for good.
   void SetLost() { lost = true; }
@@ -22,12 +25,17 @@ class SenderBinding {
 
   bool Accepts(uint32_t address) const {
     if (named != 0) return address == named;
-    return bound == 0 || address == bound || lost;
+    return !bound || address == announcer || lost;
   }
+
+  /// Once the transfer is over or its sender lost, another may announce one; but the blocks of this one come from who
+  /// announced it, also when it lacks some for ever.
+  bool AcceptsBlocks(uint32_t address) const { return Accepts(address) && (announcer == 0 || address == announcer); }
 
  private:
   std::atomic<uint32_t> named = 0;
-  std::atomic<uint32_t> bound = 0;
+  std::atomic<uint32_t> announcer = 0;  // of the transfer that was bound to latest; 0 while none
+  std::atomic<bool> bound = false;
   std::atomic<bool> lost = false;
 };
 
