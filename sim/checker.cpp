@@ -17,6 +17,9 @@ namespace {
 /// The threads of a role, and a few that come and go in its host.
 constexpr size_t MOST_THREADS = 12;
 
+/// When a host begins anew before the threads of the former time have ended, for each of which the role waits a while.
+constexpr size_t MOST_THREADS_OF_WILD_HOST = 40;
+
 bool IsOneOf(uintptr_t code, std::initializer_list<uintptr_t> codes) {
   return std::find(codes.begin(), codes.end(), code) != codes.end();
 }
@@ -55,7 +58,18 @@ Checker::~Checker() {
 }
 
 void Checker::ReceiverRestarts(size_t index) {
-  receivers.at(index) = {.trusts = !attacked};
+  Place& place = receivers.at(index);
+  place = {.trusts = !attacked, .isWild = place.isWild, .claimed = place.claimed, .losesData = place.losesData};
+}
+
+void Checker::SenderRestarts() {
+  senderAnnouncements = 0;
+  tableAtEnd.reset();
+  senderFailed = false;
+}
+
+void Checker::HostRunsWild(std::optional<size_t> receiver) {
+  (receiver ? receivers.at(*receiver).isWild : senderIsWild) = true;
 }
 
 void Checker::WindowCloses(size_t index) {
@@ -83,10 +97,7 @@ void Checker::SeeDatagram(const SentDatagram& datagram) {
   CheckThreads(*datagram.from);
   if (const auto receiver = indices.find(datagram.from); receiver != indices.end())
     return SeeReply(receiver->second, datagram);
-  if (datagram.from != &room.Sender() || datagram.bytes.at(2) != CMD_STOP) return;
-  NoteTable();
-  // After a stop nobody is bound to the sender any more.
-  for (Place& place : receivers) place.trusts = place.trusts && !options.hasAttacker;
+  if (datagram.from == &room.Sender() && datagram.bytes.at(2) == CMD_STOP) NoteTable();
 }
 
 void Checker::SeeReply(size_t index, const SentDatagram& datagram) {
@@ -102,8 +113,12 @@ void Checker::SeeReply(size_t index, const SentDatagram& datagram) {
 }
 
 void Checker::ClaimsCompletion(size_t index, const char* how) {
-  if (!receivers[index].trusts || room.HoldsAllFiles(index)) return;
-  if (receivers[index].announcements == 0 && receiverProfile == Profile::Classic) {
+  Place& place = receivers[index];
+  place.claimed = true;
+  if (!place.trusts || room.HoldsAllFiles(index)) return;
+  // A wild host of the sender may have announced nothing, or an earlier selection.
+  if (senderIsWild && (!place.hasWindow || place.announcedFiles != room.FileCount())) return;
+  if ((place.announcements == 0 || place.isWild) && receiverProfile == Profile::Classic) {
     ++exceptions["a receiver that has heard of no transfer ends as if complete"];
     return;
   }
@@ -115,14 +130,13 @@ void Checker::SeeReceiverMessage(size_t index, const RecordedMessage& message) {
   CheckThreads(room.Receiver(index));
   if (message.number == WM_TASK_INFO) {
     ++place.announcements;
+    place.announcedFiles = message.wParam;
     if (attacked) place.trusts = false;
   }
   if (message.number != WM_TRANS_STATUS) return;
   const std::string name = room.Receiver(index).Name();
   if (!IsReceiverStatus(message.wParam)) Violate(name + " posts the status " + std::to_string(message.wParam));
-  // It is bound to nobody any more.
-  if (attacked && message.wParam == QUORL_STATUS_SENDER_LOST) place.trusts = false;
-  if (place.completions != 0) Violate(name + " posts a status after its completion");
+  if (place.completions != 0 && !place.isWild) Violate(name + " posts a status after its completion");
   if (message.wParam != QUORL_STATUS_DONE || message.lParam == 0) return;
   ++place.completions;
   ClaimsCompletion(index, "WM_TRANS_STATUS");
@@ -130,7 +144,8 @@ void Checker::SeeReceiverMessage(size_t index, const RecordedMessage& message) {
 
 void Checker::SeeSenderMessage(const RecordedMessage& message) {
   CheckThreads(room.Sender());
-  if (message.number == WM_TASK_INFO && ++senderAnnouncements > 1) Violate("the sender announces twice");
+  if (message.number == WM_TASK_INFO && ++senderAnnouncements > 1 && !senderIsWild)
+    Violate("the sender announces twice");
   if (message.number == WM_CLIENT_ERR && !options.hasAttacker &&
       (message.wParam == 0 || !IsReceiverStatus(message.wParam)))
     Violate("the sender passes on the status " + std::to_string(message.wParam));
@@ -141,13 +156,15 @@ void Checker::SeeSenderMessage(const RecordedMessage& message) {
 }
 
 void Checker::CheckThreads(const SimMachine& machine) {
-  if (machine.RunningThreads() > MOST_THREADS)
+  const auto receiver = indices.find(&machine);
+  const bool isWild = receiver == indices.end() ? senderIsWild : receivers[receiver->second].isWild;
+  if (machine.RunningThreads() > (isWild ? MOST_THREADS_OF_WILD_HOST : MOST_THREADS))
     Violate(machine.Name() + " runs " + std::to_string(machine.RunningThreads()) + " threads");
 }
 
 void Checker::AtRest() {
   for (size_t i = 0; i < room.Receivers(); ++i) CheckReceiver(i);
-  if (!options.hasAttacker && !room.Sender().IsOff() && !senderFailed) CheckErrorReport();
+  if (!options.hasAttacker && !room.Sender().IsOff() && !senderFailed && !senderIsWild) CheckErrorReport();
 }
 
 void Checker::CheckReceiver(size_t index) {
@@ -158,7 +175,7 @@ void Checker::CheckReceiver(size_t index) {
   if (outside != names.end()) FindsOutside(index, *outside);
   if (machine.IsOff()) return;
   const ReceiveState state = room.Client(index).GetState();
-  if (state.complete && receivers[index].trusts && !room.HoldsAllFiles(index))
+  if (state.complete && state.files == room.FileCount() && receivers[index].trusts && !room.HoldsAllFiles(index))
     Violate(machine.Name() + " takes itself for complete");
   if (state.blocksMissing > LostMap::LIMIT + uint64_t{state.blocksExpected})
     Violate(machine.Name() + " keeps a record of too many missing blocks");
@@ -171,8 +188,8 @@ void Checker::FindsOutside(size_t index, const std::string& name) {
   ++exceptions["a receiver that has heard of no transfer writes under the root of its drive"];
 }
 
-void Checker::DoesNotEnd() {
-  if (!room.IsSenderThrough()) {
+void Checker::DoesNotEnd(bool senderIsThrough) {
+  if (!senderIsThrough) {
     if (senderProfile == Profile::Robust) return Violate("the sender does not come to an end");
     // A master in the first row that is given up can be named again, without a limit.
     ++exceptions["a room that never ends, since the first receiver is named again and again"];
@@ -208,6 +225,7 @@ void Checker::CheckErrorReport() {
   for (size_t i = 0; i < room.Receivers(); ++i) {
     const bool tookPart = tableAtEnd->contains(room.Receiver(i).Address());
     if (!tookPart || room.HoldsAllFiles(i) || failed.contains(i)) continue;
+    if (receivers[i].claimed && receivers[i].losesData) continue;
     if (senderProfile == Profile::Robust && receiverProfile == Profile::Robust) {
       Violate(room.Receiver(i).Name() + " is not complete, and the sender does not report it");
     } else {

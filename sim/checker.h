@@ -31,6 +31,15 @@ class Checker {
   /// A receiver has been started again after a crash: what it said before no longer counts.
   void ReceiverRestarts(size_t index);
 
+  /// Its power fails: what it holds is no longer what it held when it said so.
+  void ReceiverLosesData(size_t index) { receivers.at(index).losesData = true; }
+
+  /// The same for the sender, which collects and announces anew.
+  void SenderRestarts();
+
+  /// The host of a receiver or of the sender calls what it likes: transfers may begin and break off at any time.
+  void HostRunsWild(std::optional<size_t> receiver);
+
   /// The sender's host ends the transfer: from then on nobody keeps account of who is complete.
   void SenderStops() { senderFailed = true; }
 
@@ -44,7 +53,7 @@ class Checker {
   bool IsAtRest(size_t index);
 
   /// Time is up, and somebody has not come to an end.
-  void DoesNotEnd();
+  void DoesNotEnd(bool senderIsThrough);
 
   /// When everything has come to rest, before the roles are torn down.
   void AtRest();
@@ -66,6 +75,10 @@ class Checker {
     uint32_t completions = 0;
     bool trusts = true;  ///< What it takes in is the sender's.
     bool hasWindow = true;
+    bool isWild = false;
+    bool claimed = false;  ///< Has said that it is complete, also before a crash.
+    bool losesData = false;
+    uintptr_t announcedFiles = 0;
   };
 
   void SeeDatagram(const SentDatagram& datagram);
@@ -86,6 +99,7 @@ class Checker {
   std::vector<Place> receivers;
   std::map<const SimMachine*, size_t> indices;
   bool attacked = false;
+  bool senderIsWild = false;
   bool senderFailed = false;  ///< It ended the transfer for a reason of its own, or its host did.
   uint32_t senderAnnouncements = 0;
   std::optional<std::set<uint32_t>> tableAtEnd;  ///< Who took part when the sender ended the transfer.

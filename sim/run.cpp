@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <fstream>
+#include <set>
 
 #include "sim/attacker.h"
 #include "sim/checker.h"
 #include "sim/pcap.h"
 #include "sim/room.h"
+#include "sim/wild_host.h"
 
 namespace quorl::sim {
 
@@ -28,7 +30,7 @@ class Run {
  public:
   Run(const RunPlan& plan, bool keepsLog)
       : plan(plan),
-        room({plan.receivers, plan.number, plan.senderProfile, plan.receiverProfile}),
+        room({plan.receivers, plan.number, plan.senderProfile, plan.receiverProfile, plan.autoOpenName}),
         checker(room, plan.senderProfile, plan.receiverProfile, {plan.hasAttacker, plan.attackerForgesSources}),
         attacker(room, plan.number, plan.attackerForgesSources) {
     room.World().SetLogging(keepsLog);
@@ -37,14 +39,11 @@ class Run {
   void Play() {
     SetUp();
     Start();
-    if (room.Send()) {
-      start = room.World().Now();
-      PlayFaults();
-      EndFaults();
-      ComeToRest();
-      checker.AtRest();
-    }
-    Note();
+    PlayFaults();
+    EndFaults();
+    ComeToRest();
+    checker.AtRest();
+    result.tally = Judge(room, IsSenderThrough(), room.World().Now());
     TearDown();
   }
 
@@ -61,30 +60,52 @@ class Run {
  private:
   std::string FileName(size_t index) const { return "file" + std::to_string(index); }
 
+  SimMachine& MachineOf(Whom whom) { return whom ? room.Receiver(*whom) : room.Sender(); }
+
   void SetUp() {
     for (size_t i = 0; i < plan.fileSizes.size(); ++i) room.File(FileName(i), plan.fileSizes[i]);
     for (size_t i = 0; i < plan.emptyDirectories; ++i) room.EmptyDirectory("empty" + std::to_string(i));
-    for (size_t i = 0; i < room.Receivers(); ++i) {
-      room.Receiver(i).SetClockDrift(plan.clockDrifts[i]);
-      for (size_t file = 0; plan.hasOldFiles && file < plan.fileSizes.size(); ++file)
-        room.Receiver(i).Disk().WriteSynthetic(Room::TARGET + ("\\" + FileName(file)), plan.fileSizes[file],
-                                               OLD_CONTENT);
+    for (size_t i = 0; i <= room.Receivers(); ++i) {
+      SimMachine& machine = i < room.Receivers() ? room.Receiver(i) : room.Sender();
+      machine.SetClockDrift(plan.clockDrifts[i]);
+      machine.LimitReceiveBuffers(plan.receiveBuffers[i]);
+      for (size_t file = 0; plan.hasOldFiles && i < room.Receivers() && file < plan.fileSizes.size(); ++file)
+        machine.Disk().WriteSynthetic(Room::TARGET + ("\\" + FileName(file)), plan.fileSizes[file], OLD_CONTENT);
     }
     if (plan.hasAttacker) room.ConfineReceivers();
     room.Net().SetLink(plan.common);
     if (plan.toOne) room.Net().SetLink(nullptr, &room.Receiver(0), *plan.toOne);
     if (plan.toSender) room.Net().SetLink(nullptr, &room.Sender(), *plan.toSender);
-    room.Server().SetSendRate(plan.rate);
+    for (const PlannedFault& fault : plan.faults) Prepare(fault);
+  }
+
+  void Prepare(const PlannedFault& fault) {
+    if (fault.kind != FaultKind::WindowBlocks) return;
+    const WindowProcedure blocks = [this, machine = &MachineOf(fault.whom)](uint32_t, uintptr_t, intptr_t) {
+      while (windowBlocks.contains(machine)) machine->Seam().clock.Sleep(50ms);
+    };
+    fault.whom ? room.HandleMessages(*fault.whom, blocks) : room.HandleSenderMessages(blocks);
+  }
+
+  bool ComesLate(Whom whom) const {
+    return std::any_of(plan.faults.begin(), plan.faults.end(), [&](const PlannedFault& fault) {
+      return fault.kind == FaultKind::LateStart && fault.whom == whom;
+    });
   }
 
   void Start() {
-    for (size_t i = 0; i < room.Receivers(); ++i) {
-      const bool comesLater = std::any_of(plan.faults.begin(), plan.faults.end(), [&](const PlannedFault& fault) {
-        return fault.kind == FaultKind::ReceiverStarts && fault.receiver == i;
-      });
-      if (!comesLater) room.StartReceiver(i);
-    }
+    for (size_t i = 0; i < room.Receivers(); ++i)
+      if (!ComesLate(i)) room.StartReceiver(i);
+    if (!ComesLate({})) Send();
+    start = room.World().Now();
   }
+
+  void Send() {
+    room.Server().SetSendRate(plan.rate);
+    senderStarted = room.Send();
+  }
+
+  bool IsSenderThrough() { return !senderStarted || room.IsSenderThrough(); }
 
   /// Something to be done at a time; in order of time, and of entry where that is equal.
   struct Step {
@@ -117,32 +138,37 @@ class Run {
   }
 
   void Begin(const PlannedFault& fault) {
-    SimMachine& machine = room.Receiver(fault.receiver);
+    SimMachine& machine = MachineOf(fault.whom);
     switch (fault.kind) {
-      case FaultKind::ReceiverCrashes: machine.PowerOff(); break;
-      case FaultKind::ReceiverFreezes: machine.Freeze(); break;
-      case FaultKind::ReceiverStarts: room.StartReceiver(fault.receiver); break;
-      case FaultKind::LinkHangs: HangLink(machine, fault.duration); break;
-      case FaultKind::Partition: CutOff(fault.receiver); break;
+      case FaultKind::Crash: machine.PowerOff(); break;
+      case FaultKind::PowerCut:
+        if (fault.whom) checker.ReceiverLosesData(*fault.whom);
+        room.World().CutPower(machine);
+        break;
+      case FaultKind::Freeze: machine.Freeze(); break;
+      case FaultKind::LateStart: fault.whom ? void(room.StartReceiver(*fault.whom)) : Send(); break;
+      case FaultKind::LinkHang: HangLink(machine, fault.duration); break;
+      case FaultKind::Partition: CutOff(*fault.whom); break;
       case FaultKind::DiskFull: machine.Disk().SetFreeBytes(fault.amount); break;
       case FaultKind::DiskSlow: machine.Disk().SetWriteTime(std::chrono::microseconds(fault.amount)); break;
-      case FaultKind::FileCallFails: machine.FailCall(Seam::Files, fault.amount); break;
+      case FaultKind::CallFails: machine.FailCall(fault.call, fault.amount); break;
       case FaultKind::NameRefused:
         machine.Disk().RefuseName([name = FileName(fault.amount)](const std::string& other) { return other == name; });
         break;
-      case FaultKind::WindowDestroyed:
-        checker.WindowCloses(fault.receiver);
-        machine.DestroyWindow(room.ReceiverWindow(fault.receiver));
+      case FaultKind::WindowCloses:
+        if (fault.whom) checker.WindowCloses(*fault.whom);
+        machine.DestroyWindow(fault.whom ? room.ReceiverWindow(*fault.whom) : room.SenderWindow());
         break;
-      case FaultKind::SenderFreezes: room.Sender().Freeze(); break;
-      case FaultKind::SenderCrashes: room.Sender().PowerOff(); break;
-      case FaultKind::SenderStops:
+      case FaultKind::WindowBlocks: windowBlocks.insert(&machine); break;
+      case FaultKind::WildHost:
+        checker.HostRunsWild(fault.whom);
+        wildHosts.try_emplace(fault.whom, room, fault.whom, plan.number).first->second.Begin();
+        break;
+      case FaultKind::HostStops:
         checker.SenderStops();
-        room.Sender().Call([this] { room.Server().StopSend(); });
+        machine.Call([this] { room.Server().StopSend(); });
         break;
-      case FaultKind::SourceVanishes:
-        room.Sender().Disk().Remove(Room::SOURCE + ("\\" + FileName(fault.amount)));
-        break;
+      case FaultKind::FileVanishes: machine.Disk().Remove(Room::SOURCE + ("\\" + FileName(fault.amount))); break;
     }
     if (fault.duration > Duration::zero()) Enter(fault.at + fault.duration, [this, &fault] { End(fault); });
   }
@@ -161,33 +187,51 @@ class Run {
   }
 
   void End(const PlannedFault& fault) {
-    SimMachine& machine = room.Receiver(fault.receiver);
+    SimMachine& machine = MachineOf(fault.whom);
     switch (fault.kind) {
-      case FaultKind::ReceiverCrashes:
-        checker.ReceiverRestarts(fault.receiver);
-        room.RestartReceiver(fault.receiver);
-        break;
-      case FaultKind::ReceiverFreezes: machine.Thaw(); break;
+      case FaultKind::Crash:
+      case FaultKind::PowerCut: Restart(fault.whom); break;
+      case FaultKind::Freeze: machine.Thaw(); break;
       case FaultKind::Partition: room.Net().Partition({}); break;
       case FaultKind::DiskFull: machine.Disk().SetFreeBytes(TERABYTE); break;
-      case FaultKind::SenderFreezes: room.Sender().Thaw(); break;
+      case FaultKind::WindowBlocks: windowBlocks.erase(&machine); break;
+      case FaultKind::WildHost: EndWildHost(fault.whom); break;
       default: break;
     }
+  }
+
+  void Restart(Whom whom) {
+    if (whom) {
+      checker.ReceiverRestarts(*whom);
+      room.RestartReceiver(*whom);
+    } else {
+      checker.SenderRestarts();
+      room.RestartSender();
+      Send();
+    }
+  }
+
+  void EndWildHost(Whom whom) {
+    wildHosts.at(whom).End();
+    if (whom) return room.Receiver(*whom).Call([&] { room.Client(*whom).DeInitClient(); });
+    room.Sender().Call([&] { room.Server().DeInitServer(); });
+    senderStarted = false;
   }
 
   void EndFaults() {
     attacker.End();
     room.Net().ResetLinks();
     room.Net().Partition({});
-    room.Sender().Thaw();
-    for (size_t i = 0; i < room.Receivers(); ++i) {
-      SimMachine& machine = room.Receiver(i);
+    windowBlocks.clear();
+    for (size_t i = 0; i <= room.Receivers(); ++i) {
+      SimMachine& machine = i < room.Receivers() ? room.Receiver(i) : room.Sender();
       machine.Thaw();
       machine.Disk().SetFreeBytes(TERABYTE);
       machine.Disk().SetWriteTime(Duration::zero());
       machine.Disk().RefuseName({});
-      machine.FailCall(Seam::Files, 0);
+      machine.FailCall("", 0);
     }
+    for (const auto& [whom, host] : wildHosts) EndWildHost(whom);
   }
 
   void ComeToRest() {
@@ -196,19 +240,20 @@ class Run {
     const auto isAtRest = [&] {
       for (size_t i = 0; i < room.Receivers(); ++i)
         if (!checker.IsAtRest(i)) return false;
-      return room.IsSenderThrough();
+      return IsSenderThrough();
     };
     while (!isAtRest() && room.World().Now() < deadline) room.World().RunFor(100ms);
-    if (!isAtRest()) checker.DoesNotEnd();
+    if (!isAtRest()) checker.DoesNotEnd(IsSenderThrough());
     room.World().RunFor(1s);
   }
-
-  void Note() { result.tally = Judge(room, room.IsSenderThrough(), room.World().Now()); }
 
   void TearDown() {
     for (size_t i = 0; i < room.Receivers(); ++i) room.Receiver(i).Call([&] { room.Client(i).DeInitClient(); });
     room.Sender().Call([&] { room.Server().DeInitServer(); });
     room.World().RunFor(20s);
+    for (const PlannedFault& fault : plan.faults)
+      if (fault.kind == FaultKind::WindowBlocks)
+        MachineOf(fault.whom).DestroyWindow(fault.whom ? room.ReceiverWindow(*fault.whom) : room.SenderWindow());
     checker.AfterTearDown();
     result.violations = checker.Violations();
     result.classicExceptions = checker.ClassicExceptions();
@@ -219,7 +264,10 @@ class Run {
   Room room;
   Checker checker;
   Attacker attacker;
+  std::map<Whom, WildHost> wildHosts;
+  std::set<const SimMachine*> windowBlocks;  ///< Whose procedure does not return at this moment.
   Moment start{};
+  bool senderStarted = false;
   std::vector<Step> steps;
 };
 

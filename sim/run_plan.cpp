@@ -70,56 +70,71 @@ void DrawLoss(Dice& dice, LinkOptions& link) {
   }
 }
 
-void DrawReceiverFault(Dice& dice, size_t receiver, RunPlan& plan) {
-  PlannedFault fault{dice.OneOf({FaultKind::ReceiverCrashes, FaultKind::ReceiverFreezes, FaultKind::ReceiverStarts,
-                                 FaultKind::LinkHangs, FaultKind::Partition, FaultKind::DiskFull, FaultKind::DiskSlow,
-                                 FaultKind::FileCallFails, FaultKind::NameRefused, FaultKind::WindowDestroyed}),
-                     dice.Between(0ms, dice.OneOf<Duration>({100ms, 1s, 5s})), receiver,
+void DrawDetails(Dice& dice, const RunPlan& plan, PlannedFault& fault) {
+  switch (fault.kind) {
+    case FaultKind::DiskFull: fault.amount = dice.Between(0, 100'000); break;
+    case FaultKind::DiskSlow: fault.amount = dice.OneOf<uint64_t>({100, 5'000, 300'000}); break;
+    case FaultKind::CallFails:
+      fault.amount = dice.Between(1, dice.OneOf<uint64_t>({3, 30}));
+      fault.call = fault.whom ? dice.OneOf({"files.open", "files.write", "files.close"})
+                              : dice.OneOf({"files.open", "files.length", "files.read"});
+      break;
+    case FaultKind::NameRefused:
+    case FaultKind::FileVanishes: fault.amount = dice.Between(0, plan.fileSizes.size() - 1); break;
+    case FaultKind::WindowBlocks:
+    case FaultKind::WildHost: fault.duration = dice.OneOf<Duration>({200ms, 3s, 60s}); break;
+    default: break;
+  }
+}
+
+void DrawFault(Dice& dice, Whom whom, RunPlan& plan) {
+  using enum FaultKind;
+  PlannedFault fault{whom ? dice.OneOf({Crash, PowerCut, Freeze, LateStart, LinkHang, Partition, DiskFull, DiskSlow,
+                                        CallFails, NameRefused, WindowCloses, WindowBlocks, WildHost})
+                          : dice.OneOf({Crash, PowerCut, Freeze, LateStart, CallFails, WindowCloses, WindowBlocks,
+                                        WildHost, HostStops, FileVanishes}),
+                     dice.Between(0ms, dice.OneOf<Duration>({100ms, 1s, 5s})), whom,
                      dice.OneOf<Duration>({0ms, 200ms, 2s, 8s, 20s})};
-  if (fault.kind == FaultKind::DiskFull) fault.amount = dice.Between(0, 100'000);
-  if (fault.kind == FaultKind::DiskSlow) fault.amount = dice.OneOf<uint64_t>({100, 5'000, 300'000});
-  if (fault.kind == FaultKind::FileCallFails) fault.amount = dice.Between(1, 30);
-  if (fault.kind == FaultKind::NameRefused) fault.amount = dice.Between(0, plan.fileSizes.size() - 1);
+  DrawDetails(dice, plan, fault);
   plan.faults.push_back(fault);
 }
 
 void DrawFaults(Dice& dice, RunPlan& plan) {
   if (dice.Chance(0.5))
     for (size_t i = 0; i < plan.receivers; ++i)
-      if (dice.Chance(0.4)) DrawReceiverFault(dice, i, plan);
-  if (dice.Chance(0.1)) {
-    PlannedFault fault{dice.OneOf({FaultKind::SenderFreezes, FaultKind::SenderCrashes, FaultKind::SenderStops,
-                                   FaultKind::SourceVanishes}),
-                       dice.Between(0ms, 5s), 0, dice.OneOf<Duration>({300ms, 3s, 25s})};
-    fault.amount = dice.Between(0, plan.fileSizes.size() - 1);
-    plan.faults.push_back(fault);
-  }
+      if (dice.Chance(0.4)) DrawFault(dice, i, plan);
+  if (dice.Chance(0.15)) DrawFault(dice, {}, plan);
   std::stable_sort(plan.faults.begin(), plan.faults.end(),
                    [](const PlannedFault& a, const PlannedFault& b) { return a.at < b.at; });
 }
 
 const char* ToText(FaultKind kind) {
   switch (kind) {
-    case FaultKind::ReceiverCrashes: return "receiver crashes";
-    case FaultKind::ReceiverFreezes: return "receiver freezes";
-    case FaultKind::ReceiverStarts: return "receiver starts";
-    case FaultKind::LinkHangs: return "link hangs";
-    case FaultKind::Partition: return "partition";
+    case FaultKind::Crash: return "crashes";
+    case FaultKind::PowerCut: return "loses its power";
+    case FaultKind::Freeze: return "freezes";
+    case FaultKind::LateStart: return "is started";
+    case FaultKind::LinkHang: return "its links hang";
+    case FaultKind::Partition: return "it and later ones are cut off";
     case FaultKind::DiskFull: return "disk full";
     case FaultKind::DiskSlow: return "disk slow";
-    case FaultKind::FileCallFails: return "file call fails";
+    case FaultKind::CallFails: return "a call fails:";
     case FaultKind::NameRefused: return "name refused";
-    case FaultKind::WindowDestroyed: return "window destroyed";
-    case FaultKind::SenderFreezes: return "sender freezes";
-    case FaultKind::SenderCrashes: return "sender crashes";
-    case FaultKind::SenderStops: return "host stops the sender";
-    case FaultKind::SourceVanishes: return "source vanishes";
+    case FaultKind::WindowCloses: return "window destroyed";
+    case FaultKind::WindowBlocks: return "window procedure blocks";
+    case FaultKind::WildHost: return "wild host";
+    case FaultKind::HostStops: return "host stops it";
+    case FaultKind::FileVanishes: return "file vanishes";
   }
   return "";
 }
 
 const char* ToText(Profile profile) {
   return profile == Profile::Classic ? "classic" : "robust";
+}
+
+std::string NameOf(Whom whom) {
+  return whom ? "receiver" + std::to_string(*whom) : "sender";
 }
 
 std::string Milliseconds(Duration duration) {
@@ -160,8 +175,11 @@ RunPlan DrawPlan(uint64_t number, std::optional<size_t> receivers) {
   if (dice.Chance(0.5)) DrawLoss(dice, plan.common);
   if (dice.Chance(0.3)) DrawLoss(dice, plan.toOne.emplace(plan.common));
   if (dice.Chance(0.3)) DrawLoss(dice, plan.toSender.emplace(plan.common));
-  for (size_t i = 0; i < plan.receivers; ++i)
+  for (size_t i = 0; i <= plan.receivers; ++i) {
     plan.clockDrifts.push_back(dice.Chance(0.1) ? dice.OneOf<int64_t>({-200'000, -300, 300, 200'000}) : 0);
+    plan.receiveBuffers.push_back(dice.Chance(0.2) ? dice.OneOf<size_t>({512, 10'000, 100'000}) : SIZE_MAX);
+  }
+  if (dice.Chance(0.3)) plan.autoOpenName = "\\file0";
   DrawFaults(dice, plan);
   plan.hasAttacker = dice.Chance(0.2);
   plan.attackerForgesSources = plan.hasAttacker && dice.Chance(0.5);
@@ -175,16 +193,20 @@ std::string ToText(const RunPlan& plan) {
                      std::to_string(plan.receivers) + " receivers " + ToText(plan.receiverProfile) + "\n  files:";
   for (const uint64_t size : plan.fileSizes) text += " " + std::to_string(size);
   text += "; empty directories: " + std::to_string(plan.emptyDirectories) + (plan.hasOldFiles ? "; old files" : "") +
-          "; rate " + std::to_string(plan.rate) + "\n  every link: " + ToText(plan.common) + "\n";
+          (plan.autoOpenName.empty() ? "" : "; opened at the end: " + plan.autoOpenName) + "; rate " +
+          std::to_string(plan.rate) + "\n  every link: " + ToText(plan.common) + "\n";
   if (plan.toOne) text += "  to receiver0: " + ToText(*plan.toOne) + "\n";
   if (plan.toSender) text += "  to the sender: " + ToText(*plan.toSender) + "\n";
-  for (size_t i = 0; i < plan.clockDrifts.size(); ++i)
+  for (size_t i = 0; i <= plan.receivers; ++i) {
+    const std::string name = i < plan.receivers ? NameOf(i) : NameOf({});
     if (plan.clockDrifts[i] != 0)
-      text += "  receiver" + std::to_string(i) + ": clock " + std::to_string(plan.clockDrifts[i]) + " millionths\n";
+      text += "  " + name + ": clock " + std::to_string(plan.clockDrifts[i]) + " millionths\n";
+    if (plan.receiveBuffers[i] != SIZE_MAX)
+      text += "  " + name + ": receive buffers " + std::to_string(plan.receiveBuffers[i]) + "\n";
+  }
   for (const PlannedFault& fault : plan.faults)
-    text += "  after " + Milliseconds(fault.at) + ": " + ToText(fault.kind) + ", receiver" +
-            std::to_string(fault.receiver) + ", for " + Milliseconds(fault.duration) + ", amount " +
-            std::to_string(fault.amount) + "\n";
+    text += "  after " + Milliseconds(fault.at) + ": " + NameOf(fault.whom) + " " + ToText(fault.kind) + " " +
+            fault.call + ", for " + Milliseconds(fault.duration) + ", amount " + std::to_string(fault.amount) + "\n";
   if (plan.hasAttacker)
     text += "  after " + Milliseconds(plan.attackBegins) + ": an attacker" +
             (plan.attackerForgesSources ? " who forges sources" : "") + "\n";

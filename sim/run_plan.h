@@ -12,28 +12,34 @@
 namespace quorl::sim {
 
 enum class FaultKind {
-  ReceiverCrashes,  ///< With a duration: it is started again after it.
-  ReceiverFreezes,  ///< For the duration.
-  ReceiverStarts,   ///< It was not there at the start.
-  LinkHangs,        ///< To and from a receiver, for the duration.
-  Partition,        ///< The receivers from this one on are cut off, for the duration.
-  DiskFull,         ///< For the duration; the amount is what still fits.
-  DiskSlow,         ///< From now on; the amount is microseconds a write.
-  FileCallFails,    ///< The n-th of a receiver's file calls from now on.
-  NameRefused,      ///< From now on the machine can make no file that is called like the n-th one.
-  WindowDestroyed,  ///< The receiver's host window.
-  SenderFreezes,    ///< For the duration.
-  SenderCrashes,
-  SenderStops,     ///< The host calls StopSend.
-  SourceVanishes,  ///< The n-th file of the sender.
+  Crash,         ///< With a duration: it is started again after it.
+  PowerCut,      ///< The same, and what its disk has not made durable is lost.
+  Freeze,        ///< For the duration.
+  LateStart,     ///< It is started only now.
+  LinkHang,      ///< To and from it, for the duration.
+  Partition,     ///< The receivers from this one on are cut off, for the duration.
+  DiskFull,      ///< For the duration; the amount is what still fits.
+  DiskSlow,      ///< From now on; the amount is microseconds a write.
+  CallFails,     ///< The n-th call of the given name from now on.
+  NameRefused,   ///< From now on the machine can make no file that is called like the n-th one.
+  WindowCloses,  ///< The host's window is destroyed.
+  WindowBlocks,  ///< Its procedure does not return, for the duration.
+  WildHost,      ///< Calls anything in any order, for the duration.
+  HostStops,     ///< The sender's host calls StopSend.
+  FileVanishes,  ///< The n-th file of the sender.
 };
 
+/// Nothing stands for the sender.
+using Whom = std::optional<size_t>;
+
+/// A machine has one at most.
 struct PlannedFault {
   FaultKind kind;
-  Duration at{};  ///< Since the transfer was started.
-  size_t receiver = 0;
+  Duration at{};  ///< Since the transfer was started, or was to be.
+  Whom whom{};
   Duration duration{};  ///< 0: for good.
   uint64_t amount = 0;
+  std::string call{};
 };
 
 /// What one run of the campaign does. Follows from its number, and from the number of receivers where that is given.
@@ -49,7 +55,9 @@ struct RunPlan {
   LinkOptions common;
   std::optional<LinkOptions> toOne;  ///< Of the way to the first receiver, where it differs.
   std::optional<LinkOptions> toSender;
-  std::vector<int64_t> clockDrifts;  ///< Of the receivers in order, in millionths.
+  std::vector<int64_t> clockDrifts;    ///< Of the receivers in order and then the sender, in millionths.
+  std::vector<size_t> receiveBuffers;  ///< What they get at most, likewise.
+  std::string autoOpenName{};
   std::vector<PlannedFault> faults;  ///< In the order of time.
   bool hasAttacker = false;
   bool attackerForgesSources = false;  ///< It also sends under the addresses of others.
