@@ -8,15 +8,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr RoomOptions ROBUST_PAIR{.receivers = 2, .senderProfile = Profile::Robust, .receiverProfile = Profile::Robust};
-constexpr RoomOptions ROBUST_ONE{.receivers = 1, .senderProfile = Profile::Robust, .receiverProfile = Profile::Robust};
-
 bool IsStreamBlock(const Transit& transit, uint32_t block) {
   return Is(transit, CMD_DATA) && HeadOf(transit).block == block;
 }
 
 TEST(CampaignFinds, TheLastBlockArrivesWhileTheLossOfTheSenderIsBeingReported) {
-  Room room(ROBUST_ONE);
+  Room room(Robust(1));
   // The stream takes about as long as it takes to miss the heartbeat.
   room.File("a", 2260 * BLOCK_SIZE);
   bool reported = false;
@@ -39,22 +36,18 @@ TEST(CampaignFinds, TheLastBlockArrivesWhileTheLossOfTheSenderIsBeingReported) {
                           datagram});
     });
   });
-  ASSERT_TRUE(room.StartReceivers());
-  ASSERT_TRUE(room.Send());
-  room.World().RunFor(60s);
+  Begin(room, 60s);
   EXPECT_TRUE(room.HoldsAllFiles(0));
   EXPECT_EQ(Room::Statuses(room.Receiver(0)), std::vector<uint32_t>{QUORL_STATUS_DONE})
       << "a completed transfer has lost no sender";
 }
 
 TEST(CampaignFinds, ASenderThatComesBackAndIsLostAgain) {
-  Room room(ROBUST_ONE);
+  Room room(Robust(1));
   room.File("a", 100 * BLOCK_SIZE);
-  ASSERT_TRUE(room.StartReceivers());
-  ASSERT_TRUE(room.Send());
+  Begin(room);
   room.Net().Partition({&room.Sender()});
   room.World().RunFor(40s);
-  EXPECT_EQ(Room::Statuses(room.Receiver(0)), std::vector<uint32_t>{QUORL_STATUS_SENDER_LOST});
   room.Net().Partition({});
   room.Sender().Call([&] { room.Server().StartSend(); });
   room.World().RunFor(50ms);
@@ -66,13 +59,11 @@ TEST(CampaignFinds, ASenderThatComesBackAndIsLostAgain) {
 }
 
 TEST(CampaignFinds, AReceiverWhoseAnswerToTheCollectionComesInTheSecondPassIsReported) {
-  Room room(ROBUST_PAIR);
+  Room room(Robust(2));
   room.File("a", 20 * BLOCK_SIZE);
   room.Net().SetFilter([](const Transit& transit) { return !IsStreamBlock(transit, 7) && !Is(transit, CMD_RESEND); });
   room.Net().SetLink(&room.Receiver(1), &room.Sender(), {.hungUntil = 10s});
-  ASSERT_TRUE(room.StartReceivers());
-  ASSERT_TRUE(room.Send());
-  ASSERT_TRUE(room.RunUntilQuiet(120s));
+  Play(room);
   EXPECT_EQ(Ends(room), "holes 1460, holes 1460");
 }
 

@@ -29,23 +29,11 @@ TEST(LargeFile, BlocksAtTwoAndFourGibibytesAreRepairedInTheirPlaces) {
     return !isLost;
   });
   room.Server().SetSendRate(20'000'000);
-  ASSERT_TRUE(room.StartReceivers());
-  ASSERT_TRUE(room.Send());
-  ASSERT_TRUE(room.RunUntilQuiet(7200s));
+  Play(room, 7200s);
   EXPECT_EQ(lost, 6u);
   EXPECT_EQ(room.Server().GetState().blocksResent, 6u);
   EXPECT_EQ(room.Client(0).GetState().blocksStored, length / BLOCK_SIZE + 1);
   EXPECT_EQ(Ends(room), "whole told");
-}
-
-TEST(LargeFile, ATotalThatDoesNotFitTheAnnouncementIsRefused) {
-  Room room({});
-  for (const char* name : {"a", "b"}) room.File(name, (uint64_t{1} << 31) * BLOCK_SIZE);
-  ASSERT_TRUE(room.StartReceivers());
-  room.Send();
-  room.World().RunFor(2s);
-  EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{QUORL_STATUS_FILE_UNREADABLE});
-  EXPECT_EQ(CountSent(room, CMD_TASK), 0u);
 }
 
 }  // namespace

@@ -8,12 +8,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-struct Masters : testing::TestWithParam<Profile> {
-  static bool IsRobust() { return GetParam() == Profile::Robust; }
-
+struct Masters : InBothProfiles {
   /// A room in which every receiver misses one block of its own.
   static std::unique_ptr<Room> MakeRoom(size_t receivers) {
-    auto room = std::make_unique<Room>(RoomOptions{receivers, 1, GetParam(), GetParam()});
+    auto room = std::make_unique<Room>(Receivers(receivers));
     room->File("a", 39 * BLOCK_SIZE + 1);
     return room;
   }
@@ -23,15 +21,9 @@ struct Masters : testing::TestWithParam<Profile> {
       if (transit.to == &room.Receiver(i) && Is(transit, CMD_DATA) && HeadOf(transit).block == 3 * i + 2) return true;
     return false;
   }
-
-  static void Start(Room& room) {
-    ASSERT_TRUE(room.StartReceivers());
-    ASSERT_TRUE(room.Send());
-  }
 };
 
-INSTANTIATE_TEST_SUITE_P(Profiles, Masters, testing::Values(Profile::Classic, Profile::Robust),
-                         [](const auto& profile) { return profile.param == Profile::Classic ? "Classic" : "Robust"; });
+TELL_IN_BOTH_PROFILES(Masters);
 
 TEST_P(Masters, ThreeReceiversOfWhichTheSecondStallsGetsASecondTurn) {
   auto room = MakeRoom(3);
@@ -41,8 +33,7 @@ TEST_P(Masters, ThreeReceiversOfWhichTheSecondStallsGetsASecondTurn) {
     const bool toSecond = transit.to == &room->Receiver(1) && Is(transit, CMD_RESEND);
     return !toSecond || room->Client(2).GetState().complete;
   });
-  Start(*room);
-  ASSERT_TRUE(room->RunUntilQuiet(120s));
+  Play(*room);
   EXPECT_EQ(Ends(*room), "whole told, whole told, whole told");
   EXPECT_EQ(Room::Statuses(room->Sender()), std::vector<uint32_t>{0});
 }
@@ -56,8 +47,7 @@ TEST_P(Masters, AReceiverThatDiesInTheMiddleOfItsTurnDelaysTheOthersOnly) {
     }
     return !LosesItsOwnBlock(*room, transit);
   });
-  Start(*room);
-  ASSERT_TRUE(room->RunUntilQuiet(120s));
+  Play(*room);
   EXPECT_EQ(Ends(*room), IsRobust() ? "whole told, holes 1460, whole told" : "whole told, holes, whole told")
       << "a classic sender goes by the last request it saw, which said that nothing was missing";
 }
@@ -66,8 +56,7 @@ TEST_P(Masters, ASilentRoomEndsInTime) {
   auto room = MakeRoom(2);
   room->Net().SetFilter(
       [&](const Transit& transit) { return Is(transit, CMD_CLIENT) || transit.to != &room->Sender(); });
-  Start(*room);
-  ASSERT_TRUE(room->RunUntilQuiet(120s));
+  Play(*room);
   const std::vector<uint32_t> statuses = Room::Statuses(room->Sender());
   EXPECT_EQ(statuses, (std::vector<uint32_t>{0, QUORL_STATUS_TIMED_OUT}));
   for (size_t i = 0; i < 2; ++i) EXPECT_TRUE(room->TreesIdentical(i)) << "the stream needs no answers";
@@ -76,16 +65,9 @@ TEST_P(Masters, ASilentRoomEndsInTime) {
 TEST_P(Masters, EveryReceiverFails) {
   auto room = MakeRoom(2);
   for (size_t i = 0; i < 2; ++i) room->Receiver(i).Disk().SetFreeBytes(1000);
-  Start(*room);
-  ASSERT_TRUE(room->RunUntilQuiet(120s));
+  Play(*room);
   EXPECT_EQ(Ends(*room), "holes 112, holes 112");
-  size_t reports = 0;
-  for (const RecordedMessage& message : room->Sender().Messages())
-    if (message.number == WM_CLIENT_ERR) {
-      EXPECT_EQ(message.wParam, uintptr_t{QUORL_STATUS_DISK_FULL});
-      ++reports;
-    }
-  EXPECT_EQ(reports, 2u) << "each receiver is told of once, however often it says it";
+  EXPECT_EQ(CountMessages(room->Sender(), WM_CLIENT_ERR), 2u) << "each is told of once, however often it says it";
   EXPECT_EQ(Room::Statuses(room->Sender()).front(), 0u);
 }
 
@@ -99,42 +81,22 @@ TEST_P(Masters, AFormerMasterThatGoesOnAskingIsReleased) {
     const bool released = room->Client(1).GetState().complete;
     return !(deaf && !released && transit.to == &room->Receiver(0));
   });
-  Start(*room);
-  ASSERT_TRUE(room->RunUntilQuiet(120s));
+  Play(*room);
   EXPECT_EQ(Ends(*room), IsRobust() ? "whole told, whole told" : "holes 1460, whole told")
       << "a classic second pass overlooks the first row when no other is marked";
-}
-
-TEST_P(Masters, AHostThatStopsTheTransferEndsItForEverybody) {
-  auto room = MakeRoom(2);
-  Start(*room);
-  room->World().RunFor(50ms);
-  room->Sender().Call([&] { room->Server().StopSend(); });
-  const size_t threads = room->Sender().RunningThreads();
-  room->World().RunFor(1s);
-  EXPECT_EQ(room->Sender().RunningThreads(), 0u) << threads << " were running";
-  EXPECT_EQ(Room::Statuses(room->Sender()), std::vector<uint32_t>{0});
-  for (size_t i = 0; i < 2; ++i) {
-    ASSERT_FALSE(Room::Statuses(room->Receiver(i)).empty());
-    EXPECT_FALSE(room->WasToldComplete(i));
-  }
 }
 
 TEST_P(Masters, TheSameSenderSendsAgain) {
   auto room = MakeRoom(1);
   room->Net().SetFilter([&](const Transit& transit) { return !LosesItsOwnBlock(*room, transit); });
-  Start(*room);
-  ASSERT_TRUE(room->RunUntilQuiet(60s));
-  EXPECT_EQ(Ends(*room), "whole told");
-
+  Play(*room);
   room->Receiver(0).Call([&] { room->Client(0).DeInitClient(); });
   ASSERT_TRUE(room->StartReceiver(0));
   room->Receiver(0).Disk().Remove("C:\\in\\a");
   room->Sender().Call([&] { room->Server().StartSend(); });
   room->World().RunFor(1s);
   ASSERT_TRUE(room->RunUntilQuiet(60s));
-  EXPECT_TRUE(room->TreesIdentical(0));
-  EXPECT_TRUE(room->Client(0).GetState().complete);
+  EXPECT_EQ(Ends(*room), "whole told");
 }
 
 }  // namespace

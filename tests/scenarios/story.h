@@ -1,10 +1,14 @@
 // The words in which scenarios are told.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "protocol/datagrams.h"
+#include "protocol/endpoints.h"
 #include "sim/room.h"
 
 namespace quorl::sim {
@@ -13,12 +17,72 @@ inline bool Is(const Transit& transit, Command command) {
   return transit.datagram.size() > 2 && transit.datagram[2] == command;
 }
 
-inline bool IsBlock(const Transit& transit) {
-  return Is(transit, CMD_DATA) || Is(transit, CMD_RESEND);
-}
-
 inline BlockHead HeadOf(const Transit& transit) {
   return ReadFields<BlockHead>(transit.datagram);
+}
+
+inline RoomOptions Robust(size_t receivers) {
+  return {.receivers = receivers, .senderProfile = Profile::Robust, .receiverProfile = Profile::Robust};
+}
+
+/// A scenario that is told for either profile.
+struct InBothProfiles : testing::TestWithParam<Profile> {
+  static RoomOptions Receivers(size_t count) { return {count, 1, GetParam(), GetParam()}; }
+  static bool IsRobust() { return GetParam() == Profile::Robust; }
+};
+
+#define TELL_IN_BOTH_PROFILES(fixture)                                       \
+  INSTANTIATE_TEST_SUITE_P(                                                  \
+      Profiles, fixture, testing::Values(Profile::Classic, Profile::Robust), \
+      [](const auto& profile) { return profile.param == Profile::Classic ? "Classic" : "Robust"; })
+
+/// Starts everybody, and lets the world run for a while of the transfer.
+inline void Begin(Room& room, Duration stretch = Duration::zero()) {
+  ASSERT_TRUE(room.StartReceivers());
+  ASSERT_TRUE(room.Send());
+  room.World().RunFor(stretch);
+}
+
+/// The same, to the end.
+inline void Play(Room& room, Duration limit = std::chrono::seconds(120)) {
+  Begin(room);
+  EXPECT_TRUE(room.RunUntilQuiet(limit));
+}
+
+/// A machine that belongs to nobody and says what it likes, under whatever address.
+class Stranger {
+ public:
+  explicit Stranger(Room& room) : room(room), machine(room.World().AddMachine("stranger", ADDRESS)) {}
+
+  void Say(uint32_t as, Endpoint to, std::span<const uint8_t> datagram) {
+    room.Net().Carry({room.World().Now(), &machine, {as, DEFAULT_PORT}, to, {datagram.begin(), datagram.end()}});
+  }
+  void SayToRoom(uint32_t as, std::span<const uint8_t> datagram) { Say(as, RoomAddress{}.group, datagram); }
+  void SayToSender(uint32_t as, std::span<const uint8_t> datagram) {
+    Say(as, {room.Sender().Address(), RoomAddress{}.ReplyPort()}, datagram);
+  }
+
+  static constexpr uint32_t ADDRESS = Ipv4(10, 0, 200, 1);
+
+ private:
+  Room& room;
+  SimMachine& machine;
+};
+
+/// A datagram of a block full of nonsense.
+inline std::vector<uint8_t> FalseBlock(Command command, BlockHead head) {
+  std::vector<uint8_t> datagram(MAX_DATAGRAM, 0xEE);
+  std::fill_n(datagram.begin(), BLOCK_HEAD_SIZE, uint8_t{0});
+  head.firstSending = command == CMD_DATA ? 1 : 0;
+  WriteHeader(command, datagram);
+  WriteFields(head, datagram);
+  return datagram;
+}
+
+inline size_t CountMessages(const SimMachine& machine, uint32_t number) {
+  size_t count = 0;
+  for (const RecordedMessage& message : machine.Messages()) count += message.number == number ? 1 : 0;
+  return count;
 }
 
 /// What was said after the stream, one line each: "receiver0: CMD_ACK file=2 block=5".
