@@ -1,20 +1,40 @@
-// What a name shows on a terminal: decodes UTF-8 strictly (no overlong forms, no surrogates) and lets through what
-// cannot steer the terminal or reorder the line.
+// What a name shows on a terminal: decodes UTF-8 strictly and lets through what cannot steer the terminal or reorder
+// the line.
 #include "cli/escape.h"
 
 #include <fmt/format.h>
 
-#include <cstdint>
+#include <algorithm>
+#include <array>
 
 namespace quorl::cli {
 namespace {
 
-struct Character {
-  uint32_t code = 0;
-  size_t length = 0;  ///< 0: not UTF-8.
+struct Range {
+  uint32_t first = 0;
+  uint32_t last = 0;
 };
 
-Character Decode(std::string_view text) {
+// Format and filler characters of the Unicode character database: they have no width, hide, join, or change the
+// direction of text.
+constexpr std::array<Range, 14> UNSEEN = {{{0x00, 0x1F},
+                                           {0x7F, 0x9F},
+                                           {0xAD, 0xAD},
+                                           {0x61C, 0x61C},
+                                           {0x115F, 0x1160},
+                                           {0x180E, 0x180E},
+                                           {0x200B, 0x200F},
+                                           {0x2028, 0x202E},
+                                           {0x2060, 0x206F},
+                                           {0x3164, 0x3164},
+                                           {0xFEFF, 0xFEFF},
+                                           {0xFFA0, 0xFFA0},
+                                           {0xFFF9, 0xFFFB},
+                                           {0xE0000, 0xE0FFF}}};
+
+}  // namespace
+
+Character DecodeUtf8(std::string_view text) {
   auto byte = [&](size_t index) { return static_cast<uint32_t>(static_cast<unsigned char>(text[index])); };
   uint32_t first = byte(0);
   if (first < 0x80) return {first, 1};
@@ -31,21 +51,24 @@ Character Decode(std::string_view text) {
   return {code, length};
 }
 
-bool IsHarmless(uint32_t code) {
-  if (code < 0x20 || (code >= 0x7F && code <= 0x9F)) return false;
-  bool joinerOrMark = code >= 0x200B && code <= 0x200F;
-  bool lineBreak = code == 0x2028 || code == 0x2029;
-  bool embedding = code >= 0x202A && code <= 0x202E;
-  bool isolate = code >= 0x2066 && code <= 0x2069;
-  return !joinerOrMark && !lineBreak && !embedding && !isolate && code != 0x061C && code != 0xFEFF;
+bool IsUtf8(std::string_view text) {
+  while (!text.empty()) {
+    Character character = DecodeUtf8(text);
+    if (character.length == 0) return false;
+    text.remove_prefix(character.length);
+  }
+  return true;
 }
 
-}  // namespace
+bool IsHarmless(uint32_t code) {
+  return std::none_of(UNSEEN.begin(), UNSEEN.end(),
+                      [code](const Range& range) { return code >= range.first && code <= range.last; });
+}
 
 std::string Escape(std::string_view text) {
   std::string shown;
   while (!text.empty()) {
-    Character character = Decode(text);
+    Character character = DecodeUtf8(text);
     size_t length = character.length == 0 ? 1 : character.length;
     if (character.length != 0 && IsHarmless(character.code)) {
       shown += text.substr(0, length);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "cli/escape.h"
+#include "cli/fact.h"
 #include "cli/interfaces.h"
 #include "cli/outcome.h"
 #include "cli/progress.h"
@@ -38,6 +39,19 @@ TEST(Escape, ShowsBytesThatAreNoUtf8) {
   EXPECT_EQ(Escape("\xed\xa0\x80"), "\\xed\\xa0\\x80") << "a surrogate";
   EXPECT_EQ(Escape("\xf4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80") << "beyond the last character";
   EXPECT_EQ(Escape("\xc3\xa4\xc3"), "ä\\xc3");
+}
+
+TEST(Facts, BecomeJsonThatAnyBytesLeaveIntact) {
+  EXPECT_EQ(JsonString("a \"b\" \\ ä 😀"), "\"a \\\"b\\\" \\\\ ä 😀\"");
+  EXPECT_EQ(JsonString("\x1b[31m\n\x7f"), "\"\\u001b[31m\\u000a\\u007f\"");
+  EXPECT_EQ(JsonString("\xe2\x80\xae"), "\"\\u202e\"");
+  EXPECT_EQ(JsonString("\xf3\xa0\x81\x81"), "\"\\udb40\\udc41\"") << "an invisible tag, beyond the first plane";
+  Fact fact("file");
+  fact.Add("path", "a\xff").Add("blocks", uint64_t{18446744073709551615u}).Add("whole", false);
+  fact.Add("list", std::vector<std::string>{"x", "y"}).Add("rows", std::vector<Fact>{Fact("row")});
+  EXPECT_EQ(fact.Fields(),
+            "\"type\":\"file\",\"path\":\"a\\ufffd\",\"path_hex\":\"61ff\",\"blocks\":18446744073709551615,"
+            "\"whole\":false,\"list\":[\"x\",\"y\"],\"rows\":[{\"type\":\"row\"}]");
 }
 
 constexpr uint32_t Ip(uint32_t a, uint32_t b, uint32_t c, uint32_t d) {
