@@ -34,8 +34,10 @@ class TemporaryDirectory {
   TemporaryDirectory() {
     std::string pattern = (fs::temp_directory_path() / "quorl-demo-XXXXXX").native();
     if (mkdtemp(pattern.data()) == nullptr) {
-      throw Failure{Exit::LocalFiles, fmt::format("no temporary directory in {}", fs::temp_directory_path().native()),
-                    std::strerror(errno), "TMPDIR can name another place."};
+      throw Failure{Exit::LocalFiles,
+                    fmt::format("no temporary directory in {}", fs::temp_directory_path().native()),
+                    std::strerror(errno),
+                    {"TMPDIR can name another place."}};
     }
     path = pattern;
   }
@@ -58,7 +60,7 @@ class Child {
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     process = fork();
-    if (process < 0) throw Failure{Exit::Other, "a process could not be started", std::strerror(errno), ""};
+    if (process < 0) throw Failure{Exit::Other, "a process could not be started", std::strerror(errno), {}};
     if (process > 0) return;
     int file = log.empty() ? -1 : open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (file >= 0 && (dup2(file, STDOUT_FILENO) < 0 || dup2(file, STDERR_FILENO) < 0)) _exit(127);
@@ -106,7 +108,7 @@ uint32_t ChoosePort() {
     uint32_t port = 30000 + (start + i) % 30000;
     if (IsFree(port) && IsFree(port + 2)) return port;
   }
-  throw Failure{Exit::Other, "no free port", "all from 30000 to 59999 are in use", ""};
+  throw Failure{Exit::Other, "no free port", "all from 30000 to 59999 are in use", {}};
 }
 
 std::string Address(int index) {
@@ -115,14 +117,14 @@ std::string Address(int index) {
 
 class Demo {
  public:
-  explicit Demo(Console& console) : console(console), port(std::to_string(ChoosePort())) {}
+  explicit Demo(Reporter& reporter) : reporter(reporter), port(std::to_string(ChoosePort())) {}
 
   int Run() {
     const fs::path source = directory.path / "source";
     MakeDemoTree(source / "tree");
-    console.Say(fmt::format("One sender at 127.0.0.1, {} receivers at 127.0.0.2 to 127.0.0.4, multicast on port {}.",
-                            RECEIVERS, port));
-    console.Say("");
+    reporter.Say(fmt::format("One sender at 127.0.0.1, {} receivers at 127.0.0.2 to 127.0.0.4, multicast on port {}.",
+                             RECEIVERS, port));
+    reporter.Say("");
     std::vector<Child> receivers;
     for (int i = 0; i < RECEIVERS; ++i) {
       fs::create_directory(Target(i));
@@ -134,17 +136,17 @@ class Demo {
         {"send", source / "tree", "--interface", "127.0.0.1", "--port", port, "--wait-for", std::to_string(RECEIVERS)},
         {});
     int sent = sender.Wait();
-    console.Say("");
+    reporter.Say("");
     bool allWell = sent == 0;
-    if (!allWell) console.Say(fmt::format("The sender ended with exit code {}.", sent));
+    if (!allWell) reporter.Say(fmt::format("The sender ended with exit code {}.", sent));
     for (int i = 0; i < RECEIVERS; ++i) {
       if (!allWell) receivers[static_cast<size_t>(i)].Interrupt();
       int code = receivers[static_cast<size_t>(i)].Wait();
       allWell = Judge(i, code, CompareTrees(source, Target(i))) && allWell;
     }
-    console.Say(fmt::format("\n{} in {}.",
-                            allWell ? "All trees are identical, byte for byte," : "NOT all trees are identical,",
-                            FormatDuration(Clock::now() - started)));
+    reporter.Say(fmt::format("\n{} in {}.",
+                             allWell ? "All trees are identical, byte for byte," : "NOT all trees are identical,",
+                             FormatDuration(Clock::now() - started)));
     return allWell ? 0 : 1;
   }
 
@@ -154,15 +156,15 @@ class Demo {
 
   bool Judge(int index, int code, const std::vector<std::string>& differences) {
     if (code == 0 && differences.empty()) {
-      console.Say(fmt::format("  {}  identical   {}", Address(index), LastLine(Log(index))));
+      reporter.Say(fmt::format("  {}  identical   {}", Address(index), LastLine(Log(index))));
       return true;
     }
-    console.Say(fmt::format("  {}  DIFFERS     exit code {}, {}", Address(index), code,
-                            Count(differences.size(), "difference")));
-    for (size_t i = 0; i < std::min<size_t>(differences.size(), 10); ++i) console.Say("      " + differences[i]);
-    console.Say("      its output:");
+    reporter.Say(fmt::format("  {}  DIFFERS     exit code {}, {}", Address(index), code,
+                             Count(differences.size(), "difference")));
+    for (size_t i = 0; i < std::min<size_t>(differences.size(), 10); ++i) reporter.Say("      " + differences[i]);
+    reporter.Say("      its output:");
     std::ifstream log(Log(index));
-    for (std::string line; std::getline(log, line);) console.Say("      | " + line);
+    for (std::string line; std::getline(log, line);) reporter.Say("      | " + line);
     return false;
   }
 
@@ -173,15 +175,15 @@ class Demo {
     return last;
   }
 
-  Console& console;
+  Reporter& reporter;
   TemporaryDirectory directory;
   std::string port;
 };
 
 }  // namespace
 
-int RunDemo(Console& console) {
-  return Demo(console).Run();
+int RunDemo(const Options&, Reporter& reporter) {
+  return Demo(reporter).Run();
 }
 
 }  // namespace quorl::cli

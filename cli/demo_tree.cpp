@@ -30,7 +30,7 @@ void WriteFile(const fs::path& path, size_t size) {
   std::ofstream file(path, std::ios::binary);
   file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   file.close();
-  if (!file) throw Failure{Exit::LocalFiles, fmt::format("\"{}\" cannot be written", Escape(path.native())), "", ""};
+  if (!file) throw Failure{Exit::LocalFiles, fmt::format("\"{}\" cannot be written", Escape(path.native())), "", {}};
 }
 
 std::map<fs::path, fs::directory_entry> List(const fs::path& root) {

@@ -47,9 +47,10 @@ uint32_t FindWanted(const std::string& wanted, std::span<const Interface> interf
   for (const Interface& one : interfaces) {
     known += fmt::format("{}{} {}", known.empty() ? "" : ", ", one.name, FormatAddress(one.address));
   }
-  throw Failure{Exit::Usage, fmt::format("--interface \"{}\" cannot be used", Escape(wanted)),
+  throw Failure{Exit::Usage,
+                fmt::format("--interface \"{}\" cannot be used", Escape(wanted)),
                 "no interface of this machine that is up has that name or IPv4 address",
-                fmt::format("There are: {}", known.empty() ? "none" : known)};
+                {fmt::format("There are: {}", known.empty() ? "none" : known)}};
 }
 
 }  // namespace

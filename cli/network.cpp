@@ -29,11 +29,21 @@ Network ResolveNetwork(const NetworkOptions& options) {
   return network;
 }
 
-void SayInterface(Console& console, const Network& network) {
+Fact NetworkFact(const Network& network) {
+  Fact fact("network");
+  fact.Add("interface", network.interface.name).Add("address", FormatAddress(network.interface.address));
+  fact.Add("reason", network.interface.reason).Add("others", network.interface.others);
+  return fact.Add("group", FormatAddress(network.group)).Add("port", network.port).Add("reply_port", network.port + 2);
+}
+
+void SayNetwork(Reporter& reporter, const Network& network) {
   std::string others;
-  for (const std::string& other : network.interface.others) others += (others.empty() ? "" : ", ") + other;
-  if (!others.empty()) others = fmt::format("   (also: {}; choose with --interface)", others);
-  console.Say(fmt::format("Interface  {}, {}{}", network.InterfaceText(), network.interface.reason, others));
+  if (!network.interface.others.empty()) {
+    others = fmt::format("   (also: {}; choose with --interface)", fmt::join(network.interface.others, ", "));
+  }
+  reporter.Say(NetworkFact(network),
+               fmt::format("Interface  {}, {}{}\nGroup      {}, replies on {}", network.InterfaceText(),
+                           network.interface.reason, others, network.GroupText(), network.port + 2));
 }
 
 }  // namespace quorl::cli

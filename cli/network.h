@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <string>
 
-#include "cli/console.h"
 #include "cli/interfaces.h"
 #include "cli/options.h"
+#include "cli/reporter.h"
 
 namespace quorl::cli {
 
@@ -22,7 +22,9 @@ struct Network {
 /// Throws a Failure when the interface cannot be used.
 Network ResolveNetwork(const NetworkOptions& options);
 
-/// Says which interface is used, why, and what else there is.
-void SayInterface(Console& console, const Network& network);
+Fact NetworkFact(const Network& network);
+
+/// Says which interface is used and why, what else there is, and the group with its ports.
+void SayNetwork(Reporter& reporter, const Network& network);
 
 }  // namespace quorl::cli

@@ -2,164 +2,159 @@
 // tested with plain structures.
 #include "cli/options.h"
 
-#include <arpa/inet.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cctype>
+#include <cstdlib>
+#include <numeric>
 #include <sstream>
 
-#include "cli/units.h"
+#include "cli/escape.h"
+#include "cli/option_table.h"
+#include "cli/outcome.h"
 
 namespace quorl::cli {
 namespace {
 
-constexpr size_t LONGEST_NAME = 519;
+Failure WrongUse(const std::string& what, const std::string& why, std::vector<std::string> next) {
+  return {Exit::Usage, what, why, std::move(next)};
+}
 
-uint32_t ParseGroup(const std::string& text) {
-  in_addr address{};
-  if (inet_pton(AF_INET, text.c_str(), &address) != 1 || !IN_MULTICAST(ntohl(address.s_addr))) {
-    throw CLI::ValidationError("--group",
-                               "\"" + text + "\" is no IPv4 multicast address (224.0.0.0 to 239.255.255.255)");
+void AddOption(CLI::App& command, const OptionRow& row, Options& options) {
+  std::string names = *row.shortName == '\0' ? row.name : std::string(row.shortName) + "," + row.name;
+  auto set = [&row, &options](const std::string& text) {
+    try {
+      row.set(options, text);
+    } catch (const WrongValue& wrong) {
+      throw WrongUse(std::string(row.name) + " cannot be taken", Escape(wrong.why), {});
+    }
+  };
+  CLI::Option* option = nullptr;
+  if (*row.argument == '\0') {
+    auto setFlag = [set](int64_t count) {
+      if (count > 0) set(std::to_string(count));
+    };
+    option = command.add_flag_function(names, setFlag, row.help);
+  } else {
+    option = command.add_option_function<std::string>(names, set, row.help)->type_name(row.argument);
   }
-  return address.s_addr;
+  option->envname(EnvironmentName(row));
 }
 
-/// The range without its description, which would stand in the help instead of the option's own words.
-CLI::Validator Between(int lowest, int highest) {
-  return CLI::Range(lowest, highest).description("");
+CLI::App* AddCommand(CLI::App& app, const CommandRow& row, Options& options, std::vector<std::string>& words) {
+  CLI::App* command = app.add_subcommand(row.name, row.summary);
+  // What is left over is judged here, where a near name can be offered.
+  command->allow_extras();
+  if (*row.arguments != '\0') command->add_option(row.arguments, words, row.argumentsHelp)->type_name("");
+  for (const OptionRow& option : OptionRows()) {
+    if ((option.commands & static_cast<unsigned>(row.command)) != 0) AddOption(*command, option, options);
+  }
+  return command;
 }
 
-void AddNetworkOptions(CLI::App& command, NetworkOptions& network) {
-  command
-      .add_option_function<std::string>(
-          "--group", [&network](const std::string& text) { network.group = ParseGroup(text); },
-          "multicast group (235.9.2.9)")
-      ->type_name("ADDRESS");
-  command.add_option("--port", network.port, "UDP port of the group; answers come on the port two above (27001)")
-      ->check(Between(1, 65533))
-      ->type_name("N");
-  command.add_option("--interface", network.interface, "local address or interface name to use")
-      ->type_name("ADDRESS|NAME");
+/// How many letters have to be put in, taken out or exchanged to make one word of the other.
+size_t Distance(const std::string& left, const std::string& right) {
+  std::vector<size_t> row(right.size() + 1);
+  std::iota(row.begin(), row.end(), size_t{0});
+  for (size_t i = 0; i < left.size(); ++i) {
+    size_t diagonal = std::exchange(row[0], i + 1);
+    for (size_t j = 0; j < right.size(); ++j) {
+      size_t replaced = diagonal + (left[i] == right[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
+    }
+  }
+  return row.back();
 }
 
-void AddSendOptions(CLI::App& command, SendOptions& send, bool& waitGiven) {
-  command.add_option("PATH", send.paths, "files and directories to send")->required()->type_name("");
-  AddNetworkOptions(command, send.network);
-  command
-      .add_option_function<std::string>(
-          "--rate",
-          [&send](const std::string& text) {
-            auto rate = ParseRate(text);
-            if (!rate)
-              throw CLI::ValidationError("--rate", "\"" + text + "\" is no rate; say 200M, 1.5G or compatible");
-            send.rate = *rate;
-          },
-          "bit/s on the wire, with K, M or G; \"compatible\": the fixed pace of older hosts (100M)")
-      ->type_name("R");
-  command.add_option("--wait-for", send.waitFor, "start when N receivers have answered (1)")
-      ->check(Between(1, 200))
-      ->type_name("N");
-  command
-      .add_option_function<int>(
-          "--wait",
-          [&send, &waitGiven](int seconds) {
-            send.wait = std::chrono::seconds(seconds);
-            waitGiven = true;
-          },
-          "how long to wait for receivers (30 with --wait-for, else they are asked once)")
-      ->check(Between(0, 86400))
-      ->type_name("SECONDS");
-  command.add_flag_callback(
-      "--no-subdirs", [&send] { send.subdirectories = false; }, "of a directory send only the files directly in it");
-  command
-      .add_option_function<std::string>(
-          "--target",
-          [&send](const std::string& text) {
-            send.target = TargetFromText(text);
-            if (send.target.empty()) {
-              throw CLI::ValidationError("--target",
-                                         "\"" + text + "\" is neither an absolute directory nor a drive path");
-            }
-          },
-          "directory that receivers are asked to use; \"quorl receive\" keeps to its own")
-      ->type_name("DIR");
-  command
-      .add_option_function<std::string>(
-          "--open-name",
-          [&send](const std::string& text) {
-            send.openName = OpenNameFromText(text);
-            if (send.openName.empty()) throw CLI::ValidationError("--open-name", "\"" + text + "\" cannot travel");
-          },
-          "file of the selection that receiving hosts are to open at the end")
-      ->type_name("NAME");
+std::vector<std::string> Suggest(const std::string& word, const std::vector<std::string>& known) {
+  auto nearer = [&](const std::string& a, const std::string& b) { return Distance(word, a) < Distance(word, b); };
+  auto nearest = std::min_element(known.begin(), known.end(), nearer);
+  if (nearest == known.end() || Distance(word, *nearest) > std::max<size_t>(2, word.size() / 3)) return {};
+  return {"Did you mean " + *nearest + "?"};
 }
 
-void AddReceiveOptions(CLI::App& command, ReceiveOptions& receive) {
-  command.add_option("DIR", receive.directory, "directory that everything is kept under (the current one)")
-      ->type_name("");
-  AddNetworkOptions(command, receive.network);
-  command
-      .add_option_function<int>(
-          "--timeout", [&receive](int seconds) { receive.timeout = std::chrono::seconds(seconds); },
-          "give up when no transfer has started by then")
-      ->check(Between(1, 604800))
-      ->type_name("SECONDS");
+void RejectUnknownCommand(int argumentCount, const char* const* arguments) {
+  std::vector<std::string> known;
+  for (const CommandRow& row : CommandRows()) known.emplace_back(row.name);
+  if (argumentCount < 2) {
+    throw WrongUse(
+        "quorl what?", "no command is named",
+        {"quorl receive          on every machine that is to get the files, in the directory for them",
+         "quorl send PATH...     on the machine that has them",
+         "quorl demo             the whole thing on this machine alone", "\"quorl --help\" tells the rest."});
+  }
+  std::string word = arguments[1];
+  if (word.starts_with('-') || std::find(known.begin(), known.end(), word) != known.end()) return;
+  auto next = Suggest(word, known);
+  next.emplace_back("\"quorl --help\" shows the commands.");
+  throw WrongUse("there is no command \"" + Escape(word) + "\"", "", next);
+}
+
+void RejectUnknownWords(const CLI::App& app, const CLI::App* command) {
+  auto unknown = app.remaining(true);
+  if (unknown.empty()) return;
+  std::vector<std::string> known;
+  std::string name = command == nullptr ? "" : command->get_name() + " ";
+  if (command != nullptr) {
+    for (const CLI::Option* option : command->get_options()) {
+      if (!option->get_positional()) known.push_back(option->get_name());
+    }
+  }
+  std::string word = unknown.front();
+  auto next = word.starts_with("-") ? Suggest(word.substr(0, word.find('=')), known) : std::vector<std::string>{};
+  next.push_back("\"quorl " + name + "--help\" shows what there is.");
+  throw WrongUse("quorl " + name + "does not know \"" + Escape(word) + "\"", "", next);
+}
+
+void TakeWords(Options& options, const std::vector<std::string>& words) {
+  if (options.command == Command::Send) {
+    options.send.paths = words;
+    if (!words.empty()) return;
+    throw WrongUse("nothing to send", "no file or directory is named",
+                   {"quorl send images/ setup.msi           shows who listens, and asks before it starts",
+                    "quorl send images/ --yes --rate 400M   starts at once, at 400 Mbit/s",
+                    "\"quorl list\" shows who listens.", "\"quorl send --help\" tells the rest."});
+  }
+  if (words.empty()) return;
+  // A directory that is named goes before one in the environment, but not silently before --to.
+  bool named = !options.receive.directory.empty() && std::getenv("QUORL_TO") == nullptr;
+  if (words.size() > 1 || named) throw WrongUse("more than one directory is named", "everything goes to one", {});
+  options.receive.directory = words.front();
+}
+
+std::string Footer() {
+  std::string text = "Each option can stand in the environment, --wait-for as QUORL_WAIT_FOR.\nExit codes:";
+  for (const ExitRow& row : ExitRows()) text += "\n  " + std::to_string(row.code) + "  " + row.meaning;
+  return text;
 }
 
 }  // namespace
 
-std::string TargetFromText(const std::string& text) {
-  std::string target = text;
-  bool local = target.starts_with('/');
-  if (local && target.find('\\') != std::string::npos) return "";
-  if (local) {
-    while (target.size() > 1 && target.back() == '/') target.pop_back();
-    std::replace(target.begin(), target.end(), '/', '\\');
-    target = "C:" + target;
-  }
-  bool drivePath = target.size() >= 3 && std::isalpha(static_cast<unsigned char>(target[0])) != 0 && target[1] == ':' &&
-                   target[2] == '\\';
-  return drivePath && target.size() <= LONGEST_NAME ? target : "";
-}
-
-std::string OpenNameFromText(const std::string& text) {
-  std::string name = text;
-  std::replace(name.begin(), name.end(), '/', '\\');
-  if (!name.starts_with('\\')) name = "\\" + name;
-  return name.size() > 1 && name.size() <= LONGEST_NAME ? name : "";
-}
-
 Invocation ParseCommandLine(int argumentCount, const char* const* arguments) {
+  RejectUnknownCommand(argumentCount, arguments);
   Invocation invocation;
-  bool waitGiven = false;
+  Options& options = invocation.options;
   CLI::App app("Sends files and directories from one machine to a room of machines at once.", "quorl");
-  app.set_version_flag("--version", "quorl " QUORL_VERSION);
-  app.require_subcommand(1);
-  app.footer(
-      "Examples:\n"
-      "  quorl receive                  on every machine that is to get the files, in the directory for them\n"
-      "  quorl send PATH...             on the machine that has them\n"
-      "  quorl demo                     the whole thing on this machine alone\n"
-      "Exit codes: 0 all complete, 1 other error, 2 usage, 3 nobody there, 4 partly, 5 all failed,\n"
-      "  6 group busy, 7 local files, 8 no room or unsuitable disk, 9 peer lost, 130/143 by signal");
-  CLI::App* send = app.add_subcommand("send", "send files and directories to everyone who listens");
-  AddSendOptions(*send, invocation.send, waitGiven);
-  CLI::App* receive = app.add_subcommand("receive", "wait for a transfer and receive it");
-  AddReceiveOptions(*receive, invocation.receive);
-  app.add_subcommand("demo", "one sender and three receivers on this machine, with a proof");
+  app.set_version_flag("--version", "quorl " QUORL_VERSION
+                                    "\nGroup 235.9.2.9, port 27001, answers on port 27003, heartbeat on port 28000.");
+  app.footer(Footer());
+  app.allow_extras();
+  std::vector<std::string> words;
+  std::vector<CLI::App*> commands;
+  for (const CommandRow& row : CommandRows()) commands.push_back(AddCommand(app, row, options, words));
   try {
     app.parse(argumentCount, arguments);
   } catch (const CLI::ParseError& error) {
     std::ostringstream text;
-    bool wanted = app.exit(error, text, text) == 0;
-    invocation.text = (wanted ? "" : "error: ") + text.str();
-    if (!invocation.text.ends_with('\n')) invocation.text += '\n';
-    invocation.exitCode = wanted ? 0 : 2;
+    if (app.exit(error, text, text) != 0) throw WrongUse("wrong use", error.what(), {"\"quorl --help\" helps."});
+    invocation.text = text.str();
     return invocation;
   }
-  if (!waitGiven && send->count("--wait-for") != 0) invocation.send.wait = std::chrono::seconds(30);
-  invocation.command = send->parsed() ? Command::Send : receive->parsed() ? Command::Receive : Command::Demo;
+  CLI::App* command = app.get_subcommands().empty() ? nullptr : app.get_subcommands().front();
+  RejectUnknownWords(app, command);
+  auto place = std::find(commands.begin(), commands.end(), command) - commands.begin();
+  options.command = CommandRows()[static_cast<size_t>(place)].command;
+  TakeWords(options, words);
   return invocation;
 }
 

@@ -1,8 +1,33 @@
 #include "cli/outcome.h"
 
 #include <algorithm>
+#include <array>
 
 namespace quorl::cli {
+namespace {
+
+constexpr std::array EXITS = {
+    ExitRow{0, "everything is complete"},
+    ExitRow{1, "another error"},
+    ExitRow{2, "wrong use"},
+    ExitRow{3, "nobody there: no receiver answered, or no sender came in time"},
+    ExitRow{4, "partly: some receivers or some files failed"},
+    ExitRow{5, "every receiver failed"},
+    ExitRow{6, "another sender is active on the group"},
+    ExitRow{7, "files of this machine cannot be read or written"},
+    ExitRow{8, "no room, or not a local disk"},
+    ExitRow{9, "the other side is lost, has stopped, or timed out"},
+    ExitRow{10, "what arrived is not what the manifest vouches for"},
+    ExitRow{129, "ended by a closed terminal"},
+    ExitRow{130, "ended by Ctrl-C"},
+    ExitRow{143, "ended by a request to terminate"},
+};
+
+}  // namespace
+
+std::span<const ExitRow> ExitRows() {
+  return EXITS;
+}
 
 std::string StatusInWords(uint32_t status) {
   switch (status) {

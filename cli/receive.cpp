@@ -30,18 +30,20 @@ std::string UsableDirectory(const std::string& text) {
   if (!error && !std::filesystem::is_directory(directory, error)) why = "Not a directory";
   if (why.empty() && access(directory.c_str(), W_OK | X_OK) != 0) why = std::strerror(errno);
   if (!why.empty()) {
-    throw Failure{Exit::LocalFiles, fmt::format("nothing can be received into \"{}\"", Escape(text)), why,
-                  "Name a directory that exists and can be written."};
+    throw Failure{Exit::LocalFiles,
+                  fmt::format("nothing can be received into \"{}\"", Escape(text)),
+                  why,
+                  {"Name a directory that exists and can be written."}};
   }
   return directory.native();
 }
 
 class Receiving {
  public:
-  Receiving(const ReceiveOptions& options, Console& console)
+  Receiving(const Options& options, Reporter& reporter)
       : options(options),
-        console(console),
-        directory(UsableDirectory(options.directory)),
+        reporter(reporter),
+        directory(UsableDirectory(options.receive.directory.empty() ? "." : options.receive.directory)),
         network(ResolveNetwork(options.network)) {}
   ~Receiving() { DeInitClient(); }
   Receiving(const Receiving&) = delete;
@@ -50,27 +52,31 @@ class Receiving {
   int Run() {
     SetProfile(1);
     if (SetReceiveRoot(directory.c_str()) == 0) {
-      throw Failure{Exit::LocalFiles, fmt::format("nothing can be received into \"{}\"", Escape(directory)),
-                    "it is no directory any more", ""};
+      throw Failure{Exit::LocalFiles,
+                    fmt::format("nothing can be received into \"{}\"", Escape(directory)),
+                    "it is no directory any more",
+                    {}};
     }
     if (InitClient(inbox.Window(), network.group, network.port, network.interface.address) == 0) {
-      throw Failure{
-          Exit::Other, fmt::format("cannot listen on {} through {}", network.GroupText(), network.InterfaceText()),
-          "a socket could not be opened", "Another program may hold the port; another --port or --interface may help."};
+      throw Failure{Exit::Other,
+                    fmt::format("cannot listen on {} through {}", network.GroupText(), network.InterfaceText()),
+                    "a socket could not be opened",
+                    {"Another program may hold the port; another --port or --interface may help."}};
     }
     StartReceive();
-    SayInterface(console, network);
-    console.Say(fmt::format("Waiting for a sender on {}, to receive into {}   (Ctrl-C to stop)", network.GroupText(),
-                            Escape(directory)));
+    SayNetwork(reporter, network);
+    reporter.Say(fmt::format("Waiting for a sender on {}, to receive into {}   (Ctrl-C to stop)", network.GroupText(),
+                             Escape(directory)));
     waitingSince = Clock::now();
     while (true) {
       if (auto code = Step(inbox.Next(100ms))) return *code;
-      if (console.WantsProgress() && announced) ShowProgress();
-      if (!announced && options.timeout > 0s && Clock::now() - waitingSince >= options.timeout) {
+      if (reporter.WantsProgress() && announced) ShowProgress();
+      if (!announced && options.receive.timeout > 0s && Clock::now() - waitingSince >= options.receive.timeout) {
         throw Failure{
-            Exit::Nobody, fmt::format("no sender came within {}", FormatDuration(options.timeout)),
+            Exit::Nobody,
+            fmt::format("no sender came within {}", FormatDuration(options.receive.timeout)),
             fmt::format("nothing was announced on {} through {}", network.GroupText(), network.InterfaceText()),
-            "Is \"quorl send\" running in the same network, with the same group and port?"};
+            {"Is \"quorl send\" running in the same network, with the same group and port?"}};
       }
     }
   }
@@ -85,7 +91,7 @@ class Receiving {
     auto status = static_cast<uint32_t>(event.wParam);
     // A file that cannot be written does not end the others; the end comes when the sender is through.
     if (status == QUORL_STATUS_FILE_UNWRITABLE) {
-      console.Warn(fmt::format("error: {} (status {}); the other files go on", StatusInWords(status), status));
+      reporter.Warn(fmt::format("error: {} (status {}); the other files go on", StatusInWords(status), status));
       return std::nullopt;
     }
     return Finish(event);
@@ -94,12 +100,12 @@ class Receiving {
   void SayTask(const Event& event) {
     announced = true;
     started = Clock::now();
-    console.Say(fmt::format("From {}: {}, {}", FormatAddress(State().senderAddress), Count(event.wParam, "file"),
-                            Count(static_cast<uint64_t>(event.lParam), "block")));
+    reporter.Say(fmt::format("From {}: {}, {}", FormatAddress(State().senderAddress), Count(event.wParam, "file"),
+                             Count(static_cast<uint64_t>(event.lParam), "block")));
   }
 
   int Interrupted(int signal) {
-    console.Say(announced ? fmt::format("Stopped: {}", Stored(State())) : "Stopped: no transfer had started");
+    reporter.Say(announced ? fmt::format("Stopped: {}", Stored(State())) : "Stopped: no transfer had started");
     return 128 + signal;
   }
 
@@ -109,19 +115,21 @@ class Receiving {
     bool stopped = status == 0 && event.lParam == 0;
     bool complete = !stopped && status == 0 && ReceiverExit(state) == Exit::Complete;
     if (complete) {
-      console.Say(fmt::format("Complete: {}, {}, in {}, nothing missing", Count(state.files, "file"),
-                              Count(state.blocksStored, "block"), FormatDuration(Clock::now() - started)));
+      reporter.Say(fmt::format("Complete: {}, {}, in {}, nothing missing", Count(state.files, "file"),
+                               Count(state.blocksStored, "block"), FormatDuration(Clock::now() - started)));
       if (!event.text.empty())
-        console.Say(fmt::format("The sender suggests to open \"{}\"; not opened", Escape(event.text)));
+        reporter.Say(fmt::format("The sender suggests to open \"{}\"; not opened", Escape(event.text)));
       return 0;
     }
     if (state.status == 0) state.status = status;
     std::string why = stopped             ? "the sender stopped it"
                       : state.status != 0 ? fmt::format("{} (status {})", StatusInWords(state.status), state.status)
                                           : "the sender ended it before everything was here";
-    console.Report({Exit::Other,
-                    announced ? fmt::format("the transfer is not complete, {}", Stored(state)) : "nothing was received",
-                    why, "Start \"quorl receive\" again, then send again."});
+    reporter.Complain(
+        {Exit::Other,
+         announced ? fmt::format("the transfer is not complete, {}", Stored(state)) : "nothing was received",
+         why,
+         {"Start \"quorl receive\" again, then send again."}});
     return static_cast<int>(ReceiverExit(state) == Exit::Complete ? Exit::PeerLost : ReceiverExit(state));
   }
 
@@ -132,7 +140,8 @@ class Receiving {
   void ShowProgress() {
     QuorlReceiveState state = State();
     meter.Add(Clock::now(), state.blocksStored * BLOCK_SIZE);
-    console.Progress(ReceiveLine(state, meter.PerSecond(), inbox.CurrentFile()));
+    std::string line = ReceiveLine(state, meter.PerSecond(), inbox.CurrentFile());
+    reporter.Progress({{line}, line});
   }
 
   static QuorlReceiveState State() {
@@ -141,8 +150,8 @@ class Receiving {
     return state;
   }
 
-  const ReceiveOptions& options;
-  Console& console;
+  const Options& options;
+  Reporter& reporter;
   Inbox inbox;
   std::string directory;
   Network network;
@@ -154,8 +163,8 @@ class Receiving {
 
 }  // namespace
 
-int RunReceive(const ReceiveOptions& options, Console& console) {
-  return Receiving(options, console).Run();
+int RunReceive(const Options& options, Reporter& reporter) {
+  return Receiving(options, reporter).Run();
 }
 
 }  // namespace quorl::cli

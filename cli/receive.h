@@ -1,11 +1,11 @@
 #pragma once
 
-#include "cli/console.h"
 #include "cli/options.h"
+#include "cli/reporter.h"
 
 namespace quorl::cli {
 
 /// `quorl receive`: one transfer. Returns the exit code; throws a Failure.
-int RunReceive(const ReceiveOptions& options, Console& console);
+int RunReceive(const Options& options, Reporter& reporter);
 
 }  // namespace quorl::cli

@@ -28,7 +28,8 @@ constexpr std::string_view DELETED = "*?><";
 constexpr std::string_view CANNOT_TRAVEL = "\\*?><\"|:";
 
 Failure CannotBeSent(const fs::path& path, const std::string& why) {
-  return {Exit::LocalFiles, fmt::format("\"{}\" cannot be sent", Escape(path.native())), why, "Nothing has been sent."};
+  return {
+      Exit::LocalFiles, fmt::format("\"{}\" cannot be sent", Escape(path.native())), why, {"Nothing has been sent."}};
 }
 
 /// The absolute path of what the user named. Only what has no name of its own (".", "a/..", a link to a directory,
@@ -54,9 +55,10 @@ char LetterFor(const fs::path& directory, std::vector<DriveMapping>& drives) {
   }
   size_t count = drives.size();
   if (count > static_cast<size_t>(LAST_LETTER - FIRST_LETTER)) {
-    throw Failure{Exit::Usage, "the paths lie in too many different directories",
+    throw Failure{Exit::Usage,
+                  "the paths lie in too many different directories",
                   fmt::format("one transfer takes them from {} at most", LAST_LETTER - FIRST_LETTER + 1),
-                  "Send the directories that hold them, or send in turns."};
+                  {"Send the directories that hold them, or send in turns."}};
   }
   auto letter = static_cast<char>(FIRST_LETTER + static_cast<char>(count));
   drives.push_back({letter, directory.native()});
@@ -95,9 +97,8 @@ class Walk {
   /// Throws when something would fail at its turn, and with it the transfer.
   void Finish() const {
     if (unfitCount == 0) return;
-    std::string more = unfitCount > 1 ? fmt::format(" The same is true of {} more.", unfitCount - 1) : "";
     Failure failure = CannotBeSent(firstUnfit, firstReason);
-    failure.next += more;
+    if (unfitCount > 1) failure.why += fmt::format(" ... and {} more", unfitCount - 1);
     throw failure;
   }
 
@@ -151,7 +152,8 @@ void RejectSameName(const std::vector<fs::path>& chosen, const fs::path& path) {
     throw Failure{
         Exit::Usage,
         fmt::format("\"{}\" and \"{}\" would arrive under one name", Escape(earlier.native()), Escape(path.native())),
-        "receivers get each path under its last component", "Send them one after the other."};
+        "receivers get each path under its last component",
+        {"Send them one after the other."}};
   }
 }
 
@@ -166,8 +168,10 @@ Selection SurveySelection(const std::vector<std::string>& paths, bool subdirecto
     std::string name = path.filename().native();
     if (std::find(chosen.begin(), chosen.end(), path) != chosen.end()) continue;
     if (name.empty())
-      throw Failure{Exit::Usage, "the root directory cannot be sent", "it has no name to arrive under",
-                    "Name the directories in it."};
+      throw Failure{Exit::Usage,
+                    "the root directory cannot be sent",
+                    "it has no name to arrive under",
+                    {"Name the directories in it."}};
     RejectSameName(chosen, path);
     if (name.find_first_of(CANNOT_TRAVEL) != std::string::npos) {
       throw CannotBeSent(path, "a name with one of \\ * ? > < \" | : cannot travel");

@@ -30,10 +30,10 @@ struct Ending {
 
 class Sending {
  public:
-  Sending(const SendOptions& options, Console& console)
+  Sending(const Options& options, Reporter& reporter)
       : options(options),
-        console(console),
-        selection(SurveySelection(options.paths, options.subdirectories)),
+        reporter(reporter),
+        selection(SurveySelection(options.send.paths, options.send.subdirectories)),
         network(ResolveNetwork(options.network)) {}
   ~Sending() { DeInitServer(); }
   Sending(const Sending&) = delete;
@@ -42,7 +42,7 @@ class Sending {
   int Run() {
     SayPlan();
     SetProfile(1);
-    SetSendRate(options.rate);
+    SetSendRate(options.send.rate);
     if (int signal = Collect()) return 128 + signal;
     Select();
     started = Clock::now();
@@ -53,44 +53,45 @@ class Sending {
 
  private:
   void SayPlan() {
-    SayInterface(console, network);
-    console.Say(fmt::format("Group      {}, answers on port {}", network.GroupText(), network.port + 2));
-    console.Say(
+    SayNetwork(reporter, network);
+    reporter.Say(
         fmt::format("Selection  {} in {}, {}", Count(selection.files, "file"),
                     selection.directories == 1 ? "1 directory" : fmt::format("{} directories", selection.directories),
                     FormatBytes(selection.bytes)));
-    console.Say(fmt::format("Rate       {}{}", FormatLinkRate(options.rate), EstimatedTime()));
+    reporter.Say(fmt::format("Rate       {}{}", FormatLinkRate(options.send.rate), EstimatedTime()));
     SayRemarks("left out", selection.leftOut);
     SayRemarks("renamed", selection.renamed);
   }
 
   std::string EstimatedTime() const {
-    if (options.rate == 0) return "";
-    std::chrono::duration<double> stream(static_cast<double>(selection.bytes) * 8 / (options.rate * 1000.0));
+    if (options.send.rate == 0) return "";
+    std::chrono::duration<double> stream(static_cast<double>(selection.bytes) * 8 / (options.send.rate * 1000.0));
     return fmt::format(", about {} and what repairs take",
                        FormatDuration(std::chrono::duration_cast<std::chrono::nanoseconds>(stream)));
   }
 
   void SayRemarks(const char* title, const std::vector<Remark>& remarks) {
     for (size_t i = 0; i < std::min(remarks.size(), MOST_SHOWN); ++i) {
-      console.Warn(fmt::format("  {}: \"{}\", {}", title, Escape(remarks[i].path), remarks[i].why));
+      reporter.Warn(fmt::format("  {}: \"{}\", {}", title, Escape(remarks[i].path), remarks[i].why));
     }
-    if (remarks.size() > MOST_SHOWN) console.Warn(fmt::format("  ... and {} more", remarks.size() - MOST_SHOWN));
+    if (remarks.size() > MOST_SHOWN) reporter.Warn(fmt::format("  ... and {} more", remarks.size() - MOST_SHOWN));
   }
 
   /// Asks until enough receivers have answered. Returns the signal that ended it, or 0.
   int Collect() {
-    auto deadline = Clock::now() + options.wait;
+    auto deadline = Clock::now() + (options.send.wait.count() >= 0 ? options.send.wait
+                                    : options.send.waitFor > 0     ? 30s
+                                                                   : 0s);
     uint32_t asked = 0;
     uint32_t known = 0;
     while (true) {
       if (InitServer(inbox.Window(), network.group, network.port, network.interface.address) == 0) throw SetUpFailure();
       ++asked;
       uint32_t found = GetReceivers(nullptr, 0);
-      if (found >= options.waitFor) break;
+      if (found >= std::max(options.send.waitFor, 1u)) break;
       if (Clock::now() >= deadline) throw NobodyFailure(found, asked);
       if (found != known || asked == 1) {
-        console.Say(fmt::format("Waiting    {} of {} there", found, Count(options.waitFor, "receiver")));
+        reporter.Say(fmt::format("Waiting    {} of {} there", found, Count(options.send.waitFor, "receiver")));
         known = found;
       }
       Event event = inbox.Next(0ms);
@@ -101,7 +102,7 @@ class Sending {
     addresses.resize(std::min<size_t>(GetReceivers(addresses.data(), MOST_RECEIVERS), MOST_RECEIVERS));
     std::string list;
     for (uint32_t address : addresses) list += "  " + FormatAddress(address);
-    console.Say(fmt::format("Receivers  {}:{}", addresses.size(), list));
+    reporter.Say(fmt::format("Receivers  {}:{}", addresses.size(), list));
     return 0;
   }
 
@@ -109,13 +110,15 @@ class Sending {
     Event event = inbox.Next(300ms);
     if (event.kind == Event::Kind::Message && event.message == WM_TRANS_STATUS &&
         event.wParam == QUORL_STATUS_GROUP_BUSY) {
-      return {Exit::GroupBusy, fmt::format("another sender is active on {}", network.GroupText()),
-              "one group carries one transfer at a time", "Wait for its end, or use another --port on both sides."};
+      return {Exit::GroupBusy,
+              fmt::format("another sender is active on {}", network.GroupText()),
+              "one group carries one transfer at a time",
+              {"Wait for its end, or use another --port on both sides."}};
     }
     return {Exit::Other,
             fmt::format("no sender could be set up on {} through {}", network.GroupText(), network.InterfaceText()),
             "a socket could not be opened, or nothing could be sent",
-            "Another program may hold the ports; another --port or --interface may help."};
+            {"Another program may hold the ports; another --port or --interface may help."}};
   }
 
   Failure NobodyFailure(uint32_t found, uint32_t asked) {
@@ -132,31 +135,35 @@ class Sending {
     }
     return {Exit::Nobody,
             found == 0 ? "no receiver answered"
-                       : fmt::format("only {} of {} answered", found, Count(options.waitFor, "receiver")),
+                       : fmt::format("only {} of {} answered", found, Count(options.send.waitFor, "receiver")),
             fmt::format("{} was asked {} through {}", network.GroupText(), Count(uint64_t{3} * asked, "time"),
                         network.InterfaceText()),
-            next};
+            {next}};
   }
 
   void Select() {
     for (const DriveMapping& drive : selection.drives) {
       if (MapDrive(drive.letter, drive.directory.c_str()) == 0) {
-        throw Failure{Exit::LocalFiles, fmt::format("\"{}\" cannot be used", Escape(drive.directory)),
-                      "it is no directory any more", "Nothing has been sent."};
+        throw Failure{Exit::LocalFiles,
+                      fmt::format("\"{}\" cannot be used", Escape(drive.directory)),
+                      "it is no directory any more",
+                      {"Nothing has been sent."}};
       }
     }
-    SetSubDirTrans(options.subdirectories ? 1 : 0);
-    SetTargetPath(options.target.empty() ? 0 : TARGET_IS_A_PATH, options.target.c_str());
+    SetSubDirTrans(options.send.subdirectories ? 1 : 0);
+    SetTargetPath(options.send.target.empty() ? 0 : TARGET_IS_A_PATH, options.send.target.c_str());
     std::vector<const char*> paths;
     for (const std::string& path : selection.paths) paths.push_back(path.c_str());
-    int32_t result = SetSelectFiles(paths.data(), static_cast<uint32_t>(paths.size()), options.openName.c_str());
+    int32_t result = SetSelectFiles(paths.data(), static_cast<uint32_t>(paths.size()), options.send.openName.c_str());
     if (result == 7) {
-      if (selection.leftOut.empty()) console.Warn("  left out: at least one file whose name cannot travel");
-      if (!options.openName.empty()) console.Warn("  --open-name has no effect when a name cannot travel");
+      if (selection.leftOut.empty()) reporter.Warn("  left out: at least one file whose name cannot travel");
+      if (!options.send.openName.empty()) reporter.Warn("  --open-name has no effect when a name cannot travel");
       leftOut = true;
     } else if (result != 1) {
-      throw Failure{Exit::Other, "the selection was refused", fmt::format("result {} of the library", result),
-                    "Nothing has been sent."};
+      throw Failure{Exit::Other,
+                    "the selection was refused",
+                    fmt::format("result {} of the library", result),
+                    {"Nothing has been sent."}};
     }
   }
 
@@ -170,9 +177,9 @@ class Sending {
       if (event.kind == Event::Kind::Message && event.message == WM_CLIENT_ERR) SayReceiverError(event);
       if (event.kind == Event::Kind::Message && event.message == WM_TRANS_STATUS) return {LastStatus(event), 0};
       if (!announced && Clock::now() - started > 2s) {
-        throw Failure{Exit::Other, "the transfer could not be announced", "the network refused to send", ""};
+        throw Failure{Exit::Other, "the transfer could not be announced", "the network refused to send", {}};
       }
-      if (console.WantsProgress()) ShowProgress();
+      if (reporter.WantsProgress()) ShowProgress();
     }
   }
 
@@ -190,8 +197,8 @@ class Sending {
   }
 
   Ending Stop(int signal) {
-    console.ClearProgress();
-    console.Say("Stopping   the receivers are told");
+    reporter.ClearProgress();
+    reporter.Say("Stopping   the receivers are told");
     StopSend();
     auto deadline = Clock::now() + 2s;
     while (Clock::now() < deadline && SendState().phase != QUORL_PHASE_OVER) inbox.Next(50ms);
@@ -200,8 +207,8 @@ class Sending {
 
   void SayReceiverError(const Event& event) {
     auto status = static_cast<uint32_t>(event.wParam);
-    console.Say(fmt::format("  {} {} (status {})", FormatAddress(static_cast<uint32_t>(event.lParam)),
-                            StatusInWords(status), status));
+    reporter.Say(fmt::format("  {} {} (status {})", FormatAddress(static_cast<uint32_t>(event.lParam)),
+                             StatusInWords(status), status));
   }
 
   void ShowProgress() {
@@ -212,8 +219,9 @@ class Sending {
     auto rows = Rows();
     auto complete =
         std::count_if(rows.begin(), rows.end(), [](const auto& row) { return row.state == QUORL_RECEIVER_COMPLETE; });
-    console.Progress(SendLine(state, selection.bytes, meter.PerSecond(), static_cast<uint32_t>(complete),
-                              static_cast<uint32_t>(rows.size()), inbox.CurrentFile()));
+    std::string line = SendLine(state, selection.bytes, meter.PerSecond(), static_cast<uint32_t>(complete),
+                                static_cast<uint32_t>(rows.size()), inbox.CurrentFile());
+    reporter.Progress({{line}, line});
   }
 
   int Finish(const Ending& ending) {
@@ -224,20 +232,22 @@ class Sending {
         std::count_if(rows.begin(), rows.end(), [](const auto& row) { return row.state == QUORL_RECEIVER_COMPLETE; });
     QuorlSendState state = SendState();
     double seconds = std::chrono::duration<double>(elapsed).count();
-    console.Say(fmt::format("{} in {}: {} of {} complete, {}, {} on average, {} sent again",
-                            ending.signal != 0   ? "Stopped"
-                            : ending.status != 0 ? "Ended"
-                                                 : "Done",
-                            FormatDuration(elapsed), complete, Count(rows.size(), "receiver"),
-                            FormatBytes(selection.bytes), FormatRate(static_cast<double>(selection.bytes) / seconds),
-                            Count(state.blocksResent, "block")));
+    reporter.Say(fmt::format("{} in {}: {} of {} complete, {}, {} on average, {} sent again",
+                             ending.signal != 0   ? "Stopped"
+                             : ending.status != 0 ? "Ended"
+                                                  : "Done",
+                             FormatDuration(elapsed), complete, Count(rows.size(), "receiver"),
+                             FormatBytes(selection.bytes), FormatRate(static_cast<double>(selection.bytes) / seconds),
+                             Count(state.blocksResent, "block")));
     if (state.shrunkFiles != 0) {
-      console.Warn(fmt::format("warning: {} became shorter while being sent; no receiver has them whole",
-                               Count(state.shrunkFiles, "file")));
+      reporter.Warn(fmt::format("warning: {} became shorter while being sent; no receiver has them whole",
+                                Count(state.shrunkFiles, "file")));
     }
     if (ending.status != 0) {
-      console.Report({Exit::Other, "the transfer was ended before everyone was complete",
-                      fmt::format("{} (status {})", StatusInWords(ending.status), ending.status), ""});
+      reporter.Complain({Exit::Other,
+                         "the transfer was ended before everyone was complete",
+                         fmt::format("{} (status {})", StatusInWords(ending.status), ending.status),
+                         {}});
     }
     if (ending.signal != 0) return 128 + ending.signal;
     bool partly = leftOut || !selection.leftOut.empty() || state.shrunkFiles != 0;
@@ -250,7 +260,7 @@ class Sending {
       end = row.missing == 0 ? "complete" : fmt::format("complete, {} repaired", Count(row.missing, "block"));
     if (row.state == QUORL_RECEIVER_FAILED)
       end = fmt::format("failed: {} (status {})", StatusInWords(row.status), row.status);
-    console.Say(fmt::format("  {:<15}  {}", FormatAddress(row.address), end));
+    reporter.Say(fmt::format("  {:<15}  {}", FormatAddress(row.address), end));
   }
 
   static QuorlSendState SendState() {
@@ -265,8 +275,8 @@ class Sending {
     return rows;
   }
 
-  const SendOptions& options;
-  Console& console;
+  const Options& options;
+  Reporter& reporter;
   Inbox inbox;
   Selection selection;
   Network network;
@@ -277,8 +287,8 @@ class Sending {
 
 }  // namespace
 
-int RunSend(const SendOptions& options, Console& console) {
-  return Sending(options, console).Run();
+int RunSend(const Options& options, Reporter& reporter) {
+  return Sending(options, reporter).Run();
 }
 
 }  // namespace quorl::cli

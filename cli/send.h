@@ -1,11 +1,11 @@
 #pragma once
 
-#include "cli/console.h"
 #include "cli/options.h"
+#include "cli/reporter.h"
 
 namespace quorl::cli {
 
 /// `quorl send`: returns the exit code; throws a Failure.
-int RunSend(const SendOptions& options, Console& console);
+int RunSend(const Options& options, Reporter& reporter);
 
 }  // namespace quorl::cli
