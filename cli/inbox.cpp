@@ -14,18 +14,31 @@
 namespace quorl::cli {
 namespace {
 
+constexpr char END_OF_INPUT = 4;
+
+bool IsIgnored(int signal) {
+  struct sigaction action {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 sigset_t StopSignals() {
   sigset_t set;
   sigemptyset(&set);
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
+  // A blocked signal is queued even when it is ignored, and nohup means it.
+  if (!IsIgnored(SIGHUP)) sigaddset(&set, SIGHUP);
   return set;
 }
 
+/// SIGHUP stays blocked: a closing terminal says it twice, and nobody does so in impatience.
 void RestoreDefaultAction() {
   std::signal(SIGINT, SIG_DFL);
   std::signal(SIGTERM, SIG_DFL);
-  sigset_t set = StopSignals();
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
   pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
@@ -50,7 +63,9 @@ void Inbox::Receive(void* context, uint32_t message, uintptr_t wParam, intptr_t 
   std::lock_guard guard(inbox->lock);
   if (message == WM_FILE_NAME) {
     // One for every block: only the latest is of interest.
-    inbox->currentFile = reinterpret_cast<const char*>(lParam);
+    std::string name = reinterpret_cast<const char*>(lParam);
+    if (!inbox->currentFile.empty() && name != inbox->currentFile) ++inbox->filesBefore;
+    inbox->currentFile = std::move(name);
     return;
   }
   Event event{.kind = Event::Kind::Message, .message = message, .wParam = wParam, .lParam = lParam, .text = {}};
@@ -69,7 +84,16 @@ bool Inbox::TakeMessage(Event& event) {
 }
 
 Event Inbox::Next(std::chrono::milliseconds limit) {
-  std::array<pollfd, 2> waited{pollfd{signals, POLLIN, 0}, pollfd{wakeUp, POLLIN, 0}};
+  return Wait(limit, false);
+}
+
+Event Inbox::NextOrKey(std::chrono::milliseconds limit) {
+  return Wait(limit, true);
+}
+
+Event Inbox::Wait(std::chrono::milliseconds limit, bool keys) {
+  std::array<pollfd, 3> waited{pollfd{signals, POLLIN, 0}, pollfd{wakeUp, POLLIN, 0},
+                               pollfd{keys ? STDIN_FILENO : -1, POLLIN, 0}};
   Event event;
   if (poll(waited.data(), waited.size(), static_cast<int>(limit.count())) <= 0) return event;
   signalfd_siginfo info{};
@@ -79,13 +103,20 @@ Event Inbox::Next(std::chrono::milliseconds limit) {
     event.signal = static_cast<int>(info.ssi_signo);
     return event;
   }
-  TakeMessage(event);
+  if (TakeMessage(event) || waited[2].revents == 0) return event;
+  event.kind = Event::Kind::Key;
+  if (read(STDIN_FILENO, &event.key, 1) != 1) event.key = END_OF_INPUT;
   return event;
 }
 
 std::string Inbox::CurrentFile() {
   std::lock_guard guard(lock);
   return currentFile;
+}
+
+uint64_t Inbox::FilesBefore() {
+  std::lock_guard guard(lock);
+  return filesBefore;
 }
 
 }  // namespace quorl::cli

@@ -12,18 +12,21 @@ namespace quorl::cli {
 
 /// Something that the main thread waits for.
 struct Event {
-  enum class Kind { Nothing, Message, Signal };
+  enum class Kind { Nothing, Message, Signal, Key };
   Kind kind = Kind::Nothing;
   uint32_t message = 0;  ///< WM_ number.
   uintptr_t wParam = 0;
   intptr_t lParam = 0;
   std::string text;  ///< Of a message that carries one.
   int signal = 0;
+  char key = 0;  ///< 4 (Ctrl-D) at the end of the input too.
 };
 
-/// The library's messages and the signals SIGINT and SIGTERM, in one queue. Make it before the first thread of the
-/// process, so that every thread leaves the signals to it. The first signal is an event; with it the signals get their
-/// default action back, so that a second one ends the process at once, whatever it waits for.
+/// The library's messages and the signals SIGINT, SIGTERM and SIGHUP (unless that is ignored, as under nohup), in one
+/// queue. Make it before the first thread of the process, so that every thread leaves the signals to it. The first
+/// signal is an event; with it the signals get their default action back, so that a second one ends the process at
+/// once, whatever it waits for. The signals are blocked and SIGPIPE is ignored in this process: one that it starts
+/// needs both put right.
 class Inbox {
  public:
   Inbox();
@@ -37,16 +40,22 @@ class Inbox {
   /// The oldest event; Kind::Nothing when none came within `limit`.
   Event Next(std::chrono::milliseconds limit);
 
-  /// The name in the latest WM_FILE_NAME, as it came.
+  /// The same, and keys from standard input.
+  Event NextOrKey(std::chrono::milliseconds limit);
+
+  /// The name in the latest WM_FILE_NAME, as it came, and how many different ones there were before it.
   std::string CurrentFile();
+  uint64_t FilesBefore();
 
  private:
   static void Receive(void* context, uint32_t message, uintptr_t wParam, intptr_t lParam);
   bool TakeMessage(Event& event);
+  Event Wait(std::chrono::milliseconds limit, bool keys);
 
   std::mutex lock;
   std::deque<Event> messages;
   std::string currentFile;
+  uint64_t filesBefore = 0;
   int wakeUp = -1;   ///< Counts messages, for poll.
   int signals = -1;  ///< Delivers the signals, for poll.
   QuorlWindow window = nullptr;

@@ -35,7 +35,7 @@ constexpr std::array COMMANDS = {
     CommandRow{Command::Demo, "demo", "", "", "one sender and three receivers on this machine, with a proof"},
 };
 
-constexpr std::array OPTIONS = {
+constexpr std::array SEND_OPTIONS = {
     OptionRow{SEND, "--rate", "-r", "R", Text,
               "bit/s on the wire, with K, M or G; \"compatible\": the fixed pace of older hosts (100M)",
               [](Options& options, Value text) {
@@ -69,6 +69,9 @@ constexpr std::array OPTIONS = {
     OptionRow{SEND, "--open-name", "", "NAME", Text,
               "file of the selection that receivers are asked to open at the end",
               [](Options& options, Value text) { options.send.openName = OpenNameValue(text); }},
+};
+
+constexpr std::array RECEIVE_OPTIONS = {
     OptionRow{RECEIVE, "--to", "-d", "DIR", Directory, "the same as DIR",
               [](Options& options, Value text) { options.receive.directory = DirectoryValue(text); }},
     OptionRow{RECEIVE, "--existing", "-e", "rename|overwrite|skip|fail", Choice,
@@ -88,6 +91,9 @@ constexpr std::array OPTIONS = {
               [](Options& options, Value text) { options.receive.timeout = TimeValue(text, 1); }},
     OptionRow{RECEIVE, "--from", "", "ADDRESS", Text, "listen to this sender only (anyone)",
               [](Options& options, Value text) { options.receive.from = AddressValue(text); }},
+};
+
+constexpr std::array COMMON_OPTIONS = {
     OptionRow{SEND | RECEIVE, "--key-file", "", "FILE", File,
               "a key shared by both sides, at least 16 bytes: nothing is accepted that it does not vouch for",
               [](Options& options, Value text) { options.keyFile = text; }},
@@ -114,6 +120,13 @@ constexpr std::array OPTIONS = {
               [](Options& options, Value text) { options.output.log = text; }},
 };
 
+std::vector<OptionRow> AllOptions() {
+  std::vector<OptionRow> rows(SEND_OPTIONS.begin(), SEND_OPTIONS.end());
+  rows.insert(rows.end(), RECEIVE_OPTIONS.begin(), RECEIVE_OPTIONS.end());
+  rows.insert(rows.end(), COMMON_OPTIONS.begin(), COMMON_OPTIONS.end());
+  return rows;
+}
+
 const char* KindName(ValueKind kind) {
   switch (kind) {
     case None: return "none";
@@ -134,7 +147,7 @@ Fact Describe(const OptionRow& row) {
 
 Fact Describe(const CommandRow& command) {
   std::vector<Fact> options;
-  for (const OptionRow& row : OPTIONS) {
+  for (const OptionRow& row : OptionRows()) {
     if ((row.commands & static_cast<unsigned>(command.command)) != 0) options.push_back(Describe(row));
   }
   Fact fact("command");
@@ -145,7 +158,8 @@ Fact Describe(const CommandRow& command) {
 }  // namespace
 
 std::span<const OptionRow> OptionRows() {
-  return OPTIONS;
+  static const std::vector<OptionRow> ROWS = AllOptions();
+  return ROWS;
 }
 
 std::span<const CommandRow> CommandRows() {

@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <numeric>
-#include <sstream>
 
 #include "cli/escape.h"
+#include "cli/help.h"
 #include "cli/option_table.h"
 #include "cli/outcome.h"
 
@@ -33,22 +33,21 @@ void AddOption(CLI::App& command, const OptionRow& row, Options& options) {
     auto setFlag = [set](int64_t count) {
       if (count > 0) set(std::to_string(count));
     };
-    option = command.add_flag_function(names, setFlag, row.help);
+    option = command.add_flag_function(names, setFlag);
   } else {
-    option = command.add_option_function<std::string>(names, set, row.help)->type_name(row.argument);
+    option = command.add_option_function<std::string>(names, set);
   }
   option->envname(EnvironmentName(row));
 }
 
-CLI::App* AddCommand(CLI::App& app, const CommandRow& row, Options& options, std::vector<std::string>& words) {
-  CLI::App* command = app.add_subcommand(row.name, row.summary);
+void AddCommand(CLI::App& app, const CommandRow& row, Options& options, std::vector<std::string>& words) {
+  CLI::App* command = app.add_subcommand(row.name);
   // What is left over is judged here, where a near name can be offered.
   command->allow_extras();
-  if (*row.arguments != '\0') command->add_option(row.arguments, words, row.argumentsHelp)->type_name("");
+  if (*row.arguments != '\0') command->add_option(row.arguments, words);
   for (const OptionRow& option : OptionRows()) {
     if ((option.commands & static_cast<unsigned>(row.command)) != 0) AddOption(*command, option, options);
   }
-  return command;
 }
 
 /// How many letters have to be put in, taken out or exchanged to make one word of the other.
@@ -90,9 +89,11 @@ void RejectUnknownCommand(int argumentCount, const char* const* arguments) {
   throw WrongUse("there is no command \"" + Escape(word) + "\"", "", next);
 }
 
-void RejectUnknownWords(const CLI::App& app, const CLI::App* command) {
+void RejectUnknownWords(const CLI::App& app) {
   auto unknown = app.remaining(true);
-  if (unknown.empty()) return;
+  if (unknown.empty() && !app.get_subcommands().empty()) return;
+  if (unknown.empty()) unknown.emplace_back("--");
+  const CLI::App* command = app.get_subcommands().empty() ? nullptr : app.get_subcommands().front();
   std::vector<std::string> known;
   std::string name = command == nullptr ? "" : command->get_name() + " ";
   if (command != nullptr) {
@@ -122,10 +123,12 @@ void TakeWords(Options& options, const std::vector<std::string>& words) {
   options.receive.directory = words.front();
 }
 
-std::string Footer() {
-  std::string text = "Each option can stand in the environment, --wait-for as QUORL_WAIT_FOR.\nExit codes:";
-  for (const ExitRow& row : ExitRows()) text += "\n  " + std::to_string(row.code) + "  " + row.meaning;
-  return text;
+const CommandRow* RowOf(const CLI::App& app) {
+  auto parsed = app.get_subcommands();
+  for (const CommandRow& row : CommandRows()) {
+    if (!parsed.empty() && parsed.front()->get_name() == row.name) return &row;
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -134,26 +137,25 @@ Invocation ParseCommandLine(int argumentCount, const char* const* arguments) {
   RejectUnknownCommand(argumentCount, arguments);
   Invocation invocation;
   Options& options = invocation.options;
-  CLI::App app("Sends files and directories from one machine to a room of machines at once.", "quorl");
-  app.set_version_flag("--version", "quorl " QUORL_VERSION
-                                    "\nGroup 235.9.2.9, port 27001, answers on port 27003, heartbeat on port 28000.");
-  app.footer(Footer());
+  CLI::App app("", "quorl");
+  app.set_version_flag("--version", "");
   app.allow_extras();
   std::vector<std::string> words;
-  std::vector<CLI::App*> commands;
-  for (const CommandRow& row : CommandRows()) commands.push_back(AddCommand(app, row, options, words));
+  for (const CommandRow& row : CommandRows()) AddCommand(app, row, options, words);
   try {
     app.parse(argumentCount, arguments);
-  } catch (const CLI::ParseError& error) {
-    std::ostringstream text;
-    if (app.exit(error, text, text) != 0) throw WrongUse("wrong use", error.what(), {"\"quorl --help\" helps."});
-    invocation.text = text.str();
+  } catch (const CLI::CallForHelp&) {
+    invocation.text = HelpText(RowOf(app));
     return invocation;
+  } catch (const CLI::CallForVersion&) {
+    invocation.text = VersionText();
+    return invocation;
+  } catch (const CLI::ParseError& error) {
+    throw WrongUse("wrong use", error.what(), {"\"quorl --help\" helps."});
   }
-  CLI::App* command = app.get_subcommands().empty() ? nullptr : app.get_subcommands().front();
-  RejectUnknownWords(app, command);
-  auto place = std::find(commands.begin(), commands.end(), command) - commands.begin();
-  options.command = CommandRows()[static_cast<size_t>(place)].command;
+  const CommandRow* row = RowOf(app);
+  RejectUnknownWords(app);
+  options.command = row->command;
   TakeWords(options, words);
   return invocation;
 }

@@ -3,29 +3,48 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "cli/escape.h"
-#include "cli/units.h"
 
 namespace quorl::cli {
 namespace {
 
 constexpr std::chrono::seconds WINDOW{5};
-constexpr size_t LONGEST_NAME = 30;
+constexpr size_t PHASE_COLUMNS = 11;
+constexpr size_t LONGEST_BAR = 34;
+constexpr size_t SHORTEST_BAR = 10;
+constexpr std::string_view GAP = "   ";
 
-/// A name from the library, "\a\b.jpg", as one line shows it.
-std::string ShownName(std::string name) {
-  std::replace(name.begin(), name.end(), '\\', '/');
-  if (name.starts_with('/')) name.erase(0, 1);
-  if (name.size() > LONGEST_NAME) {
-    auto continues = [&](size_t at) { return (static_cast<unsigned char>(name[at]) & 0xC0) == 0x80; };
-    size_t head = LONGEST_NAME / 2 - 1;
-    size_t tail = name.size() - LONGEST_NAME / 2 + 2;
-    while (head > 0 && continues(head)) --head;
-    while (tail < name.size() && continues(tail)) ++tail;
-    name = name.substr(0, head) + "..." + name.substr(tail);
+/// Ideographs and pictures take two columns; box drawing and punctuation, where the bar and the ellipsis are, one.
+size_t ColumnsOf(uint32_t code) {
+  return code < 0x1100 || (code >= 0x2010 && code < 0x2600) ? 1 : 2;
+}
+
+/// As much of the beginning as fits into `columns`.
+std::string_view Beginning(std::string_view text, size_t columns) {
+  size_t length = 0;
+  while (length < text.size()) {
+    Character character = DecodeUtf8(text.substr(length));
+    size_t needed = ColumnsOf(character.code);
+    if (needed > columns) break;
+    columns -= needed;
+    length += std::max<size_t>(character.length, 1);
   }
-  return Escape(name);
+  return text.substr(0, length);
+}
+
+/// As much of the end as fits.
+std::string_view Ending(std::string_view text, size_t columns) {
+  while (Columns(text) > columns) text.remove_prefix(std::max<size_t>(DecodeUtf8(text).length, 1));
+  return text;
+}
+
+std::string Bar(double share, size_t columns) {
+  auto full = static_cast<size_t>(std::clamp(share, 0.0, 1.0) * static_cast<double>(columns));
+  std::string bar;
+  for (size_t i = 0; i < columns; ++i) bar += i < full ? "█" : "░";
+  return bar;
 }
 
 }  // namespace
@@ -39,7 +58,13 @@ double RateMeter::PerSecond() const {
   if (samples.size() < 2) return 0;
   double seconds = std::chrono::duration<double>(samples.back().at - samples.front().at).count();
   double gained = static_cast<double>(samples.back().total) - static_cast<double>(samples.front().total);
-  return seconds > 0 ? gained / seconds : 0;
+  return seconds > 0 ? std::max(gained, 0.0) / seconds : 0;
+}
+
+std::optional<std::chrono::seconds> RateMeter::TimeFor(uint64_t rest) const {
+  double seconds = std::ceil(static_cast<double>(rest) / PerSecond());
+  if (!(seconds < 360000)) return std::nullopt;
+  return std::chrono::seconds(static_cast<std::chrono::seconds::rep>(seconds));
 }
 
 uint32_t Percent(uint64_t part, uint64_t whole) {
@@ -47,25 +72,44 @@ uint32_t Percent(uint64_t part, uint64_t whole) {
   return static_cast<uint32_t>(100.0 * static_cast<double>(part) / static_cast<double>(whole));
 }
 
-std::string SendLine(const QuorlSendState& state, uint64_t totalBytes, double bytesPerSecond, uint32_t complete,
-                     uint32_t receivers, const std::string& name) {
-  if (state.phase == QUORL_PHASE_FINISHING) return "Finishing   the receivers count what they miss";
-  if (state.phase == QUORL_PHASE_REPAIRING || state.phase == QUORL_PHASE_OVER) {
-    return fmt::format("Repairing   {} of {} complete   {} sent again   {}", complete, Count(receivers, "receiver"),
-                       Count(state.blocksResent, "block"), ShownName(name));
+std::string BarLine(std::string_view phase, double share, const std::vector<std::string>& parts, size_t width) {
+  size_t bar = std::clamp<size_t>(width / 3, SHORTEST_BAR, LONGEST_BAR);
+  std::string line = fmt::format("{:<{}}{}", phase, PHASE_COLUMNS, Bar(share, bar));
+  for (const std::string& part : parts) {
+    if (Columns(line) + GAP.size() + Columns(part) >= width) break;
+    line += fmt::format("{}{}", GAP, part);
   }
-  double share =
-      state.blocksTotal == 0 ? 0 : static_cast<double>(state.blocksSent) / static_cast<double>(state.blocksTotal);
-  auto sent = static_cast<uint64_t>(share * static_cast<double>(totalBytes));
-  return fmt::format("Sending     {:3} %   {} of {}   {}   {}", Percent(state.blocksSent, state.blocksTotal),
-                     FormatBytes(sent), FormatBytes(totalBytes), FormatRate(bytesPerSecond), ShownName(name));
+  return std::string(Beginning(line, width - 1));
 }
 
-std::string ReceiveLine(const QuorlReceiveState& state, double bytesPerSecond, const std::string& name) {
-  const char* phase = state.phase == QUORL_PHASE_REPAIRING ? "Repairing " : "Receiving ";
-  return fmt::format("{}  {:3} %   {} of {}   {}   {}", phase, Percent(state.blocksStored, state.blocksExpected),
-                     state.blocksStored, Count(state.blocksExpected, "block"), FormatRate(bytesPerSecond),
-                     ShownName(name));
+std::string BelowBar(const std::vector<std::string>& parts, size_t width) {
+  std::string line(PHASE_COLUMNS - GAP.size(), ' ');
+  for (const std::string& part : parts) {
+    if (Columns(line) + GAP.size() + Columns(part) >= width) break;
+    line += fmt::format("{}{}", GAP, part);
+  }
+  return line;
+}
+
+std::string ShownName(std::string_view name, size_t columns) {
+  std::string shown(name);
+  std::replace(shown.begin(), shown.end(), '\\', '/');
+  if (shown.starts_with('/')) shown.erase(0, 1);
+  shown = Escape(shown);
+  if (Columns(shown) <= columns) return shown;
+  if (columns < 3) return "";
+  size_t head = (columns - 1) / 2;
+  return fmt::format("{}…{}", Beginning(shown, head), Ending(shown, columns - 1 - head));
+}
+
+size_t Columns(std::string_view text) {
+  size_t columns = 0;
+  while (!text.empty()) {
+    Character character = DecodeUtf8(text);
+    columns += ColumnsOf(character.code);
+    text.remove_prefix(std::max<size_t>(character.length, 1));
+  }
+  return columns;
 }
 
 }  // namespace quorl::cli

@@ -1,11 +1,12 @@
 #pragma once
 
-#include <quorl/host.h>
-
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace quorl::cli {
 
@@ -16,6 +17,9 @@ class RateMeter {
 
   void Add(Clock::time_point now, uint64_t total);
   double PerSecond() const;  ///< 0 before there are two values.
+
+  /// How long `rest` takes at this rate; nothing while there is none.
+  std::optional<std::chrono::seconds> TimeFor(uint64_t rest) const;
 
  private:
   struct Sample {
@@ -28,11 +32,17 @@ class RateMeter {
 /// The share of `part` in `whole` in per cent; 100 only when nothing is left.
 uint32_t Percent(uint64_t part, uint64_t whole);
 
-/// "Sending     58 %   1.07 GB of 1.84 GB   25.0 MB/s   file". `name` is cut in the middle where the line would be
-/// longer than a terminal.
-std::string SendLine(const QuorlSendState& state, uint64_t totalBytes, double bytesPerSecond, uint32_t complete,
-                     uint32_t receivers, const std::string& name);
+/// "Sending    ████████░░░░░░   58 %   1.07 of 1.84 GB   25.0 MB/s": a phase, a bar, and what there is to say about it.
+/// Where `width` is too small, parts are left out from the right, then the bar becomes shorter.
+std::string BarLine(std::string_view phase, double share, const std::vector<std::string>& parts, size_t width);
 
-std::string ReceiveLine(const QuorlReceiveState& state, double bytesPerSecond, const std::string& name);
+/// What stands below the bar, from the same column on.
+std::string BelowBar(const std::vector<std::string>& parts, size_t width);
+
+/// A name from the library, "\a\b.jpg", escaped and cut in the middle to fit: "a/very/long/na…end.jpg".
+std::string ShownName(std::string_view name, size_t columns);
+
+/// How many columns the text takes on a terminal; where that is not certain, the larger number.
+size_t Columns(std::string_view text);
 
 }  // namespace quorl::cli

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -140,8 +141,13 @@ class Receiving {
   void ShowProgress() {
     QuorlReceiveState state = State();
     meter.Add(Clock::now(), state.blocksStored * BLOCK_SIZE);
-    std::string line = ReceiveLine(state, meter.PerSecond(), inbox.CurrentFile());
-    reporter.Progress({{line}, line});
+    double share =
+        static_cast<double>(state.blocksStored) / static_cast<double>(std::max<uint64_t>(state.blocksExpected, 1));
+    std::string percent = fmt::format("{} %", Percent(state.blocksStored, state.blocksExpected));
+    std::string rate = FormatRate(meter.PerSecond());
+    reporter.Progress({{BarLine("Receiving", share, {percent, rate}, reporter.Width()),
+                        BelowBar({ShownName(inbox.CurrentFile(), 40)}, reporter.Width())},
+                       fmt::format("{}  {}", percent, rate)});
   }
 
   static QuorlReceiveState State() {

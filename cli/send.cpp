@@ -219,9 +219,10 @@ class Sending {
     auto rows = Rows();
     auto complete =
         std::count_if(rows.begin(), rows.end(), [](const auto& row) { return row.state == QUORL_RECEIVER_COMPLETE; });
-    std::string line = SendLine(state, selection.bytes, meter.PerSecond(), static_cast<uint32_t>(complete),
-                                static_cast<uint32_t>(rows.size()), inbox.CurrentFile());
-    reporter.Progress({{line}, line});
+    std::string rate = FormatRate(meter.PerSecond());
+    std::string percent = fmt::format("{} %", Percent(state.blocksSent, state.blocksTotal));
+    std::string there = fmt::format("{} of {} complete", complete, Count(rows.size(), "receiver"));
+    reporter.Progress({{BarLine("Sending", share, {percent, rate, there}, reporter.Width())}, percent + "  " + there});
   }
 
   int Finish(const Ending& ending) {

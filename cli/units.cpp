@@ -7,6 +7,28 @@
 #include <cmath>
 
 namespace quorl::cli {
+namespace {
+
+/// The unit that a number of bytes is shown in, and how exactly.
+struct Scale {
+  double unit = 1;
+  std::string_view prefix;
+  int decimals = 0;
+
+  std::string Show(uint64_t bytes) const { return fmt::format("{:.{}f}", static_cast<double>(bytes) / unit, decimals); }
+};
+
+Scale ScaleOf(uint64_t bytes) {
+  constexpr std::string_view PREFIXES = "kMGTPE";
+  if (bytes < 1000) return {};
+  double value = static_cast<double>(bytes) / 1000;
+  size_t index = 0;
+  double unit = 1000;
+  for (; value >= 999.5 && index + 1 < PREFIXES.size(); value /= 1000, unit *= 1000) ++index;
+  return {unit, PREFIXES.substr(index, 1), value < 9.995 ? 2 : value < 99.95 ? 1 : 0};
+}
+
+}  // namespace
 
 std::optional<uint32_t> ParseRate(std::string_view text) {
   if (text == "compatible") return 0;
@@ -30,13 +52,13 @@ std::optional<uint32_t> ParseRate(std::string_view text) {
 }
 
 std::string FormatBytes(uint64_t bytes) {
-  if (bytes < 1000) return fmt::format("{} B", bytes);
-  constexpr std::string_view UNITS = "kMGTPE";
-  double value = static_cast<double>(bytes);
-  size_t unit = 0;
-  for (value /= 1000; value >= 999.5 && unit + 1 < UNITS.size(); value /= 1000) ++unit;
-  int decimals = value < 9.995 ? 2 : value < 99.95 ? 1 : 0;
-  return fmt::format("{:.{}f} {}B", value, decimals, UNITS[unit]);
+  Scale scale = ScaleOf(bytes);
+  return fmt::format("{} {}B", scale.Show(bytes), scale.prefix);
+}
+
+std::string FormatPart(uint64_t part, uint64_t whole) {
+  Scale scale = ScaleOf(whole);
+  return fmt::format("{} of {} {}B", scale.Show(part), scale.Show(whole), scale.prefix);
 }
 
 std::string FormatRate(double bytesPerSecond) {
@@ -58,13 +80,21 @@ std::string FormatDuration(std::chrono::nanoseconds duration) {
   return fmt::format("{} h {} min", whole / 3600, whole % 3600 / 60);
 }
 
+std::string FormatLeft(std::chrono::seconds duration) {
+  auto seconds = duration.count();
+  if (seconds < 60) return fmt::format("{} s left", seconds);
+  return FormatDuration(duration) + " left";
+}
+
 std::string FormatAddress(uint32_t address) {
   static_assert(std::endian::native == std::endian::little);
   return fmt::format("{}.{}.{}.{}", address & 0xFF, address >> 8 & 0xFF, address >> 16 & 0xFF, address >> 24);
 }
 
 std::string Count(uint64_t number, std::string_view noun) {
-  return fmt::format("{} {}{}", number, noun, number == 1 ? "" : "s");
+  std::string digits = std::to_string(number);
+  for (size_t place = digits.size(); place > 3; place -= 3) digits.insert(place - 3, 1, ' ');
+  return fmt::format("{} {}{}", digits, noun, number == 1 ? "" : "s");
 }
 
 }  // namespace quorl::cli

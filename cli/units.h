@@ -16,9 +16,11 @@ std::string FormatBytes(uint64_t bytes);                        ///< "1.84 GB", 
 std::string FormatRate(double bytesPerSecond);                  ///< "25.0 MB/s".
 std::string FormatLinkRate(uint32_t kilobitsPerSecond);         ///< "200 Mbit/s".
 std::string FormatDuration(std::chrono::nanoseconds duration);  ///< "4.1 s", "1 min 22 s", "2 h 3 min".
+std::string FormatLeft(std::chrono::seconds duration);          ///< "31 s left", "1 min 5 s left".
+std::string FormatPart(uint64_t part, uint64_t whole);          ///< "0.81 of 1.84 GB", both in the unit of the whole.
 std::string FormatAddress(uint32_t address);                    ///< Dotted, from network byte order.
 
-/// "1 file", "3 files".
+/// "1 file", "1 203 files".
 std::string Count(uint64_t number, std::string_view noun);
 
 }  // namespace quorl::cli

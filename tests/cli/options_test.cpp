@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "cli/option_table.h"
@@ -120,7 +121,9 @@ TEST(Options, HelpShowsEveryRowOfTheTable) {
     std::string help = Parse({command.name, "--help"}).text;
     for (const OptionRow& row : OptionRows()) {
       bool belongs = (row.commands & static_cast<unsigned>(command.command)) != 0;
-      EXPECT_EQ(help.find(row.help) != std::string::npos, belongs) << command.name << " " << row.name;
+      std::string name = std::string(" ") + row.name + (*row.argument != 0 ? " " : "") + row.argument;
+      size_t found = std::min(help.find(name + " "), help.find(name + "\n"));
+      EXPECT_EQ(found != std::string::npos, belongs) << command.name << name;
     }
   }
   EXPECT_EQ(Parse({"--version"}).text.rfind("quorl 1.", 0), 0u);
@@ -151,6 +154,8 @@ TEST(Units, SizesAndTimesReadAsPeopleWriteThem) {
   EXPECT_EQ(FormatBytes(999'999), "1.00 MB") << "not 1000 kB";
   EXPECT_EQ(FormatBytes(1'840'000'000), "1.84 GB");
   EXPECT_EQ(FormatBytes(25'000'000), "25.0 MB");
+  EXPECT_EQ(FormatPart(81'000'000, 1'840'000'000), "0.08 of 1.84 GB");
+  EXPECT_EQ(Count(1'234'567, "block"), "1 234 567 blocks");
   EXPECT_EQ(FormatLinkRate(1500000), "1.5 Gbit/s");
   EXPECT_EQ(FormatDuration(std::chrono::milliseconds(4120)), "4.1 s");
   EXPECT_EQ(FormatDuration(std::chrono::milliseconds(59960)), "1 min 0 s");

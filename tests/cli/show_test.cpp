@@ -130,17 +130,23 @@ TEST(Progress, TheRateIsThatOfTheLastSeconds) {
   EXPECT_DOUBLE_EQ(meter.PerSecond(), 0) << "a stall shows after five seconds";
 }
 
-TEST(Progress, LinesShowThePhaseAndCutLongNamesInTheMiddle) {
-  QuorlSendState state{};
-  state.phase = QUORL_PHASE_STREAMING;
-  state.blocksTotal = 200;
-  state.blocksSent = 116;
-  std::string line = SendLine(state, 1'840'000'000, 25e6, 0, 24, "\\images\\render\\a\x1b\\scene_0000000_final.exr");
-  EXPECT_EQ(line, "Sending      58 %   1.07 GB of 1.84 GB   25.0 MB/s   images/render/...000_final.exr");
-  state.phase = QUORL_PHASE_REPAIRING;
-  state.blocksResent = 12;
-  EXPECT_EQ(SendLine(state, 1, 0, 19, 24, "\\a\n"),
-            "Repairing   19 of 24 receivers complete   12 blocks sent again   a\\x0a");
+TEST(Progress, LinesFitTheirWidthAndLosePartsFromTheRight) {
+  const std::vector<std::string> parts = {" 58 %", "1.07 of 1.84 GB", "25.0 MB/s", "31 s left"};
+  EXPECT_EQ(BarLine("Sending", 0.588, parts, 100),
+            "Sending    ███████████████████░░░░░░░░░░░░░░    58 %   1.07 of 1.84 GB   25.0 MB/s   31 s left");
+  EXPECT_EQ(BarLine("Sending", 0.588, parts, 60), "Sending    ███████████░░░░░░░░░    58 %   1.07 of 1.84 GB");
+  for (size_t width = 1; width < 120; ++width) EXPECT_LT(Columns(BarLine("Sending", 1, parts, width)), width);
+}
+
+TEST(Progress, NamesAreCutInTheMiddleAndNeverInsideACharacter) {
+  EXPECT_EQ(ShownName("\\images\\a\x1b\\x.exr", 40), "images/a\\x1b/x.exr");
+  EXPECT_EQ(ShownName("\\images\\render\\scene_0000000_final.exr", 24), "images/rend…00_final.exr");
+  EXPECT_EQ(ShownName("写真写真写真写真写真", 10), "写真…写真");
+  for (size_t columns = 0; columns < 30; ++columns) {
+    std::string shown = ShownName("a\xff/ü写真写真b\n真/😀😀😀 end.jpg", columns);
+    EXPECT_LE(Columns(shown), columns);
+    EXPECT_TRUE(IsUtf8(shown));
+  }
 }
 
 }  // namespace
