@@ -14,8 +14,6 @@
 namespace quorl::cli {
 namespace {
 
-constexpr char END_OF_INPUT = 4;
-
 bool IsIgnored(int signal) {
   struct sigaction action {};
   return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
@@ -44,7 +42,7 @@ void RestoreDefaultAction() {
 
 }  // namespace
 
-Inbox::Inbox() {
+Inbox::Inbox(bool everyFile) : everyFile(everyFile) {
   sigset_t set = StopSignals();
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   signals = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
@@ -61,14 +59,17 @@ Inbox::~Inbox() {
 void Inbox::Receive(void* context, uint32_t message, uintptr_t wParam, intptr_t lParam) {
   auto* inbox = static_cast<Inbox*>(context);
   std::lock_guard guard(inbox->lock);
-  if (message == WM_FILE_NAME) {
-    // One for every block: only the latest is of interest.
-    std::string name = reinterpret_cast<const char*>(lParam);
-    if (!inbox->currentFile.empty() && name != inbox->currentFile) ++inbox->filesBefore;
-    inbox->currentFile = std::move(name);
-    return;
-  }
   Event event{.kind = Event::Kind::Message, .message = message, .wParam = wParam, .lParam = lParam, .text = {}};
+  if (message == WM_FILE_NAME) {
+    // One for every block: only a change is of interest.
+    std::string name = reinterpret_cast<const char*>(lParam);
+    if (name == inbox->currentFile) return;
+    if (!inbox->currentFile.empty()) ++inbox->filesBefore;
+    inbox->currentFile = name;
+    if (!inbox->everyFile) return;
+    event.kind = Event::Kind::File;
+    event.text = std::move(name);
+  }
   if (message == WM_TRANS_STATUS && lParam != 0 && lParam != 1) event.text = reinterpret_cast<const char*>(lParam);
   inbox->messages.push_back(std::move(event));
   eventfd_write(inbox->wakeUp, 1);

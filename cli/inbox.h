@@ -10,16 +10,19 @@
 
 namespace quorl::cli {
 
+/// Ctrl-D, as it comes from a terminal.
+inline constexpr char END_OF_INPUT = 4;
+
 /// Something that the main thread waits for.
 struct Event {
-  enum class Kind { Nothing, Message, Signal, Key };
+  enum class Kind { Nothing, Message, File, Signal, Key };
   Kind kind = Kind::Nothing;
   uint32_t message = 0;  ///< WM_ number.
   uintptr_t wParam = 0;
   intptr_t lParam = 0;
-  std::string text;  ///< Of a message that carries one.
+  std::string text;  ///< Of a message that carries one; of a File its name, as it came.
   int signal = 0;
-  char key = 0;  ///< 4 (Ctrl-D) at the end of the input too.
+  char key = 0;  ///< END_OF_INPUT also when there is no more input.
 };
 
 /// The library's messages and the signals SIGINT, SIGTERM and SIGHUP (unless that is ignored, as under nohup), in one
@@ -29,7 +32,8 @@ struct Event {
 /// needs both put right.
 class Inbox {
  public:
-  Inbox();
+  /// `everyFile`: each new name of a file is an event, Kind::File.
+  explicit Inbox(bool everyFile = false);
   ~Inbox();
   Inbox(const Inbox&) = delete;
   Inbox& operator=(const Inbox&) = delete;
@@ -52,6 +56,7 @@ class Inbox {
   bool TakeMessage(Event& event);
   Event Wait(std::chrono::milliseconds limit, bool keys);
 
+  const bool everyFile;
   std::mutex lock;
   std::deque<Event> messages;
   std::string currentFile;

@@ -107,9 +107,11 @@ void RejectUnknownWords(const CLI::App& app) {
   throw WrongUse("quorl " + name + "does not know \"" + Escape(word) + "\"", "", next);
 }
 
-void TakeWords(Options& options, const std::vector<std::string>& words) {
+void TakeWords(Options& options, const std::vector<std::string>& words, int argumentCount,
+               const char* const* arguments) {
   if (options.command == Command::Send) {
     options.send.paths = words;
+    options.send.again = AgainText(std::vector<std::string>(arguments + 1, arguments + argumentCount));
     if (!words.empty()) return;
     throw WrongUse("nothing to send", "no file or directory is named",
                    {"quorl send images/ setup.msi           shows who listens, and asks before it starts",
@@ -156,7 +158,7 @@ Invocation ParseCommandLine(int argumentCount, const char* const* arguments) {
   const CommandRow* row = RowOf(app);
   RejectUnknownWords(app);
   options.command = row->command;
-  TakeWords(options, words);
+  TakeWords(options, words, argumentCount, arguments);
   return invocation;
 }
 

@@ -42,6 +42,7 @@ struct SendOptions {
   bool subdirectories = true;
   std::string target;    ///< The drive path that receivers are asked to use; empty: their own choice.
   std::string openName;  ///< As the library wants it; empty: none.
+  std::string again;     ///< The command line without what says for whom and when, for a shell.
 };
 
 /// What happens to a received file whose name is taken.
@@ -76,6 +77,9 @@ struct Invocation {
 
 /// Throws a Failure for wrong use.
 Invocation ParseCommandLine(int argumentCount, const char* const* arguments);
+
+/// The words of `quorl send` that repeat it for others: without --only, --wait-for, --retry and --yes.
+std::string AgainText(const std::vector<std::string>& words);
 
 /// "/srv/in" as the drive path "C:\srv\in"; a drive path as it is; nothing of both: empty.
 std::string TargetFromText(const std::string& text);

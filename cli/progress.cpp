@@ -91,11 +91,15 @@ std::string BelowBar(const std::vector<std::string>& parts, size_t width) {
   return line;
 }
 
+std::string LocalName(std::string_view name) {
+  std::string local(name);
+  std::replace(local.begin(), local.end(), '\\', '/');
+  if (local.starts_with('/')) local.erase(0, 1);
+  return local;
+}
+
 std::string ShownName(std::string_view name, size_t columns) {
-  std::string shown(name);
-  std::replace(shown.begin(), shown.end(), '\\', '/');
-  if (shown.starts_with('/')) shown.erase(0, 1);
-  shown = Escape(shown);
+  std::string shown = Escape(LocalName(name));
   if (Columns(shown) <= columns) return shown;
   if (columns < 3) return "";
   size_t head = (columns - 1) / 2;

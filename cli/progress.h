@@ -39,7 +39,10 @@ std::string BarLine(std::string_view phase, double share, const std::vector<std:
 /// What stands below the bar, from the same column on.
 std::string BelowBar(const std::vector<std::string>& parts, size_t width);
 
-/// A name from the library, "\a\b.jpg", escaped and cut in the middle to fit: "a/very/long/na…end.jpg".
+/// A name from the library, "\a\b.jpg", as this machine writes it: "a/b.jpg".
+std::string LocalName(std::string_view name);
+
+/// The same, escaped and cut in the middle to fit: "a/very/long/na…end.jpg".
 std::string ShownName(std::string_view name, size_t columns);
 
 /// How many columns the text takes on a terminal; where that is not certain, the larger number.

@@ -92,6 +92,7 @@ void Reporter::Say(Level level, const Fact& fact, std::string_view text) {
   uint32_t depth = level == Level::Protocol ? 2 : level == Level::Files ? 1 : 0;
   if (depth > options.verbosity) return;
   Emit(fact);
+  if (text.empty()) return;
   Log(text);
   if (options.json || (options.quiet && level != Level::Always)) return;
   ClearProgress();

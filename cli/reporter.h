@@ -41,7 +41,7 @@ class Reporter {
   /// Throws a Failure when the log of the options cannot be opened.
   void OpenLog();
 
-  /// A line, or several, on standard output, and the fact that they show.
+  /// A line, or several, on standard output, and the fact that they show. Without a text: the fact alone.
   void Say(Level level, const Fact& fact, std::string_view text);
   void Say(const Fact& fact, std::string_view text) { Say(Level::Normal, fact, text); }
 

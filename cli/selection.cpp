@@ -49,9 +49,9 @@ fs::path Absolute(const std::string& text) {
   return absolute;
 }
 
-char LetterFor(const fs::path& directory, std::vector<DriveMapping>& drives) {
-  for (const DriveMapping& drive : drives) {
-    if (drive.directory == directory.native()) return drive.letter;
+size_t DriveFor(const fs::path& directory, std::vector<DriveMapping>& drives) {
+  for (size_t i = 0; i < drives.size(); ++i) {
+    if (drives[i].directory == directory.native()) return i;
   }
   size_t count = drives.size();
   if (count > static_cast<size_t>(LAST_LETTER - FIRST_LETTER)) {
@@ -60,9 +60,19 @@ char LetterFor(const fs::path& directory, std::vector<DriveMapping>& drives) {
                   fmt::format("one transfer takes them from {} at most", LAST_LETTER - FIRST_LETTER + 1),
                   {"Send the directories that hold them, or send in turns."}};
   }
-  auto letter = static_cast<char>(FIRST_LETTER + static_cast<char>(count));
-  drives.push_back({letter, directory.native()});
-  return letter;
+  drives.push_back({static_cast<char>(FIRST_LETTER + static_cast<char>(count)), directory.native()});
+  return count;
+}
+
+const char* KindOf(fs::file_type type) {
+  switch (type) {
+    case fs::file_type::socket: return "socket";
+    case fs::file_type::fifo: return "named pipe";
+    case fs::file_type::block:
+    case fs::file_type::character: return "device";
+    case fs::file_type::not_found: return "a link that leads nowhere";
+    default: return "neither a file nor a directory";
+  }
 }
 
 /// Walks a directory as the library will, and notes what it will and will not list.
@@ -70,7 +80,10 @@ class Walk {
  public:
   Walk(Selection& selection, bool subdirectories) : selection(selection), subdirectories(subdirectories) {}
 
-  void Directory(const fs::path& directory, size_t relativeLength, bool firstLevel) {
+  /// What is named next lies beneath this drive.
+  void Enter(size_t number) { drive = number; }
+
+  void Directory(const fs::path& directory, const std::string& name, bool firstLevel) {
     std::error_code error;
     fs::directory_iterator entries(directory, error);
     if (error) {
@@ -78,20 +91,25 @@ class Walk {
       return;
     }
     ++selection.directories;
+    size_t filesBefore = selection.files.size();
+    size_t emptyBefore = selection.emptyDirectories.size();
     for (const fs::directory_entry& entry : entries) {
-      Entry(entry, relativeLength + 1 + entry.path().filename().native().size(), firstLevel);
+      Entry(entry, name + "/" + entry.path().filename().native(), firstLevel);
     }
+    bool hasDirectory = selection.emptyDirectories.size() != emptyBefore;
+    if (selection.files.size() == filesBefore && !hasDirectory) selection.emptyDirectories.push_back(name);
   }
 
-  void File(const fs::path& path) {
+  void File(const fs::path& path, const std::string& name) {
     std::error_code error;
     uint64_t size = fs::file_size(path, error);
     if (error || access(path.c_str(), R_OK) != 0) {
       Unfit(path, error ? error.message() : std::strerror(errno));
       return;
     }
-    ++selection.files;
+    selection.files.push_back({name, size, drive});
     selection.bytes += size;
+    selection.blocks += BlocksOf(size);
   }
 
   /// Throws when something would fail at its turn, and with it the transfer.
@@ -103,7 +121,7 @@ class Walk {
   }
 
  private:
-  void Entry(const fs::directory_entry& entry, size_t relativeLength, bool firstLevel) {
+  void Entry(const fs::directory_entry& entry, const std::string& travelling, bool firstLevel) {
     const fs::path& path = entry.path();
     const std::string name = path.filename().native();
     std::error_code error;
@@ -112,22 +130,23 @@ class Walk {
     bool holdsBackslash = name.find('\\') != std::string::npos;
     if (isDirectory && !isLink && !subdirectories) return;
     if (isDirectory && isLink) {
-      LeaveOut(path, "a link to a directory");
+      LeaveOut(path, "link to a directory");
     } else if (!isDirectory && !entry.is_regular_file(error)) {
-      LeaveOut(path, isLink ? "a link that leads nowhere" : "neither a file nor a directory");
+      LeaveOut(path, KindOf(entry.status(error).type()));
     } else if (holdsBackslash ||
                (firstLevel && !isDirectory && name.find_first_of(CANNOT_TRAVEL) != std::string::npos)) {
       LeaveOut(path, "its name cannot travel");
-    } else if (relativeLength > LONGEST_PATH - DRIVE_LENGTH) {
+      ++selection.lost;
+    } else if (1 + travelling.size() > LONGEST_PATH - DRIVE_LENGTH) {
       Unfit(path, "receivers accept paths of 260 characters at most");
     } else if (isDirectory) {
       if (name.find_first_of(DELETED) != std::string::npos)
         Unfit(path, "receivers delete * ? > < from names, not from those of directories");
-      Directory(path, relativeLength, false);
+      Directory(path, travelling, false);
     } else {
       if (name.find_first_of(DELETED) != std::string::npos)
         selection.renamed.push_back({path.native(), "receivers delete * ? > < from its name"});
-      File(path);
+      File(path, travelling);
     }
   }
 
@@ -141,6 +160,7 @@ class Walk {
 
   Selection& selection;
   bool subdirectories;
+  size_t drive = 0;
   uint64_t unfitCount = 0;
   std::string firstUnfit;
   std::string firstReason;
@@ -177,14 +197,16 @@ Selection SurveySelection(const std::vector<std::string>& paths, bool subdirecto
       throw CannotBeSent(path, "a name with one of \\ * ? > < \" | : cannot travel");
     }
     chosen.push_back(path);
-    selection.paths.push_back(fmt::format("{}:\\{}", LetterFor(path.parent_path(), selection.drives), name));
+    size_t drive = DriveFor(path.parent_path(), selection.drives);
+    selection.paths.push_back(fmt::format("{}:\\{}", selection.drives[drive].letter, name));
+    walk.Enter(drive);
     std::error_code error;
     if (fs::is_directory(path, error)) {
-      walk.Directory(path, 1 + name.size(), true);
+      walk.Directory(path, name, true);
     } else if (fs::is_regular_file(path, error)) {
-      walk.File(path);
+      walk.File(path, name);
     } else {
-      throw CannotBeSent(path, "it is neither a file nor a directory");
+      throw CannotBeSent(path, KindOf(fs::status(path, error).type()));
     }
   }
   walk.Finish();

@@ -1,16 +1,22 @@
-// `quorl send`: survey, collect, send, follow, tell. Everything runs on the main thread; the library's threads speak
-// through the inbox.
+// `quorl send`: survey, see who is there, ask, send, tell, and repeat for those that failed. Everything runs on the
+// main thread.
 #include "cli/send.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <fstream>
+#include <memory>
+#include <optional>
 
 #include "cli/escape.h"
 #include "cli/inbox.h"
 #include "cli/network.h"
-#include "cli/progress.h"
+#include "cli/room.h"
 #include "cli/selection.h"
+#include "cli/send_result.h"
+#include "cli/terminal.h"
+#include "cli/transfer.h"
 #include "cli/units.h"
 
 namespace quorl::cli {
@@ -20,125 +26,206 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t TARGET_IS_A_PATH = 0xFFFFFFFF;
-constexpr size_t MOST_RECEIVERS = 200;
 constexpr size_t MOST_SHOWN = 5;
+constexpr std::chrono::seconds DEFAULT_WAIT = 30s;
+constexpr std::chrono::seconds LONG_TRANSFER = 120s;
+constexpr size_t LINES_OF_RECEIVERS = 4;
+constexpr int QUIT = 130;
 
-struct Ending {
-  uint32_t status = 0;
-  int signal = 0;
-};
+/// Whether to begin is decided by a person, or by who is there.
+bool MustAsk(const SendOptions& options) {
+  return !options.yes && options.waitFor == 0 && options.only.empty() && !options.dryRun;
+}
 
 class Sending {
  public:
   Sending(const Options& options, Reporter& reporter)
       : options(options),
+        send(options.send),
         reporter(reporter),
-        selection(SurveySelection(options.send.paths, options.send.subdirectories)),
-        network(ResolveNetwork(options.network)) {}
-  ~Sending() { DeInitServer(); }
-  Sending(const Sending&) = delete;
-  Sending& operator=(const Sending&) = delete;
+        inbox(options.output.verbosity > 0),
+        selection(SurveySelection(send.paths, send.subdirectories)),
+        network(ResolveNetwork(options.network)),
+        room(network, inbox) {}
 
   int Run() {
     SayPlan();
+    if (send.dryRun) return ListOnly();
+    if (!send.failedTo.empty()) CheckFailedTo();
     SetProfile(1);
-    SetSendRate(options.send.rate);
-    if (int signal = Collect()) return 128 + signal;
-    Select();
-    started = Clock::now();
-    StartSend();
-    Ending ending = Follow();
-    return Finish(ending);
+    SetSendRate(send.rate);
+    if (int code = Gather()) return code;
+    result.Begin();
+    Attempt(send.only);
+    for (uint32_t i = 0; i < send.retries && !result.WasStopped() && !result.Failed().empty(); ++i) {
+      if (!GatherAgain(result.Failed())) break;
+      Attempt(result.Failed());
+    }
+    return Finish();
   }
 
  private:
   void SayPlan() {
     SayNetwork(reporter, network);
-    reporter.Say(
-        fmt::format("Selection  {} in {}, {}", Count(selection.files, "file"),
-                    selection.directories == 1 ? "1 directory" : fmt::format("{} directories", selection.directories),
-                    FormatBytes(selection.bytes)));
-    reporter.Say(fmt::format("Rate       {}{}", FormatLinkRate(options.send.rate), EstimatedTime()));
-    SayRemarks("left out", selection.leftOut);
+    Fact fact("selection");
+    fact.Add("files", selection.files.size()).Add("directories", selection.directories).Add("bytes", selection.bytes);
+    fact.Add("blocks", selection.blocks).Add("skipped", selection.leftOut.size());
+    std::string folders =
+        selection.directories == 0 ? "" : fmt::format(" in {}", Count(selection.directories, "folder"));
+    reporter.Say(fact, fmt::format("Selection  {}{}, {}", Count(selection.files.size(), "file"), folders,
+                                   FormatBytes(selection.bytes)));
+    SayRemarks("skipped", selection.leftOut);
     SayRemarks("renamed", selection.renamed);
   }
 
-  std::string EstimatedTime() const {
-    if (options.send.rate == 0) return "";
-    std::chrono::duration<double> stream(static_cast<double>(selection.bytes) * 8 / (options.send.rate * 1000.0));
-    return fmt::format(", about {} and what repairs take",
-                       FormatDuration(std::chrono::duration_cast<std::chrono::nanoseconds>(stream)));
-  }
-
   void SayRemarks(const char* title, const std::vector<Remark>& remarks) {
-    for (size_t i = 0; i < std::min(remarks.size(), MOST_SHOWN); ++i) {
-      reporter.Warn(fmt::format("  {}: \"{}\", {}", title, Escape(remarks[i].path), remarks[i].why));
+    for (size_t i = 0; i < remarks.size(); ++i) {
+      const Remark& remark = remarks[i];
+      Fact fact(title);
+      fact.Add("path", remark.path).Add("reason", remark.why);
+      bool shown = i < MOST_SHOWN || options.output.verbosity > 0;
+      reporter.Say(fact, shown             ? fmt::format("  {}: \"{}\" ({})", title, Escape(remark.path), remark.why)
+                         : i == MOST_SHOWN ? fmt::format("  ... and {} more", remarks.size() - MOST_SHOWN)
+                                           : "");
     }
-    if (remarks.size() > MOST_SHOWN) reporter.Warn(fmt::format("  ... and {} more", remarks.size() - MOST_SHOWN));
   }
 
-  /// Asks until enough receivers have answered. Returns the signal that ended it, or 0.
-  int Collect() {
-    auto deadline = Clock::now() + (options.send.wait.count() >= 0 ? options.send.wait
-                                    : options.send.waitFor > 0     ? 30s
-                                                                   : 0s);
-    uint32_t asked = 0;
-    uint32_t known = 0;
-    while (true) {
-      if (InitServer(inbox.Window(), network.group, network.port, network.interface.address) == 0) throw SetUpFailure();
-      ++asked;
-      uint32_t found = GetReceivers(nullptr, 0);
-      if (found >= std::max(options.send.waitFor, 1u)) break;
-      if (Clock::now() >= deadline) throw NobodyFailure(found, asked);
-      if (found != known || asked == 1) {
-        reporter.Say(fmt::format("Waiting    {} of {} there", found, Count(options.send.waitFor, "receiver")));
-        known = found;
-      }
-      Event event = inbox.Next(0ms);
-      DeInitServer();
-      if (event.kind == Event::Kind::Signal) return event.signal;
+  int ListOnly() {
+    for (const PlannedFile& file : selection.files) {
+      Fact fact("file");
+      fact.Add("path", file.name).Add("bytes", file.size).Add("blocks", BlocksOf(file.size));
+      reporter.Say(fact, fmt::format("  {:>9}  {}", FormatBytes(file.size), Escape(file.name)));
     }
-    std::vector<uint32_t> addresses(MOST_RECEIVERS);
-    addresses.resize(std::min<size_t>(GetReceivers(addresses.data(), MOST_RECEIVERS), MOST_RECEIVERS));
-    std::string list;
-    for (uint32_t address : addresses) list += "  " + FormatAddress(address);
-    reporter.Say(fmt::format("Receivers  {}:{}", addresses.size(), list));
+    for (const std::string& name : selection.emptyDirectories) {
+      reporter.Say(Fact("folder").Add("path", name), fmt::format("  {:>9}  {}/", "folder", Escape(name)));
+    }
+    SayTime();
+    reporter.Say(Level::Always, Fact("dry_run"),
+                 fmt::format("Nothing has been sent (--dry-run). It would be {}, {}.", Count(selection.blocks, "block"),
+                             FormatBytes(selection.bytes)));
+    reporter.Result().Add("files", selection.files.size()).Add("bytes", selection.bytes);
     return 0;
   }
 
-  Failure SetUpFailure() {
-    Event event = inbox.Next(300ms);
-    if (event.kind == Event::Kind::Message && event.message == WM_TRANS_STATUS &&
-        event.wParam == QUORL_STATUS_GROUP_BUSY) {
-      return {Exit::GroupBusy,
-              fmt::format("another sender is active on {}", network.GroupText()),
-              "one group carries one transfer at a time",
-              {"Wait for its end, or use another --port on both sides."}};
+  void SayTime() {
+    auto time = StreamTime(selection.blocks, send.rate);
+    std::string hint;
+    if (!send.rateGiven && time > LONG_TRANSFER) {
+      hint = "\nWhere the network and the disks can take more: --rate 400M, for example.";
     }
-    return {Exit::Other,
-            fmt::format("no sender could be set up on {} through {}", network.GroupText(), network.InterfaceText()),
-            "a socket could not be opened, or nothing could be sent",
-            {"Another program may hold the ports; another --port or --interface may help."}};
+    reporter.Say(
+        Fact("estimate").Add("rate_bits", uint64_t{send.rate} * 1000).Add("stream_ms", time.count()),
+        fmt::format("At {} this takes {} {} plus repairs.{}", FormatLinkRate(send.rate),
+                    send.rate == 0 ? "at least" : "about", time < 1s ? "a second" : FormatDuration(time), hint));
   }
 
-  Failure NobodyFailure(uint32_t found, uint32_t asked) {
-    std::string next =
-        "Is \"quorl receive\" running on the other machines, in the same network?\n"
-        "  Firewalls must let UDP " +
-        std::to_string(network.port) + " in on receivers and UDP " + std::to_string(network.port + 2) +
-        " in on this machine.";
-    if (found > 0)
-      next += fmt::format("\n  Nothing has been sent. To send to those who answered: --wait-for {}", found);
-    if (!network.interface.others.empty()) {
-      next += fmt::format("\n  This machine also has {}; to use another: --interface NAME",
-                          fmt::join(network.interface.others, " and "));
+  void CheckFailedTo() {
+    if (std::ofstream(send.failedTo, std::ios::app)) return;
+    throw Failure{Exit::LocalFiles,
+                  fmt::format("\"{}\" cannot be written", Escape(send.failedTo)),
+                  "--failed-to names it for the addresses of those that fail",
+                  {"Nothing has been sent."}};
+  }
+
+  std::chrono::seconds WaitTime() const {
+    if (send.wait.count() >= 0) return send.wait;
+    return send.waitFor > 0 || !send.only.empty() ? DEFAULT_WAIT : 0s;
+  }
+
+  bool IsRoomReady() const {
+    if (!send.only.empty() && !room.MissingOf(send.only).empty()) return false;
+    return room.There().size() >= std::max(send.waitFor, 1u);
+  }
+
+  /// Looks until enough receivers are there and, where a person decides, until that is done. 0, or the exit code of one
+  /// who left.
+  int Gather() {
+    auto deadline = Clock::now() + WaitTime();
+    uint64_t known = ~uint64_t{0};
+    for (room.Look(); !IsRoomReady(); room.Look()) {
+      if (Clock::now() >= deadline) throw room.TooFew(std::max(send.waitFor, 1u), send.only);
+      if (known != room.There().size()) SayWaiting();
+      known = room.There().size();
+      room.Leave();
+      Event event = inbox.Next(0ms);
+      if (event.kind == Event::Kind::Signal) return 128 + event.signal;
     }
-    return {Exit::Nobody,
-            found == 0 ? "no receiver answered"
-                       : fmt::format("only {} of {} answered", found, Count(options.send.waitFor, "receiver")),
-            fmt::format("{} was asked {} through {}", network.GroupText(), Count(uint64_t{3} * asked, "time"),
-                        network.InterfaceText()),
-            {next}};
+    SayRoom();
+    SayTime();
+    if (!MustAsk(send)) return 0;
+    return AskToStart();
+  }
+
+  void SayWaiting() {
+    std::string wanted = send.only.empty() ? Count(std::max(send.waitFor, 1u), "receiver")
+                                           : AddressList(room.MissingOf(send.only)) + " to come";
+    reporter.Say(room.AsFact(), fmt::format("Waiting    {} there, for {}", room.There().size(), wanted));
+  }
+
+  void SayRoom() {
+    bool asks = MustAsk(send);
+    std::string list = room.Listing(reporter.Width(), asks ? 1 : LINES_OF_RECEIVERS, asks ? " (l: list)" : "");
+    reporter.Say(room.AsFact(),
+                 fmt::format("\nReceivers  {}{}{}", room.There().size(), list.empty() ? "" : "\n", list));
+    if (send.only.empty()) return;
+    for (uint32_t address : room.There()) {
+      if (IsMeant(address)) continue;
+      reporter.Say(Fact("listener").Add("address", FormatAddress(address)).Add("meant", false),
+                   fmt::format("  {} listens too; {}", room.Names().Label(address),
+                               send.manifest ? "\"quorl receive\" there throws away what is not for it"
+                                             : "without a manifest it keeps what is sent"));
+    }
+  }
+
+  bool IsMeant(uint32_t address) const {
+    return send.only.empty() || std::find(send.only.begin(), send.only.end(), address) != send.only.end();
+  }
+
+  int AskToStart() {
+    KeyMode keys;
+    while (true) {
+      bool anyone = !room.There().empty();
+      reporter.Ask(anyone ? "[Enter] send   [r] look again   [l] list   [q] quit " : "[r] look again   [q] quit ");
+      Event event = inbox.NextOrKey(1h);
+      reporter.ClearProgress();
+      if (event.kind == Event::Kind::Signal) return 128 + event.signal;
+      if (event.kind != Event::Kind::Key) continue;
+      if ((event.key == '\n' || event.key == '\r') && anyone) return 0;
+      if (event.key == 'r') {
+        room.Look();
+        SayRoom();
+      }
+      if (event.key == 'l') reporter.Say(room.AsFact(), room.Listing(1, MOST_RECEIVERS, ""));
+      if (event.key == 'q' || event.key == END_OF_INPUT) {
+        reporter.Say(Fact("quit"), "Nothing has been sent.");
+        return QUIT;
+      }
+    }
+  }
+
+  /// Whether at least one of those that failed listens again.
+  bool GatherAgain(const std::vector<uint32_t>& failed) {
+    reporter.Say(Fact("retry").Add("count", failed.size()),
+                 fmt::format("Retry      for {}", Count(failed.size(), "receiver")));
+    auto deadline = Clock::now() + (send.wait.count() >= 0 ? send.wait : DEFAULT_WAIT);
+    do {
+      room.Look();
+      if (room.MissingOf(failed).empty()) return true;
+      if (inbox.Next(0ms).kind == Event::Kind::Signal) return false;
+    } while (Clock::now() < deadline);
+    return room.MissingOf(failed).size() < failed.size();
+  }
+
+  void Attempt(const std::vector<uint32_t>& only) {
+    Select();
+    Fact fact("start");
+    fact.Add("receivers", room.There().size()).Add("files", selection.files.size()).Add("bytes", selection.bytes);
+    std::string text = fmt::format("Sending    {}, {} to {} at {} via {}", Count(selection.files.size(), "file"),
+                                   FormatBytes(selection.bytes), Count(room.There().size(), "receiver"),
+                                   FormatLinkRate(send.rate), network.interface.name);
+    reporter.Say(fact.Add("blocks", selection.blocks), reporter.HasBlock() ? "" : text);
+    Transfer transfer(inbox, reporter, room.Names(), selection.bytes, selection.files.size());
+    result.Add(transfer.Run(), only);
   }
 
   void Select() {
@@ -150,145 +237,59 @@ class Sending {
                       {"Nothing has been sent."}};
       }
     }
-    SetSubDirTrans(options.send.subdirectories ? 1 : 0);
-    SetTargetPath(options.send.target.empty() ? 0 : TARGET_IS_A_PATH, options.send.target.c_str());
+    SetSubDirTrans(send.subdirectories ? 1 : 0);
+    SetTargetPath(send.target.empty() ? 0 : TARGET_IS_A_PATH, send.target.c_str());
     std::vector<const char*> paths;
     for (const std::string& path : selection.paths) paths.push_back(path.c_str());
-    int32_t result = SetSelectFiles(paths.data(), static_cast<uint32_t>(paths.size()), options.send.openName.c_str());
-    if (result == 7) {
-      if (selection.leftOut.empty()) reporter.Warn("  left out: at least one file whose name cannot travel");
-      if (!options.send.openName.empty()) reporter.Warn("  --open-name has no effect when a name cannot travel");
-      leftOut = true;
-    } else if (result != 1) {
+    int32_t answer = SetSelectFiles(paths.data(), static_cast<uint32_t>(paths.size()), send.openName.c_str());
+    if (answer == 7) {
+      if (selection.leftOut.empty()) reporter.Warn("at least one file is skipped: its name cannot travel");
+      if (!send.openName.empty()) reporter.Warn("--open-name has no effect when a name cannot travel");
+      result.NoteLeftOut();
+    } else if (answer != 1) {
       throw Failure{Exit::Other,
                     "the selection was refused",
-                    fmt::format("result {} of the library", result),
+                    fmt::format("result {} of the library", answer),
                     {"Nothing has been sent."}};
     }
   }
 
-  /// Until the transfer is over: by a status, by a signal, or because its announcement could not be sent.
-  Ending Follow() {
-    bool announced = false;
-    while (true) {
-      Event event = inbox.Next(100ms);
-      if (event.kind == Event::Kind::Signal) return Stop(event.signal);
-      if (event.kind == Event::Kind::Message && event.message == WM_TASK_INFO) announced = true;
-      if (event.kind == Event::Kind::Message && event.message == WM_CLIENT_ERR) SayReceiverError(event);
-      if (event.kind == Event::Kind::Message && event.message == WM_TRANS_STATUS) return {LastStatus(event), 0};
-      if (!announced && Clock::now() - started > 2s) {
-        throw Failure{Exit::Other, "the transfer could not be announced", "the network refused to send", {}};
-      }
-      if (reporter.WantsProgress()) ShowProgress();
+  int Finish() {
+    if (selection.lost != 0) result.NoteLeftOut();
+    result.Tell(reporter, room.Names(), {selection.bytes, selection.files.size(), selection.blocks, send.rate});
+    auto failed = result.Failed();
+    if (!send.failedTo.empty()) {
+      std::ofstream file(send.failedTo, std::ios::trunc);
+      for (uint32_t address : failed) file << FormatAddress(address) << '\n';
+      if (!file.flush()) reporter.Warn(fmt::format("\"{}\" could not be written", Escape(send.failedTo)));
     }
-  }
-
-  /// A stop with a reason comes as two messages, 0 and then the reason.
-  uint32_t LastStatus(const Event& first) {
-    auto status = static_cast<uint32_t>(first.wParam);
-    auto deadline = Clock::now() + 300ms;
-    while (status == 0 && Clock::now() < deadline) {
-      Event event = inbox.Next(50ms);
-      if (event.kind == Event::Kind::Message && event.message == WM_TRANS_STATUS)
-        status = static_cast<uint32_t>(event.wParam);
-      if (event.kind == Event::Kind::Message && event.message == WM_CLIENT_ERR) SayReceiverError(event);
+    if (!failed.empty() && !result.WasStopped()) {
+      std::string list = send.failedTo.empty() ? AddressList(failed) : "@" + send.failedTo;
+      reporter.Say(Fact("again").Add("addresses", AddressList(failed)),
+                   fmt::format("Again for those that failed:  {} --only {}", send.again, list));
     }
-    return status;
-  }
-
-  Ending Stop(int signal) {
-    reporter.ClearProgress();
-    reporter.Say("Stopping   the receivers are told");
-    StopSend();
-    auto deadline = Clock::now() + 2s;
-    while (Clock::now() < deadline && SendState().phase != QUORL_PHASE_OVER) inbox.Next(50ms);
-    return {0, signal};
-  }
-
-  void SayReceiverError(const Event& event) {
-    auto status = static_cast<uint32_t>(event.wParam);
-    reporter.Say(fmt::format("  {} {} (status {})", FormatAddress(static_cast<uint32_t>(event.lParam)),
-                             StatusInWords(status), status));
-  }
-
-  void ShowProgress() {
-    QuorlSendState state = SendState();
-    double share =
-        state.blocksTotal == 0 ? 0 : static_cast<double>(state.blocksSent) / static_cast<double>(state.blocksTotal);
-    meter.Add(Clock::now(), static_cast<uint64_t>(share * static_cast<double>(selection.bytes)));
-    auto rows = Rows();
-    auto complete =
-        std::count_if(rows.begin(), rows.end(), [](const auto& row) { return row.state == QUORL_RECEIVER_COMPLETE; });
-    std::string rate = FormatRate(meter.PerSecond());
-    std::string percent = fmt::format("{} %", Percent(state.blocksSent, state.blocksTotal));
-    std::string there = fmt::format("{} of {} complete", complete, Count(rows.size(), "receiver"));
-    reporter.Progress({{BarLine("Sending", share, {percent, rate, there}, reporter.Width())}, percent + "  " + there});
-  }
-
-  int Finish(const Ending& ending) {
-    auto elapsed = Clock::now() - started;
-    auto rows = Rows();
-    for (const QuorlReceiverState& row : rows) SayRow(row);
-    auto complete =
-        std::count_if(rows.begin(), rows.end(), [](const auto& row) { return row.state == QUORL_RECEIVER_COMPLETE; });
-    QuorlSendState state = SendState();
-    double seconds = std::chrono::duration<double>(elapsed).count();
-    reporter.Say(fmt::format("{} in {}: {} of {} complete, {}, {} on average, {} sent again",
-                             ending.signal != 0   ? "Stopped"
-                             : ending.status != 0 ? "Ended"
-                                                  : "Done",
-                             FormatDuration(elapsed), complete, Count(rows.size(), "receiver"),
-                             FormatBytes(selection.bytes), FormatRate(static_cast<double>(selection.bytes) / seconds),
-                             Count(state.blocksResent, "block")));
-    if (state.shrunkFiles != 0) {
-      reporter.Warn(fmt::format("warning: {} became shorter while being sent; no receiver has them whole",
-                                Count(state.shrunkFiles, "file")));
-    }
-    if (ending.status != 0) {
-      reporter.Complain({Exit::Other,
-                         "the transfer was ended before everyone was complete",
-                         fmt::format("{} (status {})", StatusInWords(ending.status), ending.status),
-                         {}});
-    }
-    if (ending.signal != 0) return 128 + ending.signal;
-    bool partly = leftOut || !selection.leftOut.empty() || state.shrunkFiles != 0;
-    return static_cast<int>(SenderExit(ending.status, rows, partly));
-  }
-
-  void SayRow(const QuorlReceiverState& row) {
-    std::string end = "not complete";
-    if (row.state == QUORL_RECEIVER_COMPLETE)
-      end = row.missing == 0 ? "complete" : fmt::format("complete, {} repaired", Count(row.missing, "block"));
-    if (row.state == QUORL_RECEIVER_FAILED)
-      end = fmt::format("failed: {} (status {})", StatusInWords(row.status), row.status);
-    reporter.Say(fmt::format("  {:<15}  {}", FormatAddress(row.address), end));
-  }
-
-  static QuorlSendState SendState() {
-    QuorlSendState state{};
-    GetSendState(&state);
-    return state;
-  }
-
-  static std::vector<QuorlReceiverState> Rows() {
-    std::vector<QuorlReceiverState> rows(MOST_RECEIVERS);
-    rows.resize(std::min<size_t>(GetReceiverStates(rows.data(), MOST_RECEIVERS), MOST_RECEIVERS));
-    return rows;
+    return result.ExitCode();
   }
 
   const Options& options;
+  const SendOptions& send;
   Reporter& reporter;
   Inbox inbox;
   Selection selection;
   Network network;
-  RateMeter meter;
-  Clock::time_point started;
-  bool leftOut = false;
+  Room room;
+  SendResult result;
 };
 
 }  // namespace
 
 int RunSend(const Options& options, Reporter& reporter) {
+  if (MustAsk(options.send) && (options.output.json || !CanAsk())) {
+    throw Failure{Exit::Usage,
+                  "nobody can be asked whether to start",
+                  options.output.json ? "--json is for programs" : "this is no terminal",
+                  {"--yes starts as soon as somebody is there, --wait-for N when N receivers are."}};
+  }
   return Sending(options, reporter).Run();
 }
 

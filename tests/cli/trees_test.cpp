@@ -51,8 +51,10 @@ TEST_F(Trees, EveryParentGetsADriveOfItsOwn) {
   ASSERT_EQ(selection.drives.size(), 2u);
   EXPECT_EQ(selection.drives[0].directory, root / "one");
   EXPECT_EQ(selection.drives[1].directory, root / "two/deeper");
-  EXPECT_EQ(selection.files, 3u);
+  ASSERT_EQ(selection.files.size(), 3u);
+  EXPECT_EQ(selection.PathOf(selection.files[1]), second);
   EXPECT_EQ(selection.bytes, 4274u);
+  EXPECT_EQ(selection.blocks, 4u) << "a full block is followed by an empty one";
 }
 
 TEST_F(Trees, ADirectoryIsCountedAsItWillTravel) {
@@ -61,17 +63,20 @@ TEST_F(Trees, ADirectoryIsCountedAsItWillTravel) {
   Make("tree/sub/c?d.txt");
   Make("tree/what?.txt");
   Make("tree/sub/back\\slash");
+  fs::create_directories(root / "tree/bare/barer");
   fs::create_directory_symlink(root / "tree/sub", root / "tree/link");
   fs::create_symlink("a.txt", root / "tree/alias");
   fs::create_symlink("nowhere", root / "tree/broken");
   Selection all = SurveySelection({(root / "tree/").native()}, true);
   EXPECT_EQ(all.paths, std::vector<std::string>{"D:\\tree"});
-  EXPECT_EQ(all.files, 4u) << "a.txt, alias, sub/b.txt, sub/c?d.txt";
-  EXPECT_EQ(all.directories, 2u);
+  EXPECT_EQ(all.files.size(), 4u) << "a.txt, alias, sub/b.txt, sub/c?d.txt";
+  EXPECT_EQ(all.directories, 4u);
   EXPECT_EQ(all.leftOut.size(), 4u) << "what?.txt, sub/back\\slash, link, broken";
+  EXPECT_EQ(all.lost, 2u) << "links are told, but nothing that was chosen is missing";
   EXPECT_EQ(all.renamed.size(), 1u);
+  EXPECT_EQ(all.emptyDirectories, std::vector<std::string>{"tree/bare/barer"});
   Selection flat = SurveySelection({(root / "tree").native()}, false);
-  EXPECT_EQ(flat.files, 2u);
+  EXPECT_EQ(flat.files.size(), 2u);
   EXPECT_EQ(flat.directories, 1u);
 }
 

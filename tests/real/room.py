@@ -102,6 +102,9 @@ class Room:
         return command
 
     def sender(self, *arguments, **options):
+        """A sender that starts without being asked to."""
+        if not {"--wait-for", "--only", "--dry-run"} & set(arguments):
+            arguments = (*arguments, "--yes")
         return self.start("send", *arguments, "--interface", "127.0.0.1", "--port", self.port, **options)
 
     def target(self, number):
