@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "cli/staging_files.h"
+
+namespace quorl::cli {
+
+/// Whether a received name begins with a component that is ours: a staging directory or the manifest.
+bool IsReservedName(std::string_view name);
+
+/// The directory that files are delivered into, and in it one staging directory for each transfer, ".quorl-" and a
+/// number of chance. A transfer is received into its staging directory and becomes visible when it is whole.
+///
+/// Whoever receives into a directory holds a shared lock on it. Who gets it alone knows that every staging directory in
+/// it is left over from a run that was killed, and removes them.
+class Staging {
+ public:
+  /// Throws a Failure when `directory` cannot be received into: 7, or 8 when it is on no local disk.
+  explicit Staging(const std::string& directory);
+  ~Staging();
+  Staging(const Staging&) = delete;
+  Staging& operator=(const Staging&) = delete;
+
+  const std::string& Directory() const { return directory; }  ///< Absolute.
+  int Target() const { return target.Get(); }
+  uint64_t FreeBytes() const;
+  size_t StaleRemoved() const { return staleRemoved; }
+
+  /// Chooses the staging directory of the next transfer. It exists while `use` is called with its path, and then not
+  /// again before something is received: a receiver that waits leaves no trace. Throws a Failure when it cannot be
+  /// made, or when `use` says false.
+  void Prepare(const std::function<bool(const std::string& path)>& use);
+
+  /// The prepared staging directory is now the one that is being received into; an earlier one goes away.
+  void Begin();
+
+  /// The current staging directory. On failure errno says why.
+  FileHandle Open() const;
+
+  /// Removes the current staging directory with all that is in it. False when something of it stays.
+  bool Discard();
+
+ private:
+  void TakeLock();
+  void RemoveStale();
+
+  std::string directory;
+  FileHandle target;
+  std::string next;
+  std::string current;  ///< Empty: none.
+  size_t staleRemoved = 0;
+};
+
+}  // namespace quorl::cli
