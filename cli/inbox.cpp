@@ -56,6 +56,17 @@ Inbox::~Inbox() {
   close(signals);
 }
 
+void Inbox::Renew() {
+  DestroyHostWindow(window);
+  eventfd_t count = 0;
+  while (eventfd_read(wakeUp, &count) == 0) {
+  }
+  messages.clear();
+  currentFile.clear();
+  filesBefore = 0;
+  window = CreateHostWindow(&Inbox::Receive, this);
+}
+
 void Inbox::Receive(void* context, uint32_t message, uintptr_t wParam, intptr_t lParam) {
   auto* inbox = static_cast<Inbox*>(context);
   std::lock_guard guard(inbox->lock);

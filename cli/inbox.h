@@ -41,6 +41,9 @@ class Inbox {
   /// The window to give to the library; NULL when it could not be made.
   QuorlWindow Window() const { return window; }
 
+  /// Another window, and no messages: none of an earlier transfer can be taken for one of the next.
+  void Renew();
+
   /// The oldest event; Kind::Nothing when none came within `limit`.
   Event Next(std::chrono::milliseconds limit);
 
