@@ -1,170 +1,227 @@
-// `quorl receive`: one transfer into one directory.
+// `quorl receive`: one transfer into one directory, or with --keep one after the other.
 #include "cli/receive.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <optional>
 
 #include "cli/escape.h"
 #include "cli/inbox.h"
 #include "cli/network.h"
 #include "cli/progress.h"
+#include "cli/receive_delivery.h"
+#include "cli/receive_open.h"
+#include "cli/receive_round.h"
+#include "cli/receive_tell.h"
+#include "cli/then.h"
 #include "cli/units.h"
 
 namespace quorl::cli {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 
-constexpr uint64_t BLOCK_SIZE = 4254;
-
-std::string UsableDirectory(const std::string& text) {
-  std::error_code error;
-  std::filesystem::path directory = std::filesystem::canonical(text, error);
-  std::string why = error ? error.message() : "";
-  if (!error && !std::filesystem::is_directory(directory, error)) why = "Not a directory";
-  if (why.empty() && access(directory.c_str(), W_OK | X_OK) != 0) why = std::strerror(errno);
-  if (!why.empty()) {
-    throw Failure{Exit::LocalFiles,
-                  fmt::format("nothing can be received into \"{}\"", Escape(text)),
-                  why,
-                  {"Name a directory that exists and can be written."}};
-  }
-  return directory.native();
-}
+// Between two attempts of a receiver that goes on, when the network does not let it.
+constexpr auto NETWORK_PAUSE = 5s;
+// After a transfer that could not even begin, which its sender may announce again at once.
+constexpr auto FAILURE_PAUSE = 1s;
 
 class Receiving {
  public:
   Receiving(const Options& options, Reporter& reporter)
       : options(options),
+        receive(options.receive),
         reporter(reporter),
-        directory(UsableDirectory(options.receive.directory.empty() ? "." : options.receive.directory)),
-        network(ResolveNetwork(options.network)) {}
-  ~Receiving() { DeInitClient(); }
-  Receiving(const Receiving&) = delete;
-  Receiving& operator=(const Receiving&) = delete;
+        staging(receive.directory.empty() ? "." : receive.directory),
+        network(ResolveNetwork(options.network)) {
+    if (!options.keyFile.empty()) key = ReadKeyFile(options.keyFile);
+    if (!receive.then.empty()) followUp.emplace(receive.then);
+  }
 
   int Run() {
-    SetProfile(1);
-    if (SetReceiveRoot(directory.c_str()) == 0) {
-      throw Failure{Exit::LocalFiles,
-                    fmt::format("nothing can be received into \"{}\"", Escape(directory)),
-                    "it is no directory any more",
-                    {}};
-    }
-    if (InitClient(inbox.Window(), network.group, network.port, network.interface.address) == 0) {
-      throw Failure{Exit::Other,
-                    fmt::format("cannot listen on {} through {}", network.GroupText(), network.InterfaceText()),
-                    "a socket could not be opened",
-                    {"Another program may hold the port; another --port or --interface may help."}};
-    }
-    StartReceive();
-    SayNetwork(reporter, network);
-    reporter.Say(fmt::format("Waiting for a sender on {}, to receive into {}   (Ctrl-C to stop)", network.GroupText(),
-                             Escape(directory)));
-    waitingSince = Clock::now();
+    SayWaiting();
     while (true) {
-      if (auto code = Step(inbox.Next(100ms))) return *code;
-      if (reporter.WantsProgress() && announced) ShowProgress();
-      if (!announced && options.receive.timeout > 0s && Clock::now() - waitingSince >= options.receive.timeout) {
-        throw Failure{
-            Exit::Nobody,
-            fmt::format("no sender came within {}", FormatDuration(options.receive.timeout)),
-            fmt::format("nothing was announced on {} through {}", network.GroupText(), network.InterfaceText()),
-            {"Is \"quorl send\" running in the same network, with the same group and port?"}};
+      Reception reception(receive, reporter, inbox, network, staging, [this] { PollPrograms(); });
+      const RoundEnd end = reception.Run();
+      if (end.kind == RoundEnd::Kind::TimedOut) throw NobodyCame();
+      if (end.kind == RoundEnd::Kind::Interrupted) return Interrupted(end);
+      if (end.kind == RoundEnd::Kind::Deaf) {
+        if (const int number = WaitForNetwork()) return 128 + number;
+        continue;
       }
+      const ReceiveResult result = DeliverWhatCame(end);
+      if (result.interrupted) return Interrupted(end);
+      ++rounds;
+      if (!receive.keep && !result.notMeant) return Finish(result);
+      GoOn(result);
+      if (const int number = end.announced ? 0 : Pause(FAILURE_PAUSE)) return 128 + number;
     }
   }
 
  private:
-  /// Handles one event; an exit code when the transfer is over for this receiver.
-  std::optional<int> Step(const Event& event) {
-    if (event.kind == Event::Kind::Signal) return Interrupted(event.signal);
-    if (event.kind != Event::Kind::Message) return std::nullopt;
-    if (event.message == WM_TASK_INFO) SayTask(event);
-    if (event.message != WM_TRANS_STATUS) return std::nullopt;
-    auto status = static_cast<uint32_t>(event.wParam);
-    // A file that cannot be written does not end the others; the end comes when the sender is through.
-    if (status == QUORL_STATUS_FILE_UNWRITABLE) {
-      reporter.Warn(fmt::format("error: {} (status {}); the other files go on", StatusInWords(status), status));
-      return std::nullopt;
+  void SayWaiting() {
+    SayNetwork(reporter, network);
+    if (staging.StaleRemoved() > 0) {
+      reporter.Say(fmt::format("Removed what {} left behind", staging.StaleRemoved() == 1
+                                                                  ? "a receiver that was killed had"
+                                                                  : "receivers that were killed had"));
     }
-    return Finish(event);
+    Fact fact("waiting");
+    fact.Add("directory", staging.Directory()).Add("keep", receive.keep);
+    const std::string from = receive.from == 0 ? "" : fmt::format(", none but {}", FormatAddress(receive.from));
+    reporter.Say(fact, fmt::format("Waiting for a sender on {} via {}{}, to receive into {}   (Ctrl-C to stop)",
+                                   network.GroupText(), network.InterfaceText(), from, Escape(staging.Directory())));
   }
 
-  void SayTask(const Event& event) {
-    announced = true;
-    started = Clock::now();
-    reporter.Say(fmt::format("From {}: {}, {}", FormatAddress(State().senderAddress), Count(event.wParam, "file"),
-                             Count(static_cast<uint64_t>(event.lParam), "block")));
+  Failure NobodyCame() const {
+    return {Exit::Nobody,
+            fmt::format("no sender came within {}", FormatDuration(receive.timeout)),
+            fmt::format("nothing was announced on {} through {}", network.GroupText(), network.InterfaceText()),
+            {"Is \"quorl send\" running in the same network, with the same group and port?",
+             "\"quorl doctor\" checks this machine."}};
   }
 
-  int Interrupted(int signal) {
-    reporter.Say(announced ? fmt::format("Stopped: {}", Stored(State())) : "Stopped: no transfer had started");
-    return 128 + signal;
+  Failure Deaf() const {
+    return {Exit::Other,
+            fmt::format("cannot listen on {} through {}", network.GroupText(), network.InterfaceText()),
+            "a socket could not be opened",
+            {"Another program may hold the port; another --port or --interface may help."}};
   }
 
-  int Finish(const Event& event) {
-    auto status = static_cast<uint32_t>(event.wParam);
-    QuorlReceiveState state = State();
-    bool stopped = status == 0 && event.lParam == 0;
-    bool complete = !stopped && status == 0 && ReceiverExit(state) == Exit::Complete;
-    if (complete) {
-      reporter.Say(fmt::format("Complete: {}, {}, in {}, nothing missing", Count(state.files, "file"),
-                               Count(state.blocksStored, "block"), FormatDuration(Clock::now() - started)));
-      if (!event.text.empty())
-        reporter.Say(fmt::format("The sender suggests to open \"{}\"; not opened", Escape(event.text)));
-      return 0;
+  /// For a receiver that goes on, a network that is away is a matter of time. Returns the signal that ended the wait.
+  int WaitForNetwork() {
+    if (!receive.keep || rounds == 0) throw Deaf();
+    reporter.Warn(fmt::format("{}; trying again", Deaf().what));
+    return Pause(NETWORK_PAUSE);
+  }
+
+  int Pause(std::chrono::milliseconds time) {
+    const Event event = inbox.Next(time);
+    return event.kind == Event::Kind::Signal ? event.signal : 0;
+  }
+
+  int Interrupted(const RoundEnd& end) {
+    const int number = end.kind == RoundEnd::Kind::Interrupted ? end.signal : signal;
+    staging.Discard();
+    reporter.Result().Add("state", "stopped").Add("signal", number).Add("transfers", rounds);
+    reporter.Say(end.announced ? fmt::format("Stopped: {} of {} stored; nothing was moved", end.state.blocksStored,
+                                             Count(end.state.blocksExpected, "block"))
+                 : rounds > 0  ? fmt::format("Stopped after {}", Count(rounds, "transfer"))
+                               : "Stopped: no transfer had started");
+    return 128 + number;
+  }
+
+  ReceiveResult DeliverWhatCame(const RoundEnd& end) {
+    checkedBytes = 0;
+    bytesToCheck = end.state.blocksExpected * BLOCK_SIZE;
+    DeliveryRules rules;
+    rules.move = {receive.existing, receive.sync, true};
+    rules.key = key ? &*key : nullptr;
+    rules.ownAddress = network.interface.address;
+    rules.progress = [this](uint64_t bytes) { return GoOnChecking(bytes); };
+    ReceiveResult result = Deliver(staging, end, rules);
+    reporter.ClearProgress();
+    if (!staging.Discard())
+      reporter.Warn(
+          fmt::format("a directory \".quorl-...\" could not be removed from {}", Escape(staging.Directory())));
+    return result;
+  }
+
+  bool GoOnChecking(uint64_t bytes) {
+    checkedBytes += bytes;
+    if (const Event event = inbox.Next(0ms); event.kind == Event::Kind::Signal) signal = event.signal;
+    if (signal != 0) return false;
+    if (reporter.WantsProgress()) {
+      const uint32_t percent = Percent(checkedBytes, bytesToCheck);
+      ProgressView view;
+      const std::vector<std::string> parts{fmt::format("{:3} %", percent), FormatPart(checkedBytes, bytesToCheck)};
+      view.lines.push_back(BarLine("Checking", percent / 100.0, parts, reporter.Width()));
+      view.plain = fmt::format("checking {}", fmt::join(parts, "  "));
+      view.fact.Add("phase", "checking").Add("bytes_checked", checkedBytes);
+      reporter.Progress(view);
     }
-    if (state.status == 0) state.status = status;
-    std::string why = stopped             ? "the sender stopped it"
-                      : state.status != 0 ? fmt::format("{} (status {})", StatusInWords(state.status), state.status)
-                                          : "the sender ended it before everything was here";
-    reporter.Complain(
-        {Exit::Other,
-         announced ? fmt::format("the transfer is not complete, {}", Stored(state)) : "nothing was received",
-         why,
-         {"Start \"quorl receive\" again, then send again."}});
-    return static_cast<int>(ReceiverExit(state) == Exit::Complete ? Exit::PeerLost : ReceiverExit(state));
+    return true;
   }
 
-  static std::string Stored(const QuorlReceiveState& state) {
-    return fmt::format("{} of {} stored", state.blocksStored, Count(state.blocksExpected, "block"));
+  /// After the only transfer. Returns the exit code.
+  int Finish(const ReceiveResult& result) {
+    TellResult(reporter, result);
+    AddResult(reporter.Result(), result);
+    OpenSuggestion(result);
+    RunThen(result);
+    while (followUp && followUp->IsBusy()) {
+      PollPrograms();
+      if (const Event event = inbox.Next(50ms); event.kind == Event::Kind::Signal) return 128 + event.signal;
+    }
+    return static_cast<int>(result.code);
   }
 
-  void ShowProgress() {
-    QuorlReceiveState state = State();
-    meter.Add(Clock::now(), state.blocksStored * BLOCK_SIZE);
-    double share =
-        static_cast<double>(state.blocksStored) / static_cast<double>(std::max<uint64_t>(state.blocksExpected, 1));
-    std::string percent = fmt::format("{} %", Percent(state.blocksStored, state.blocksExpected));
-    std::string rate = FormatRate(meter.PerSecond());
-    reporter.Progress({{BarLine("Receiving", share, {percent, rate}, reporter.Width()),
-                        BelowBar({ShownName(inbox.CurrentFile(), 40)}, reporter.Width())},
-                       fmt::format("{}  {}", percent, rate)});
+  /// After one of many.
+  void GoOn(const ReceiveResult& result) {
+    if (receive.keep) {
+      TellResultInALine(reporter, result);
+    } else {
+      TellResult(reporter, result);
+    }
+    OpenSuggestion(result);
+    RunThen(result);
   }
 
-  static QuorlReceiveState State() {
-    QuorlReceiveState state{};
-    GetReceiveState(&state);
-    return state;
+  void OpenSuggestion(const ReceiveResult& result) {
+    if (result.suggested.empty()) {
+      if (!result.end.suggestedPath.empty() && result.code == Exit::Complete && !result.notMeant)
+        reporter.Say("  The sender suggests to open a file that is not among those received; not opened.");
+      return;
+    }
+    const std::string name = Escape(result.suggested);
+    Fact fact("suggestion");
+    fact.Add("name", result.suggested);
+    const std::string why = receive.open ? WhyNotOpened(staging.Target(), result.suggested) : "--open would";
+    if (!why.empty()) {
+      reporter.Say(fact.Add("opened", false).Add("reason", why),
+                   fmt::format("  The sender suggests to open \"{}\"; not opened ({}).", name, why));
+      return;
+    }
+    reporter.Say(fact.Add("opened", true), fmt::format("  Opening \"{}\", as the sender suggests.", name));
+    opener.Want(staging.Directory() + "/" + result.suggested);
+    PollPrograms();
+  }
+
+  void RunThen(const ReceiveResult& result) {
+    if (!followUp || result.notMeant) return;
+    if (result.code == Exit::Complete && result.verified) {
+      followUp->Want(staging.Directory());
+    } else {
+      reporter.Warn(fmt::format("\"{}\" is not run: {}", Escape(receive.then),
+                                result.verified ? "the transfer did not end well" : "nothing was verified"));
+    }
+    PollPrograms();
+  }
+
+  void PollPrograms() {
+    if (const auto ended = opener.Poll(); ended && ended->startError != 0)
+      reporter.Warn(fmt::format("xdg-open {}", InWords(*ended)));
+    const auto ended = followUp ? followUp->Poll() : std::nullopt;
+    if (!ended) return;
+    Fact fact("then");
+    fact.Add("program", receive.then).Add("exit", ended->exitCode).Add("signal", ended->signal);
+    reporter.Say(fact.Add("start_error", ended->startError),
+                 fmt::format("  \"{}\" {}", Escape(receive.then), InWords(*ended)));
   }
 
   const Options& options;
+  const ReceiveOptions& receive;
   Reporter& reporter;
   Inbox inbox;
-  std::string directory;
+  Staging staging;
   Network network;
-  RateMeter meter;
-  bool announced = false;
-  Clock::time_point waitingSince;
-  Clock::time_point started;
+  std::optional<ManifestKey> key;
+  std::optional<FollowUp> followUp;
+  FollowUp opener{"xdg-open"};
+  uint64_t rounds = 0;
+  uint64_t checkedBytes = 0;
+  uint64_t bytesToCheck = 0;
+  int signal = 0;
 };
 
 }  // namespace

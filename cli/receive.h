@@ -5,7 +5,7 @@
 
 namespace quorl::cli {
 
-/// `quorl receive`: one transfer. Returns the exit code; throws a Failure.
+/// `quorl receive`: one transfer, or many. Returns the exit code; throws a Failure.
 int RunReceive(const Options& options, Reporter& reporter);
 
 }  // namespace quorl::cli

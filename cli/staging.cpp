@@ -130,6 +130,7 @@ uint64_t Staging::FreeBytes() const {
 }
 
 void Staging::Prepare(const std::function<bool(const std::string& path)>& use) {
+  ++prepared;
   next = NewName();
   if (mkdirat(target.Get(), next.c_str(), 0700) != 0) throw Unusable(Exit::LocalFiles, directory, std::strerror(errno));
   const bool usable = use(directory + "/" + next);
@@ -146,6 +147,11 @@ void Staging::Begin() {
 
 FileHandle Staging::Open() const {
   return OpenDirectoryBeneath(target.Get(), current);
+}
+
+bool Staging::Holds(const std::string& name) const {
+  const FileHandle staged = Open();
+  return staged && faccessat(staged.Get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 bool Staging::Discard() {

@@ -28,6 +28,7 @@ class Staging {
   const std::string& Directory() const { return directory; }  ///< Absolute.
   int Target() const { return target.Get(); }
   uint64_t FreeBytes() const;
+  size_t Prepared() const { return prepared; }  ///< How often Prepare was called.
   size_t StaleRemoved() const { return staleRemoved; }
 
   /// Chooses the staging directory of the next transfer. It exists while `use` is called with its path, and then not
@@ -41,6 +42,9 @@ class Staging {
   /// The current staging directory. On failure errno says why.
   FileHandle Open() const;
 
+  /// Whether something of that name lies directly in the current staging directory.
+  bool Holds(const std::string& name) const;
+
   /// Removes the current staging directory with all that is in it. False when something of it stays.
   bool Discard();
 
@@ -52,6 +56,7 @@ class Staging {
   FileHandle target;
   std::string next;
   std::string current;  ///< Empty: none.
+  size_t prepared = 0;
   size_t staleRemoved = 0;
 };
 
