@@ -1,0 +1,203 @@
+// Staging directories on a real disk, and the moves out of them.
+#include "cli/staging.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+
+#include "cli/outcome.h"
+#include "cli/receive_open.h"
+#include "cli/staging_move.h"
+
+namespace quorl::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Tree = std::map<std::string, std::string>;
+
+class StagingTest : public ::testing::Test {
+ protected:
+  StagingTest() {
+    std::string pattern = (fs::temp_directory_path() / "quorl-test-XXXXXX").native();
+    root = fs::canonical(mkdtemp(pattern.data()));
+    fs::create_directories(root / "in");
+    fs::create_directories(root / "from");
+  }
+  ~StagingTest() override { fs::remove_all(root); }
+
+  void Write(const fs::path& name, const std::string& text) const {
+    fs::create_directories((root / name).parent_path());
+    std::ofstream(root / name) << text;
+  }
+
+  /// Names and contents beneath `name`; directories end in a slash, links are shown as what they lead to.
+  Tree Look(const std::string& name) const {
+    Tree tree;
+    for (const auto& entry : fs::recursive_directory_iterator(root / name)) {
+      const std::string path = entry.path().lexically_relative(root / name).native();
+      if (entry.is_symlink()) {
+        tree[path] = "-> " + fs::read_symlink(entry.path()).native();
+      } else if (entry.is_regular_file()) {
+        std::ifstream file(entry.path());
+        tree[path] = std::string(std::istreambuf_iterator<char>(file), {});
+      } else {
+        tree[path + (entry.is_directory() ? "/" : "!")];
+      }
+    }
+    return tree;
+  }
+
+  MoveReport Move(const MoveRules& rules) const {
+    const FileHandle from(open((root / "from").c_str(), O_RDONLY | O_DIRECTORY));
+    const FileHandle to(open((root / "in").c_str(), O_RDONLY | O_DIRECTORY));
+    return MoveTree(from.Get(), to.Get(), ListTree(from.Get()), rules);
+  }
+
+  static std::set<std::string> Names(const std::vector<MoveReport::Refused>& refused) {
+    std::set<std::string> names;
+    for (const auto& one : refused) names.insert(one.name);
+    return names;
+  }
+
+  static bool Nothing(const std::string&) { return true; }
+
+  fs::path root;
+};
+
+struct PolicyCase {
+  Existing existing;
+  bool kernelNoReplace;
+  Tree expected;
+  size_t moved, skipped, taken;
+};
+
+TEST_F(StagingTest, EachPolicyTreatsATakenNameInItsWay) {
+  const Tree before{{"d/", ""}, {"d/a.txt", "old"}, {"d/a (1).txt", "older"}};
+  const Tree renamed{{"d/", ""},        {"d/a.txt", "old"}, {"d/a (1).txt", "older"}, {"d/a (2).txt", "new"},
+                     {"d/b", "second"}, {"empty/", ""}};
+  const Tree overwritten{{"d/", ""}, {"d/a.txt", "new"}, {"d/a (1).txt", "older"}, {"d/b", "second"}, {"empty/", ""}};
+  const Tree skipped{{"d/", ""}, {"d/a.txt", "old"}, {"d/a (1).txt", "older"}, {"d/b", "second"}, {"empty/", ""}};
+  const PolicyCase cases[] = {
+      {Existing::Rename, true, renamed, 2, 0, 0},        {Existing::Rename, false, renamed, 2, 0, 0},
+      {Existing::Overwrite, true, overwritten, 2, 0, 0}, {Existing::Skip, true, skipped, 1, 1, 0},
+      {Existing::Skip, false, skipped, 1, 1, 0},         {Existing::Fail, true, before, 0, 0, 1},
+  };
+  for (const PolicyCase& one : cases) {
+    SCOPED_TRACE(static_cast<int>(one.existing) * 2 + (one.kernelNoReplace ? 1 : 0));
+    fs::remove_all(root / "in");
+    fs::remove_all(root / "from");
+    for (const auto& [name, text] : before)
+      if (!text.empty()) Write("in/" + name, text);
+    Write("from/d/a.txt", "new");
+    Write("from/d/b", "second");
+    fs::create_directories(root / "from/empty");
+    const MoveReport report = Move({one.existing, true, one.kernelNoReplace});
+    EXPECT_EQ(Look("in"), one.expected);
+    EXPECT_EQ(report.moved.size(), one.moved);
+    EXPECT_EQ(report.skipped.size(), one.skipped);
+    EXPECT_EQ(report.taken.size(), one.taken);
+    EXPECT_TRUE(report.refused.empty());
+    EXPECT_TRUE(report.synced);
+  }
+}
+
+TEST_F(StagingTest, NothingIsReachedThroughALinkAndOnlyFilesAreReplaced) {
+  Write("outside/kept", "kept");
+  fs::create_symlink(root / "outside", root / "in/link");
+  fs::create_symlink(root / "outside/kept", root / "in/file link");
+  Write("in/file", "kept");
+  fs::create_directories(root / "in/directory");
+  ASSERT_EQ(mkfifo((root / "in/fifo").c_str(), 0600), 0);
+  for (const char* name : {"link/kept", "link/sub/new", "file link", "file/below", "directory", "fifo", "good"})
+    Write(fs::path("from") / name, "new");
+  fs::create_directories(root / "from/link/empty");
+  Write("from/.quorl-0123456789abcdef/x", "new");
+  Write("from/.QUORL-manifest", "new");
+
+  const MoveReport report = Move({Existing::Overwrite, false, true});
+  EXPECT_EQ(Names(report.refused),
+            (std::set<std::string>{"link/kept", "link/sub/new", "link/empty", "file/below", "directory", "fifo",
+                                   ".quorl-0123456789abcdef/x", ".QUORL-manifest"}));
+  EXPECT_EQ(Look("outside"), (Tree{{"kept", "kept"}}));
+  EXPECT_EQ(Look("in"), (Tree{{"link", "-> " + (root / "outside").native()},
+                              {"file", "kept"},
+                              {"file link", "new"},
+                              {"directory/", ""},
+                              {"fifo!", ""},
+                              {"good", "new"}}));
+}
+
+TEST_F(StagingTest, AReceiverThatWaitsLeavesNoTraceAndOneThatReceivesLeavesNothingElse) {
+  std::string path;
+  Staging staging((root / "in").native());
+  staging.Prepare([&](const std::string& prepared) {
+    path = prepared;
+    return fs::is_directory(prepared);
+  });
+  EXPECT_EQ(Look("in"), Tree{});
+  staging.Begin();
+  Write(path + "/a/b", "first");
+  staging.Prepare(Nothing);
+  EXPECT_EQ(ListTree(staging.Open().Get()).files.size(), 1u);
+  // Another transfer is announced before the first is over.
+  staging.Begin();
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_TRUE(ListTree(staging.Open().Get()).files.empty());
+  fs::create_directory_symlink(root, root / "in/stays");
+  EXPECT_TRUE(staging.Discard());
+  EXPECT_EQ(Look("in").size(), 1u);
+  EXPECT_THROW(staging.Prepare([](const std::string&) { return false; }), Failure);
+}
+
+TEST_F(StagingTest, OnlyWhoIsAloneRemovesWhatKilledReceiversLeft) {
+  const char* stale = "in/.quorl-00000000000000aa";
+  const char* others[] = {"in/.quorl-00000000000000AA/x", "in/.quorl-1/x", "in/quorl-00000000000000aa/x",
+                          "in/.quorl-manifest/x"};
+  Write(std::string(stale) + "/tree/x", "stale");
+  fs::create_directory_symlink(root, root / stale / "out");
+  for (const char* name : others) Write(name, "kept");
+  Write("in/.quorl-00000000000000bb", "a file");
+  {
+    Staging first((root / "in").native());
+    EXPECT_EQ(first.StaleRemoved(), 1u);
+    EXPECT_FALSE(fs::exists(root / stale));
+    EXPECT_EQ(Look("in").size(), 2 * std::size(others) + 1);
+    Write(std::string(stale) + "/x", "alive, for all that is known");
+    EXPECT_EQ(Staging((root / "in").native()).StaleRemoved(), 0u);
+  }
+  EXPECT_EQ(Staging((root / "in").native()).StaleRemoved(), 1u);
+}
+
+TEST_F(StagingTest, ADirectoryThatCannotBeUsedIsRefusedAtOnce) {
+  Write("in/file", "x");
+  for (const char* name : {"in/none", "in/file"}) EXPECT_THROW(Staging((root / name).native()), Failure) << name;
+  Staging removed((root / "from").native());
+  fs::remove(root / "from");
+  EXPECT_THROW(removed.Prepare(Nothing), Failure);
+  removed.Begin();
+  EXPECT_FALSE(removed.Open());
+}
+
+TEST_F(StagingTest, OnlyAPlainFileThatIsNoProgramIsOpened) {
+  for (const char* name : {"in/page.html", "in/run me", "in/app.DESKTOP", "in/x.sh"}) Write(name, "x");
+  fs::permissions(root / "in/run me", fs::perms::owner_all);
+  fs::create_symlink("page.html", root / "in/link.html");
+  fs::create_hard_link(root / "in/x.sh", root / "in/other.html");
+  const FileHandle target(open((root / "in").c_str(), O_RDONLY | O_DIRECTORY));
+  EXPECT_EQ(WhyNotOpened(target.Get(), "page.html"), "");
+  for (const char* name : {"run me", "app.DESKTOP", "x.sh", "link.html", "other.html", "none", ".", "../in/page.html",
+                           "/etc/hostname", ""}) {
+    EXPECT_NE(WhyNotOpened(target.Get(), name), "") << name;
+  }
+}
+
+}  // namespace
+}  // namespace quorl::cli
