@@ -1,0 +1,277 @@
+#!/usr/bin/env python3
+"""`quorl receive` on this machine: what it verifies, moves, leaves alone, cleans up, and ends with."""
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import time
+import unittest
+from pathlib import Path
+
+from room import Room, differences, write
+from sender import manifest
+
+KEY = b"sixteen bytes or more"
+
+
+class ReceiveTest(unittest.TestCase):
+    def setUp(self):
+        self.room = Room()
+        self.addCleanup(self.room.close)
+        self.tree = self.room.path / "source" / "tree"
+        for name, size in {"empty": 0, "block": 4254, "a/b/deep": 9999, "big": 500_000}.items():
+            write(self.tree / name, size)
+        self.key = self.room.path / "key"
+        self.key.write_bytes(KEY)
+
+    def send(self, *paths, text=None, wait=True, **options):
+        """Sends the tree, or `paths`, with the manifest `text` or with none."""
+        paths = list(paths or [self.tree])
+        if text is not None:
+            paths.insert(0, self.room.path / ".quorl-manifest")
+            paths[0].write_text(text)
+        words = [word for name, value in options.items() for word in (f"--{name}", str(value))]
+        process = subprocess.Popen([sys.executable, Path(__file__).with_name("sender.py"), str(self.room.port), *words,
+                                    *map(str, paths)])
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        if wait:
+            self.assertEqual(process.wait(60), 0)
+        return process
+
+    def expect(self, command, code, *texts, limit=30):
+        self.assertEqual(command.wait(limit), code, command.output())
+        for text in texts:
+            self.assertRegex(command.output(), text)
+
+    def inside(self, number):
+        """Everything in a receiver's directory, hidden or not."""
+        target = self.room.target(number)
+        return sorted(str(path.relative_to(target)) for path in target.rglob("*"))
+
+    def staging(self, number):
+        """The one staging directory of a receiver in the middle of a transfer."""
+        found = [path for path in self.room.target(number).iterdir()
+                 if re.fullmatch(r"\.quorl-[0-9a-f]{16}", path.name)]
+        self.assertEqual(len(found), 1)
+        return found[0]
+
+    def test_a_whole_transfer_is_verified_and_looks_as_it_did(self):
+        os.utime(self.tree / "big", ns=(1, 1_234_567_890_123_456_789))
+        (self.tree / "block").chmod(0o755)
+        receiver = self.room.receiver(1)
+        self.assertEqual(self.inside(1), [], "who waits leaves no trace")
+        self.send(text=manifest(self.tree))
+        self.expect(receiver, 0, "From 127.0.0.1: 4 files, .*free", r"Complete: 4 files, 514 kB in .*, nothing missing, "
+                    "verified 4 of 4\\.")
+        self.assertEqual(differences(self.tree.parent, self.room.target(1)), [])
+        received = self.room.target(1) / "tree"
+        self.assertEqual((received / "big").stat().st_mtime_ns, 1_234_567_890_123_456_789)
+        self.assertEqual([os.access(received / name, os.X_OK) for name in ("block", "big")], [True, False])
+
+    def test_each_policy_in_one_room(self):
+        policies = ("rename", "overwrite", "skip", "fail")
+        for number in range(1, 5):
+            write(self.room.target(number) / "tree" / "block", 10_000)
+        receivers = [self.room.receiver(number, "--existing", policy) for number, policy in enumerate(policies, 1)]
+        self.send()
+        self.expect(receivers[0], 0, 'renamed    1   "tree/block" existed, new one is "tree/block \\(1\\)"',
+                    "not verified: it came without a manifest")
+        self.expect(receivers[1], 0, "Complete: 4 files")
+        self.expect(receivers[2], 0, 'skipped    1   "tree/block" existed')
+        self.expect(receivers[3], 7, 'exist +1 +"tree/block"', "error: 1 of 4 files exist already: nothing was moved")
+        self.assertEqual(differences(self.tree.parent, self.room.target(2)), [])
+        self.assertEqual([(self.room.target(n) / "tree/block").stat().st_size for n in range(1, 5)],
+                         [10_000, 4254, 10_000, 10_000])
+        self.assertEqual(self.inside(4), ["tree", "tree/block"])
+
+    def test_a_key_vouches_for_everything_or_nothing_is_moved(self):
+        wrong = self.room.path / "wrong"
+        wrong.write_bytes(b"another key, as long")
+        for text, codes in ((manifest(self.tree, key=KEY), (0, 0, 10)), (manifest(self.tree), (0, 10, 10)),
+                            (None, (0, 10, 10))):
+            receivers = [self.room.receiver(1), self.room.receiver(2, "--key-file", self.key),
+                         self.room.receiver(3, "--key-file", wrong)]
+            self.send(text=text)
+            for number, (receiver, code) in enumerate(zip(receivers, codes), 1):
+                self.expect(receiver, code, "error: what arrived is not what was sent" if code else "Complete")
+                self.assertEqual(bool(self.inside(number)), code == 0)
+                shutil.rmtree(self.room.target(number))
+            if codes[1] == 0:
+                self.assertIn("verified 4 of 4 with the key", receivers[1].output())
+
+    def test_what_differs_from_its_manifest_is_listed_and_not_moved(self):
+        text = manifest(self.tree, change=lambda lines: [line for line in lines if "deep" not in line])
+        write(self.tree / "big", 499_999)
+        (self.tree / "block").write_bytes(b"y" * 4254)
+        (self.tree / "empty").unlink()
+        self.room.target(1).mkdir()
+        receiver = self.room.start("receive", self.room.target(1), "--interface", "127.0.0.2", "--port", self.room.port,
+                                   "--json")
+        receiver.wait_for('"type":"waiting"')
+        self.send(text=text)
+        self.expect(receiver, 10)
+        facts = [json.loads(line) for line in receiver.output().splitlines() if line.startswith("{")]
+        self.assertEqual({fact["name"]: fact["reason"] for fact in facts if fact["type"] == "difference"},
+                         {"tree/a/b/deep": "is not in the manifest", "tree/big": "has another size",
+                          "tree/block": "has another content", "tree/empty": "is missing"})
+        self.assertEqual((facts[-1]["type"], facts[-1]["exit_code"], facts[-1]["files_moved"]), ("result", 10, 0))
+        self.assertEqual(self.inside(1), [])
+
+    def test_names_that_become_one_are_not_delivered(self):
+        for name in ("x*y", "xy"):
+            write(self.tree / "a" / name, 5000)
+        receiver = self.room.receiver(1)
+        self.send()
+        self.expect(receiver, 10, "6 files were announced, 5 arrived under a name of their own")
+        self.assertEqual(self.inside(1), [])
+
+    def test_a_file_that_cannot_be_stored_does_not_take_the_others_along(self):
+        write(self.tree / "big", 4_000_000)
+        write(self.tree / "late", 5000)
+        hindered, whole = self.room.receiver(1), self.room.receiver(2)
+        process = self.send(text=manifest(self.tree), wait=False)
+        hindered.wait_for("From 127.0.0.1: 5 files")
+        (self.staging(1) / "tree" / "late").mkdir()
+        self.assertEqual(process.wait(60), 0)
+        self.expect(whole, 0, "verified 5 of 5")
+        self.expect(hindered, 4, "the other files go on", 'differ +1 +"tree/late" is missing',
+                    "error: 1 of 5 files could not be stored here\n  The others are verified and in their places")
+        (self.tree / "late").unlink()
+        self.assertEqual(differences(self.tree.parent, self.room.target(1)), [])
+
+    def test_who_is_not_meant_goes_on_waiting(self):
+        meant, other = self.room.receiver(1), self.room.receiver(2, "--timeout", "3")
+        self.send(text=manifest(self.tree, only=["127.0.0.2"]))
+        self.expect(meant, 0, "verified 4 of 4")
+        self.expect(other, 3, "Not meant for this machine", "no sender came within 3.0 s")
+        self.assertEqual(self.inside(2), [])
+
+    def test_an_end_in_the_middle_moves_nothing_and_a_killed_receiver_is_cleaned_up_after(self):
+        write(self.tree / "big", 20_000_000)
+        stopped, killed = self.room.receiver(1), self.room.receiver(2)
+        interrupted, closed = self.room.receiver(3), self.room.receiver(4, "--from", "127.0.0.1")
+        self.send(wait=False, **{"for": 3})
+        for receiver in (stopped, killed, interrupted):
+            receiver.wait_for("From 127.0.0.1")
+        time.sleep(0.5)
+        left = self.staging(2)
+        killed.signal(signal.SIGKILL)
+        killed.wait(5)
+        interrupted.signal(signal.SIGTERM)
+        self.expect(interrupted, 143, "Stopped: .* stored; nothing was moved", limit=7)
+        self.expect(stopped, 9, "the sender stopped it", "Nothing was moved")
+        self.expect(closed, 9)
+        self.assertEqual([self.inside(number) for number in (1, 3, 4)], [[], [], []])
+        self.assertTrue(left.exists())
+        again = self.room.receiver(2)
+        self.assertEqual(self.inside(2), [])
+        self.assertIn("Removed what a receiver that was killed had left behind", again.output())
+        again.signal(signal.SIGINT)
+        self.expect(again, 130, "no transfer had started")
+
+    def test_two_receivers_of_one_machine_in_one_directory(self):
+        shared = self.room.path / "shared"
+        receivers = [self.room.receiver(number, directory=shared) for number in (1, 2)]
+        self.send(text=manifest(self.tree))
+        for receiver in receivers:
+            self.expect(receiver, 0, "verified 4 of 4")
+        self.assertRegex("".join(receiver.output() for receiver in receivers), "renamed    4")
+        self.assertEqual(len([path for path in shared.rglob("*") if path.is_file()]), 8)
+
+    def test_a_receiver_that_keeps_on_keeps_nothing_else(self):
+        log = self.room.path / "log"
+        program = self.room.path / "then"
+        program.write_text(f"#!/bin/sh\necho \"$# $1\" >> {log}\nls /proc/self/fd | wc -l >> {log}\nexit 3\n")
+        program.chmod(0o755)
+        small = self.room.path / "small" / "file"
+        write(small, 3000)
+        receiver = self.room.receiver(1, "--keep", "--existing", "overwrite", "--then", program)
+        process = Path("/proc") / str(receiver.process.pid)
+        seen = []
+        for round_number in range(1, 21):
+            if round_number % 5 == 0:
+                write(self.tree / "big", 5_000_000)
+                self.send(**{"for": 1})
+            else:
+                self.send(small, text=manifest(small) if round_number % 2 else None)
+            limit = time.monotonic() + 10
+            while len(re.findall("^127.0.0.1: ", receiver.output(), re.M)) < round_number:
+                self.assertLess(time.monotonic(), limit, receiver.output())
+                time.sleep(0.02)
+            time.sleep(0.3)
+            seen.append((len(os.listdir(process / "fd")), len(os.listdir(process / "task"))))
+        receiver.signal(signal.SIGTERM)
+        self.expect(receiver, 143, "Stopped after 20 transfers")
+        lines = re.findall("^127.0.0.1: (.*)", receiver.output(), re.M)
+        self.assertEqual([sum(word in line for line in lines) for word in
+                          ("verified 1 of 1", "not verified", "the sender stopped it")], [8, 8, 4], receiver.output())
+        self.assertEqual(len(set(seen[2:])), 1, f"descriptors and threads: {seen}")
+        self.assertEqual(self.inside(1), ["file"])
+        self.assertEqual(set(log.read_text().splitlines()), {f"1 {self.room.target(1)}", "4"})
+        self.assertEqual(len(log.read_text().splitlines()), 16, "8 verified ones")
+        self.assertEqual(receiver.output().count("ended with exit code 3"), 8)
+
+    def test_only_a_plain_file_is_opened_and_only_when_asked(self):
+        tools = self.room.path / "bin"
+        tools.mkdir()
+        (tools / "xdg-open").write_text(f"#!/bin/sh\nreadlink -f \"$1\" > {self.room.path}/opened\n")
+        (tools / "xdg-open").chmod(0o755)
+        self.addCleanup(os.environ.update, PATH=os.environ["PATH"])
+        os.environ["PATH"] = f"{tools}:{os.environ['PATH']}"
+        receiver, silent = self.room.receiver(1, "--open"), self.room.receiver(2)
+        self.send(open="\\tree\\block")
+        self.expect(receiver, 0, 'Opening "tree/block"')
+        self.expect(silent, 0, 'suggests to open "tree/block"; not opened \\(--open would\\)')
+        for _ in range(50):
+            if (self.room.path / "opened").exists() and (self.room.path / "opened").read_text():
+                break
+            time.sleep(0.1)
+        self.assertEqual((self.room.path / "opened").read_text().strip(), str(self.room.target(1) / "tree/block"))
+        for name in ("\\..\\..\\etc\\hostname", "\\tree", "\\none"):
+            receiver = self.room.receiver(1, "--open", "--existing", "skip")
+            self.send(open=name)
+            self.expect(receiver, 0, "not among those received; not opened")
+
+    @unittest.skipIf(shutil.which("strace") is None, "needs strace")
+    def test_sync_brings_each_file_to_the_disk_before_its_name_and_then_the_directory(self):
+        trace = self.room.path / "trace"
+        target = self.room.target(1)
+        target.mkdir()
+        receiver = self.room.start("receive", target, "--sync", "--interface", "127.0.0.2", "--port", self.room.port,
+                                   prefix=("strace", "-f", "-y", "-o", trace, "-e", "trace=fsync,renameat2"))
+        receiver.wait_for("Waiting for a sender")
+        self.send()
+        self.expect(receiver, 0)
+        calls = re.findall(r"(fsync|renameat2)\(\d+<([^>]*)>(?:, \"([^\"]*)\")?.* = 0", trace.read_text())
+        for name in ("block", "big", "deep", "empty"):
+            stored = next(i for i, (call, path, _) in enumerate(calls) if call == "fsync" and path.endswith("/" + name))
+            moved = next(i for i, (call, _, leaf) in enumerate(calls) if call == "renameat2" and leaf == name)
+            self.assertLess(stored, moved, calls)
+        last_move = max(i for i, (call, _, _) in enumerate(calls) if call == "renameat2")
+        self.assertEqual({path for _, path, _ in calls[last_move + 1:]},
+                         {str(target), *(str(target / name) for name in ("tree", "tree/a", "tree/a/b"))})
+
+    def test_nobody_reads_the_output_and_nobody_can_write_the_directory(self):
+        receiver = self.room.start("receive", "--to", self.room.path / "source", "--interface", "127.0.0.2", "--port",
+                                   self.room.port, "--existing", "skip")
+        receiver.wait_for("Waiting for a sender")
+        self.send()
+        self.expect(receiver, 0, "skipped    4")
+        self.expect(self.room.start("receive", "/proc"), 7, "nothing can be received into \"/proc\"")
+        self.expect(self.room.start("receive", "--key-file", self.tree / "empty"), 7, "too short", "/dev/urandom")
+        self.expect(self.room.start("receive", "--then", self.tree / "block"), 7, "cannot be run")
+        broken = subprocess.Popen([self.room.start("--version").arguments[0], "receive", self.room.path / "source",
+                                   "--interface", "127.0.0.2", "--port", str(self.room.port), "-e", "overwrite"],
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        broken.stdout.readline()
+        broken.stdout.close()
+        self.send()
+        self.assertEqual(broken.wait(30), 0)
+
+
+if __name__ == "__main__":
+    unittest.main()
