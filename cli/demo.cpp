@@ -134,7 +134,7 @@ class Demo {
     auto started = Clock::now();
     Child sender(
         {"send", source / "tree", "--interface", "127.0.0.1", "--port", port, "--wait-for", std::to_string(RECEIVERS)},
-        {});
+        reporter.IsJson() ? directory.path / "sender.log" : fs::path());
     int sent = sender.Wait();
     reporter.Say("");
     bool allWell = sent == 0;

@@ -6,6 +6,8 @@
 #include <string_view>
 
 #include "cli/demo.h"
+#include "cli/doctor.h"
+#include "cli/list.h"
 #include "cli/option_table.h"
 #include "cli/receive.h"
 #include "cli/send.h"
@@ -19,8 +21,8 @@ int Run(const Options& options, Reporter& reporter) {
     case Command::Send: return RunSend(options, reporter);
     case Command::Receive: return RunReceive(options, reporter);
     case Command::Demo: return RunDemo(options, reporter);
-    case Command::List:
-    case Command::Doctor:
+    case Command::List: return RunList(options, reporter);
+    case Command::Doctor: return RunDoctor(options, reporter);
     case Command::None: break;
   }
   return static_cast<int>(Exit::Other);
