@@ -146,7 +146,8 @@ void Reporter::Progress(const ProgressView& view) {
 
 void Reporter::ClearProgress() {
   if (shownLines == 0) return;
-  Write(stderr, shownLines > 1 ? fmt::format("\x1b[{}A\r\x1b[J", shownLines - 1) : "\r\x1b[J");
+  if (!block) Write(stderr, "\n");
+  if (block) Write(stderr, shownLines > 1 ? fmt::format("\x1b[{}A\r\x1b[J", shownLines - 1) : "\r\x1b[J");
   shownLines = 0;
 }
 

@@ -6,14 +6,15 @@
 
 #include <algorithm>
 #include <fstream>
-#include <memory>
 #include <optional>
 
 #include "cli/escape.h"
+#include "cli/gathering.h"
 #include "cli/inbox.h"
 #include "cli/network.h"
 #include "cli/room.h"
 #include "cli/selection.h"
+#include "cli/send_manifest.h"
 #include "cli/send_result.h"
 #include "cli/terminal.h"
 #include "cli/transfer.h"
@@ -27,15 +28,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t TARGET_IS_A_PATH = 0xFFFFFFFF;
 constexpr size_t MOST_SHOWN = 5;
-constexpr std::chrono::seconds DEFAULT_WAIT = 30s;
-constexpr std::chrono::seconds LONG_TRANSFER = 120s;
-constexpr size_t LINES_OF_RECEIVERS = 4;
-constexpr int QUIT = 130;
-
-/// Whether to begin is decided by a person, or by who is there.
-bool MustAsk(const SendOptions& options) {
-  return !options.yes && options.waitFor == 0 && options.only.empty() && !options.dryRun;
-}
+constexpr std::chrono::seconds LONG_READING = 5s;
 
 class Sending {
  public:
@@ -46,7 +39,10 @@ class Sending {
         inbox(options.output.verbosity > 0),
         selection(SurveySelection(send.paths, send.subdirectories)),
         network(ResolveNetwork(options.network)),
-        room(network, inbox) {}
+        room(network, inbox),
+        gathering(send, room, inbox, reporter) {
+    if (send.manifest) manifest.emplace(selection, options.keyFile);
+  }
 
   int Run() {
     SayPlan();
@@ -54,12 +50,18 @@ class Sending {
     if (!send.failedTo.empty()) CheckFailedTo();
     SetProfile(1);
     SetSendRate(send.rate);
-    if (int code = Gather()) return code;
+    if (int code = gathering.First(selection.blocks)) return code;
+    if (int code = Prepare()) return code;
     result.Begin();
     Attempt(send.only);
     for (uint32_t i = 0; i < send.retries && !result.WasStopped() && !result.Failed().empty(); ++i) {
-      if (!GatherAgain(result.Failed())) break;
-      Attempt(result.Failed());
+      auto failed = result.Failed();
+      if (int code = gathering.Again(failed)) {
+        Finish();
+        return code;
+      }
+      if (room.MissingOf(failed).size() == failed.size()) break;
+      Attempt(failed);
     }
     return Finish();
   }
@@ -99,24 +101,12 @@ class Sending {
     for (const std::string& name : selection.emptyDirectories) {
       reporter.Say(Fact("folder").Add("path", name), fmt::format("  {:>9}  {}/", "folder", Escape(name)));
     }
-    SayTime();
+    SayStreamTime(reporter, send, selection.blocks);
     reporter.Say(Level::Always, Fact("dry_run"),
                  fmt::format("Nothing has been sent (--dry-run). It would be {}, {}.", Count(selection.blocks, "block"),
                              FormatBytes(selection.bytes)));
     reporter.Result().Add("files", selection.files.size()).Add("bytes", selection.bytes);
     return 0;
-  }
-
-  void SayTime() {
-    auto time = StreamTime(selection.blocks, send.rate);
-    std::string hint;
-    if (!send.rateGiven && time > LONG_TRANSFER) {
-      hint = "\nWhere the network and the disks can take more: --rate 400M, for example.";
-    }
-    reporter.Say(
-        Fact("estimate").Add("rate_bits", uint64_t{send.rate} * 1000).Add("stream_ms", time.count()),
-        fmt::format("At {} this takes {} {} plus repairs.{}", FormatLinkRate(send.rate),
-                    send.rate == 0 ? "at least" : "about", time < 1s ? "a second" : FormatDuration(time), hint));
   }
 
   void CheckFailedTo() {
@@ -127,108 +117,27 @@ class Sending {
                   {"Nothing has been sent."}};
   }
 
-  std::chrono::seconds WaitTime() const {
-    if (send.wait.count() >= 0) return send.wait;
-    return send.waitFor > 0 || !send.only.empty() ? DEFAULT_WAIT : 0s;
-  }
-
-  bool IsRoomReady() const {
-    if (!send.only.empty() && !room.MissingOf(send.only).empty()) return false;
-    return room.There().size() >= std::max(send.waitFor, 1u);
-  }
-
-  /// Looks until enough receivers are there and, where a person decides, until that is done. 0, or the exit code of one
-  /// who left.
-  int Gather() {
-    auto deadline = Clock::now() + WaitTime();
-    uint64_t known = ~uint64_t{0};
-    for (room.Look(); !IsRoomReady(); room.Look()) {
-      if (Clock::now() >= deadline) throw room.TooFew(std::max(send.waitFor, 1u), send.only);
-      if (known != room.There().size()) SayWaiting();
-      known = room.There().size();
-      room.Leave();
-      Event event = inbox.Next(0ms);
-      if (event.kind == Event::Kind::Signal) return 128 + event.signal;
-    }
-    SayRoom();
-    SayTime();
-    if (!MustAsk(send)) return 0;
-    return AskToStart();
-  }
-
-  void SayWaiting() {
-    std::string wanted = send.only.empty() ? Count(std::max(send.waitFor, 1u), "receiver")
-                                           : AddressList(room.MissingOf(send.only)) + " to come";
-    reporter.Say(room.AsFact(), fmt::format("Waiting    {} there, for {}", room.There().size(), wanted));
-  }
-
-  void SayRoom() {
-    bool asks = MustAsk(send);
-    std::string list = room.Listing(reporter.Width(), asks ? 1 : LINES_OF_RECEIVERS, asks ? " (l: list)" : "");
-    reporter.Say(room.AsFact(),
-                 fmt::format("\nReceivers  {}{}{}", room.There().size(), list.empty() ? "" : "\n", list));
-    if (send.only.empty()) return;
-    for (uint32_t address : room.There()) {
-      if (IsMeant(address)) continue;
-      reporter.Say(Fact("listener").Add("address", FormatAddress(address)).Add("meant", false),
-                   fmt::format("  {} listens too; {}", room.Names().Label(address),
-                               send.manifest ? "\"quorl receive\" there throws away what is not for it"
-                                             : "without a manifest it keeps what is sent"));
-    }
-  }
-
-  bool IsMeant(uint32_t address) const {
-    return send.only.empty() || std::find(send.only.begin(), send.only.end(), address) != send.only.end();
-  }
-
-  int AskToStart() {
-    KeyMode keys;
-    while (true) {
-      bool anyone = !room.There().empty();
-      reporter.Ask(anyone ? "[Enter] send   [r] look again   [l] list   [q] quit " : "[r] look again   [q] quit ");
-      Event event = inbox.NextOrKey(1h);
-      reporter.ClearProgress();
-      if (event.kind == Event::Kind::Signal) return 128 + event.signal;
-      if (event.kind != Event::Kind::Key) continue;
-      if ((event.key == '\n' || event.key == '\r') && anyone) return 0;
-      if (event.key == 'r') {
-        room.Look();
-        SayRoom();
-      }
-      if (event.key == 'l') reporter.Say(room.AsFact(), room.Listing(1, MOST_RECEIVERS, ""));
-      if (event.key == 'q' || event.key == END_OF_INPUT) {
-        reporter.Say(Fact("quit"), "Nothing has been sent.");
-        return QUIT;
-      }
-    }
-  }
-
-  /// Whether at least one of those that failed listens again.
-  bool GatherAgain(const std::vector<uint32_t>& failed) {
-    reporter.Say(Fact("retry").Add("count", failed.size()),
-                 fmt::format("Retry      for {}", Count(failed.size(), "receiver")));
-    auto deadline = Clock::now() + (send.wait.count() >= 0 ? send.wait : DEFAULT_WAIT);
-    do {
-      room.Look();
-      if (room.MissingOf(failed).empty()) return true;
-      if (inbox.Next(0ms).kind == Event::Kind::Signal) return false;
-    } while (Clock::now() < deadline);
-    return room.MissingOf(failed).size() < failed.size();
+  /// Reads everything for the manifest. That may take long; who is there is asked once more then.
+  int Prepare() {
+    if (!manifest) return 0;
+    auto began = Clock::now();
+    if (int signal = manifest->Read(inbox, reporter)) return 128 + signal;
+    return Clock::now() - began > LONG_READING ? gathering.Wait() : 0;
   }
 
   void Attempt(const std::vector<uint32_t>& only) {
-    Select();
+    Select(only);
     Fact fact("start");
     fact.Add("receivers", room.There().size()).Add("files", selection.files.size()).Add("bytes", selection.bytes);
     std::string text = fmt::format("Sending    {}, {} to {} at {} via {}", Count(selection.files.size(), "file"),
                                    FormatBytes(selection.bytes), Count(room.There().size(), "receiver"),
                                    FormatLinkRate(send.rate), network.interface.name);
     reporter.Say(fact.Add("blocks", selection.blocks), reporter.HasBlock() ? "" : text);
-    Transfer transfer(inbox, reporter, room.Names(), selection.bytes, selection.files.size());
+    Transfer transfer(inbox, reporter, room.Names(), selection.bytes, selection.files.size(), manifest ? 1 : 0);
     result.Add(transfer.Run(), only);
   }
 
-  void Select() {
+  void Select(const std::vector<uint32_t>& only) {
     for (const DriveMapping& drive : selection.drives) {
       if (MapDrive(drive.letter, drive.directory.c_str()) == 0) {
         throw Failure{Exit::LocalFiles,
@@ -239,7 +148,9 @@ class Sending {
     }
     SetSubDirTrans(send.subdirectories ? 1 : 0);
     SetTargetPath(send.target.empty() ? 0 : TARGET_IS_A_PATH, send.target.c_str());
+    std::string manifestPath = manifest ? manifest->Write(only) : "";
     std::vector<const char*> paths;
+    if (manifest) paths.push_back(manifestPath.c_str());
     for (const std::string& path : selection.paths) paths.push_back(path.c_str());
     int32_t answer = SetSelectFiles(paths.data(), static_cast<uint32_t>(paths.size()), send.openName.c_str());
     if (answer == 7) {
@@ -278,12 +189,18 @@ class Sending {
   Selection selection;
   Network network;
   Room room;
+  Gathering gathering;
+  std::optional<SendManifest> manifest;
   SendResult result;
 };
 
 }  // namespace
 
 int RunSend(const Options& options, Reporter& reporter) {
+  if (!options.keyFile.empty() && !options.send.manifest) {
+    throw Failure{
+        Exit::Usage, "--key-file and --no-manifest exclude each other", "it is the manifest that the key seals", {}};
+  }
   if (MustAsk(options.send) && (options.output.json || !CanAsk())) {
     throw Failure{Exit::Usage,
                   "nobody can be asked whether to start",

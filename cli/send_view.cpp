@@ -52,7 +52,7 @@ ProgressView SendView::ShowSending(const SendMoment& moment, size_t width) {
   uint32_t percent = Percent(moment.state.blocksSent, moment.state.blocksTotal);
   // The last block of the stream is not the end.
   percent = std::min(percent, 99u);
-  uint64_t number = std::min(moment.filesBefore + 1, files);
+  uint64_t number = std::min(moment.filesBefore + 1 - std::min(moment.filesBefore, before), files);
   std::string part = FormatPart(done, bytes);
   std::string rate = FormatRate(sending.PerSecond());
   std::string count = fmt::format("file {} of {}", number, files);

@@ -25,7 +25,9 @@ struct SendMoment {
 /// Makes the progress of a sender visible; remembers what it needs for rates.
 class SendView {
  public:
-  SendView(uint64_t bytes, uint64_t files, const HostNames& names) : bytes(bytes), files(files), names(names) {}
+  /// `before`: files that travel before those that are counted.
+  SendView(uint64_t bytes, uint64_t files, uint64_t before, const HostNames& names)
+      : bytes(bytes), files(files), before(before), names(names) {}
 
   ProgressView Show(const SendMoment& moment, size_t width);
 
@@ -36,6 +38,7 @@ class SendView {
 
   const uint64_t bytes;
   const uint64_t files;
+  const uint64_t before;
   const HostNames& names;
   RateMeter sending;
   RateMeter repairing;

@@ -31,7 +31,6 @@ std::vector<QuorlReceiverState> RowsNow() {
 
 TransferEnd Transfer::Run() {
   started = Clock::now();
-  filesBefore = inbox.FilesBefore();
   StartSend();
   Follow();
   reporter.ClearProgress();
@@ -124,8 +123,8 @@ void Transfer::SayFile(const std::string& name) {
 
 void Transfer::ShowProgress() {
   auto rows = RowsNow();
-  reporter.Progress(view.Show({Clock::now(), StateNow(), rows, inbox.CurrentFile(), inbox.FilesBefore() - filesBefore},
-                              reporter.Width()));
+  reporter.Progress(
+      view.Show({Clock::now(), StateNow(), rows, inbox.CurrentFile(), inbox.FilesBefore()}, reporter.Width()));
 }
 
 }  // namespace quorl::cli

@@ -26,8 +26,9 @@ struct TransferEnd {
 /// Follows a transfer from its start to its end, and shows how far it is.
 class Transfer {
  public:
-  Transfer(Inbox& inbox, Reporter& reporter, const HostNames& names, uint64_t bytes, uint64_t files)
-      : inbox(inbox), reporter(reporter), names(names), view(bytes, files, names) {}
+  /// `before`: files that travel before those that are counted.
+  Transfer(Inbox& inbox, Reporter& reporter, const HostNames& names, uint64_t bytes, uint64_t files, uint64_t before)
+      : inbox(inbox), reporter(reporter), names(names), view(bytes, files, before, names) {}
 
   /// Starts what has been selected. Throws a Failure when it cannot even be announced.
   TransferEnd Run();
@@ -53,7 +54,6 @@ class Transfer {
   bool announced = false;
   uint32_t phase = QUORL_PHASE_IDLE;
   uint32_t master = 0;
-  uint64_t filesBefore = 0;  ///< Seen by earlier transfers.
 };
 
 }  // namespace quorl::cli
