@@ -1,0 +1,47 @@
+// A receiver that serves as a service: one transfer after the other, good ones and bad ones, for ever.
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include "sim/room.h"
+
+namespace quorl::sim {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(KeepScenario, AThousandTransfersLeaveNothingBehind) {
+  Room room({.seed = 3, .senderProfile = Profile::Robust, .receiverProfile = Profile::Robust});
+  room.World().SetLogging(false);
+  room.ConfineReceivers();
+  room.File("a.bin", 20'000);
+  room.File("sub\\b.bin", 300);
+  SimMachine& machine = room.Receiver(0);
+  size_t used = 0;
+  for (int transfer = 1; transfer <= 1000; ++transfer) {
+    SCOPED_TRACE(transfer);
+    ASSERT_TRUE(room.StartReceivers());
+    // Now and then the sender stops, the network loses everything from some moment on, or a file cannot be written.
+    const bool stops = transfer % 10 == 3;
+    const bool breaks = transfer % 25 == 7;
+    const bool fails = transfer % 10 == 9;
+    if (fails) machine.FailEvery([](std::string_view call) { return call == "files.write"; });
+    ASSERT_TRUE(room.Send());
+    if (breaks) room.Net().SetLoss(1);
+    if (stops) room.Sender().Call([&] { room.Server().StopSend(); });
+    room.RunUntilQuiet(120s);
+    EXPECT_EQ(room.WasToldComplete(0), !stops && !breaks && !fails);
+    machine.Call([&] { room.Client(0).DeInitClient(); });
+    room.Sender().Call([&] { room.Server().DeInitServer(); });
+    room.Net().SetLoss(0);
+    machine.FailEvery({});
+    ASSERT_TRUE(room.World().RunUntil([&] { return machine.RunningThreads() == 0; }, 30s));
+    ASSERT_EQ(machine.OpenSockets(), 0u);
+    ASSERT_EQ(machine.NetworkStarts(), 0);
+    if (transfer == 100) used = mallinfo2().uordblks;
+  }
+  // The world itself remembers messages; a session or a buffer that stayed would be more.
+  EXPECT_LT(mallinfo2().uordblks - used, size_t{900} * 1000);
+}
+
+}  // namespace
+}  // namespace quorl::sim
