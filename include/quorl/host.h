@@ -75,6 +75,8 @@ typedef struct {
   uint32_t senderAddress;  /* network byte order; 0 while none was heard */
   char currentFile[520];   /* relative name of the file of the latest block, as announced: divided by backslashes and
                               beginning with one, NUL-terminated; "" while none has come */
+  char askedTarget[520];   /* the directory that the sender names as the target, whether it is used or not; "" when it
+                              names none, or one of the special folders */
 } QuorlReceiveState;
 
 /* Receiver: what has been received so far, or by the last transfer. 1; 0 when state is NULL. */

@@ -98,6 +98,7 @@ uint32_t GetReceiveState(QuorlReceiveState* state) {
             received.blocksStored,   received.blocksExpected - received.blocksStored,
             received.senderAddress,  {}};
   received.currentName.copy(state->currentFile, sizeof state->currentFile - 1);
+  received.askedTarget.copy(state->askedTarget, sizeof state->askedTarget - 1);
   return 1;
 }
 

@@ -26,6 +26,7 @@ struct ReceiveState {
   uint32_t firstFailure = 0;    ///< The first QUORL_STATUS_ code other than 0 that the host was told; 0 for none.
   uint32_t senderAddress = 0;   ///< Where the latest datagram came from; network byte order; 0 for nowhere yet.
   std::string currentName;      ///< The file of the latest block, as its sender named it.
+  std::string askedTarget;      ///< The target that the sender names in words; empty: none, or a special folder.
   std::string targetDir;        ///< The directory that everything is placed under, "C:\..."; empty before a transfer.
 };
 

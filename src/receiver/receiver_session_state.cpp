@@ -1,6 +1,9 @@
 // What a receiver's threads and its host read and write beside the transfer's blocks, and where the receiver stands.
 #include "receiver/receiver_session.h"
 
+#include "files/names.h"
+#include "files/target_dir.h"
+
 namespace quorl {
 
 TransferPtr ReceiverSession::CurrentTransfer() {
@@ -57,6 +60,8 @@ ReceiveState ReceiverSession::GetState() {
   state.firstFailure = host.FirstFailure();
   state.senderAddress = replies.Sender();
   state.currentName = CurrentName();
+  if (current->task.targetFolder == LITERAL_TARGET)
+    state.askedTarget = ConvertName(machine, current->task.targetPath, senderNtPlatform);
   state.targetDir = current->targetDir;
   return state;
 }
