@@ -139,6 +139,11 @@ void Reception::SayTask(const QuorlReceiveState& state) {
   reporter.Say(
       fact, fmt::format("From {}: {}, {} into {}   ({} free)", FormatAddress(state.senderAddress), Count(files, "file"),
                         FormatBytes(bytes), Escape(staging.Directory()), FormatBytes(free)));
+  const std::string target = state.askedTarget;
+  if (target.empty()) return;
+  reporter.Say(Fact("target_ignored").Add("target", target),
+               fmt::format("The sender asked for its own folder \"{}\"; ignored, {} is in force.", Escape(target),
+                           Escape(staging.Directory())));
 }
 
 void Reception::ShowProgress(const QuorlReceiveState& state) {

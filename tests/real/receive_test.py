@@ -65,12 +65,19 @@ class ReceiveTest(unittest.TestCase):
         receiver = self.room.receiver(1)
         self.assertEqual(self.inside(1), [], "who waits leaves no trace")
         self.send(text=manifest(self.tree))
-        self.expect(receiver, 0, "From 127.0.0.1: 4 files, .*free", r"Complete: 4 files, 514 kB in .*, nothing missing, "
-                    "verified 4 of 4\\.")
+        self.expect(receiver, 0, "From 127.0.0.1: 4 files, .*free",
+                    "Complete: 4 files, 514 kB in .*, nothing missing, verified 4 of 4\\.")
         self.assertEqual(differences(self.tree.parent, self.room.target(1)), [])
         received = self.room.target(1) / "tree"
         self.assertEqual((received / "big").stat().st_mtime_ns, 1_234_567_890_123_456_789)
         self.assertEqual([os.access(received / name, os.X_OK) for name in ("block", "big")], [True, False])
+
+    def test_both_commands_with_a_key(self):
+        receiver = self.room.receiver(1, "--key-file", self.key, "--from", "127.0.0.1")
+        sender = self.room.sender(self.tree, "--wait-for", "1", "--key-file", self.key, "--target", "/srv/in")
+        self.expect(sender, 0)
+        self.expect(receiver, 0, 'asked for its own folder "C:.srv.in"; ignored', "verified 4 of 4 with the key")
+        self.assertEqual(differences(self.tree.parent, self.room.target(1)), [])
 
     def test_each_policy_in_one_room(self):
         policies = ("rename", "overwrite", "skip", "fail")
