@@ -31,7 +31,10 @@ std::vector<std::string> ClosedInputChains(const std::string& rules) {
     std::string first;
     std::string second;
     words >> first >> second;
-    if (first == "table") words >> table;
+    if (first == "table") {
+      words >> table;
+      table = second + " " + table;
+    }
     if (first == "chain") chain = second;
     if (line.find("hook input") != std::string::npos && line.find("policy drop") != std::string::npos) {
       closed.push_back(table + " " + chain);

@@ -91,7 +91,7 @@ Failure Room::TooFew(uint32_t needed, std::span<const uint32_t> wanted) const {
 std::string Room::Listing(size_t width, size_t mostLines, const std::string& hint) const {
   size_t column = 0;
   for (uint32_t address : there) column = std::max(column, Columns(names.Label(address)) + 4);
-  size_t perLine = std::max<size_t>(1, (width - 2) / std::max<size_t>(column, 1));
+  size_t perLine = std::max<size_t>(1, width / std::max<size_t>(column, 1));
   std::string text;
   size_t shown = std::min(there.size(), perLine * mostLines);
   // The count of the rest takes the last place.

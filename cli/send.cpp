@@ -95,11 +95,11 @@ class Sending {
   int ListOnly() {
     for (const PlannedFile& file : selection.files) {
       Fact fact("file");
-      fact.Add("path", file.name).Add("bytes", file.size).Add("blocks", BlocksOf(file.size));
+      fact.Add("name", file.name).Add("bytes", file.size).Add("blocks", BlocksOf(file.size));
       reporter.Say(fact, fmt::format("  {:>9}  {}", FormatBytes(file.size), Escape(file.name)));
     }
     for (const std::string& name : selection.emptyDirectories) {
-      reporter.Say(Fact("folder").Add("path", name), fmt::format("  {:>9}  {}/", "folder", Escape(name)));
+      reporter.Say(Fact("folder").Add("name", name), fmt::format("  {:>9}  {}/", "folder", Escape(name)));
     }
     SayStreamTime(reporter, send, selection.blocks);
     reporter.Say(Level::Always, Fact("dry_run"),

@@ -85,12 +85,14 @@ std::string SendResult::Text(const Reporter& reporter, const HostNames& names, c
                              std::chrono::nanoseconds elapsed) const {
   uint64_t complete = CountRows(rows, QUORL_RECEIVER_COMPLETE);
   const char* how = last.signal != 0 ? "Stopped after" : last.status != 0 ? "Ended after" : "Done in";
-  std::string text = fmt::format("{} {}.  {} to {} of {}, {} while sending.", how, FormatDuration(elapsed),
-                                 FormatBytes(amount.bytes), complete, Count(rows.size(), "receiver"),
-                                 FormatRate(static_cast<double>(BytesPerSecond(amount.bytes, last.streaming))));
-  if (last.signal != 0)
-    text = fmt::format("{} {}.  {} of {} had everything.", how, FormatDuration(elapsed), complete,
-                       Count(rows.size(), "receiver"));
+  std::string text = fmt::format("{} {}.  {} to {} of {}", how, FormatDuration(elapsed), FormatBytes(amount.bytes),
+                                 complete, Count(rows.size(), "receiver"));
+  // A stream that was cut short has no rate worth telling.
+  if (last.state.blocksSent == last.state.blocksTotal && amount.bytes != 0) {
+    text += fmt::format(", {} while sending",
+                        FormatRate(static_cast<double>(BytesPerSecond(amount.bytes, last.streaming))));
+  }
+  text += ".";
   if (complete != 0) {
     text += fmt::format("\n  {}  {:>3}   {}", reporter.Painted(Tint::Good, "complete    "), complete,
                         CompleteText(names, amount.blocks));

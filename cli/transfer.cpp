@@ -118,7 +118,7 @@ void Transfer::SayReceiverError(const Event& event) {
 }
 
 void Transfer::SayFile(const std::string& name) {
-  reporter.Say(Level::Files, Fact("file").Add("path", LocalName(name)), "  " + ShownName(name, name.size() * 4));
+  reporter.Say(Level::Files, Fact("file").Add("name", LocalName(name)), "  " + ShownName(name, name.size() * 4));
 }
 
 void Transfer::ShowProgress() {

@@ -1,206 +1,237 @@
 #!/usr/bin/env python3
-"""The command on this machine: what it does, says and ends with, over real multicast on loopback."""
-import fcntl
+"""The sending side on this machine: what it does, says and ends with, over real multicast on loopback."""
+import json
 import os
+import re
 import shutil
 import signal
-import struct
+import socket
 import subprocess
-import termios
 import time
 import unittest
+from pathlib import Path
 
-from room import Room, differences, write
+import testbed
+from room import QUORL, Room, differences, write
+
+JSON_DOCUMENT = Path(__file__).resolve().parents[2] / "docs" / "json.md"
+
+
+def documented_fields():
+    """What docs/json.md says a type may have."""
+    fields = {}
+    for types, names in re.findall(r"^\| (`.*?) \| (.*) \|$", JSON_DOCUMENT.read_text(), re.MULTILINE):
+        for name in re.findall("`([a-z_]+)`", types):
+            fields.setdefault(name, set()).update(re.findall("`([a-z_]+)`", names))
+    return fields
 
 
 class CommandTest(unittest.TestCase):
     def setUp(self):
         self.room = Room()
         self.addCleanup(self.room.close)
-
-    def small_tree(self):
-        tree = self.room.path / "source" / "tree"
-        sizes = {"empty": 0, "block": 4254, "block and one": 4255, "a/b/c/deep": 9999, "big": 2_000_000}
-        for name, size in sizes.items():
-            write(tree / name, size)
-        (tree / "nothing").mkdir(exist_ok=True)
-        return tree
+        self.tree = self.room.path / "source" / "tree"
+        for name, size in {"empty": 0, "block": 4254, "block and one": 4255, "a/b/c/deep": 9999,
+                           "big": 2_000_000}.items():
+            write(self.tree / name, size)
+        (self.tree / "nothing").mkdir()
 
     def expect(self, command, code, *texts, limit=60):
-        got = command.wait(limit)
-        self.assertEqual(got, code, command.output())
+        self.assertEqual(command.wait(limit), code, command.output())
         for text in texts:
             self.assertIn(text, command.output())
 
-    def test_receivers_before_the_sender(self):
-        tree = self.small_tree()
-        receivers = [self.room.receiver(n) for n in (1, 2)]
-        self.expect(self.room.sender(tree, "--wait-for", "2"), 0, "127.0.0.2", "127.0.0.3", "2 of 2 receivers complete")
+    def facts(self, command):
+        """The JSON of a command that has ended, checked against its description."""
+        facts = [json.loads(line) for line in command.output().splitlines() if line.startswith("{")]
+        self.assertEqual([fact["seq"] for fact in facts], list(range(len(facts))))
+        self.assertEqual([fact["t_ms"] for fact in facts], sorted(fact["t_ms"] for fact in facts))
+        self.assertEqual([facts[0]["type"], facts[-1]["type"]], ["hello", "result"])
+        self.assertEqual(facts[-1]["exit_code"], command.code)
+        known = documented_fields()
+        for fact in facts:
+            names = {name.removesuffix("_hex") for name in fact if not name.startswith("sender.")}
+            self.assertLessEqual(names - {"seq", "t_ms", "type"}, known[fact["type"]], fact)
+        return facts
+
+    def test_whoever_is_waited_for_gets_everything(self):
+        early = self.room.receiver(1)
+        sender = self.room.sender(self.tree, "--wait-for", "2", "--wait", "20s")
+        sender.wait_for("Waiting    1 there, for 2 receivers")
+        receivers = [early, self.room.receiver(2)]
+        self.expect(sender, 0, "127.0.0.2", "127.0.0.3", "2.02 MB to 2 of 2 receivers", "complete        2")
         for number, receiver in enumerate(receivers, 1):
-            self.expect(receiver, 0, "From 127.0.0.1: 5 files", "Complete: 5 files", "nothing missing")
-            self.assertEqual(differences(tree.parent, self.room.target(number)), [])
+            self.expect(receiver, 0, "verified 5 of 5")
+            self.assertEqual(differences(self.tree.parent, self.room.target(number)), [])
 
-    def test_a_receiver_after_the_sender(self):
-        tree = self.small_tree()
-        sender = self.room.sender(tree, "--wait-for", "1")
-        sender.wait_for("Waiting    0 of 1 receiver")
-        receiver = self.room.receiver(1)
-        self.expect(sender, 0, "1 of 1 receiver complete")
-        self.expect(receiver, 0, "Complete: 5 files")
-        late = self.room.receiver(2, "--timeout", "1")
-        self.expect(late, 3, "error: no sender came within 1.0 s")
-
-    def test_nobody_there(self):
+    def test_nobody_too_few_or_not_those_meant(self):
         started = time.monotonic()
-        self.expect(self.room.sender(self.small_tree()), 3, "error: no receiver answered", "127.0.0.1")
+        self.expect(self.room.sender(self.tree), 3, "error: no receiver answered")
         self.assertLess(time.monotonic() - started, 5)
         receiver = self.room.receiver(1)
-        self.expect(self.room.sender(self.small_tree(), "--wait-for", "2", "--wait", "2"), 3,
+        self.expect(self.room.sender(self.tree, "--wait-for", "2", "--wait", "2"), 3,
                     "error: only 1 of 2 receivers answered", "--wait-for 1")
+        self.expect(self.room.sender(self.tree, "--only", "127.0.0.2,127.0.0.9", "--wait", "0"), 3,
+                    "error: 127.0.0.9 did not answer")
         self.assertIsNone(receiver.poll(), "a receiver that was asked goes on waiting")
 
-    def test_two_senders_on_one_group(self):
-        tree = self.small_tree()
+    def test_only_those_named_count_and_keep_what_came(self):
+        meant, other = self.room.receiver(1), self.room.receiver(2, "--timeout", "6")
+        failed = self.room.path / "failed"
+        named = self.room.path / "named"
+        named.write_text("127.0.0.2\n")
+        self.expect(self.room.sender(self.tree, "--only", f"@{named}", "--failed-to", failed), 0,
+                    "127.0.0.3 listens too", "to 1 of 1 receiver")
+        self.expect(meant, 0)
+        self.expect(other, 3, "Not meant for this machine")
+        self.assertEqual((failed.read_text(), list(self.room.target(2).iterdir())), ("", []))
+
+    def test_two_senders_on_one_group_and_a_port_that_is_taken(self):
         self.room.receiver(1)
-        first = self.room.sender(tree, "--rate", "2M")
-        first.wait_for("Receivers")
+        first = self.room.sender(self.tree, "--rate", "2M")
+        first.wait_for("Sending")
         time.sleep(0.5)
-        self.expect(self.room.sender(tree), 6, "error: another sender is active")
+        self.expect(self.room.sender(self.tree), 6, "error: another sender is active")
+        self.expect(self.room.start("list", "-i", "127.0.0.1", "-p", self.room.port), 6)
         self.expect(first, 0)
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as taken:
+            taken.bind(("127.0.0.1", self.room.port + 2))
+            self.expect(self.room.sender(self.tree), 1, "error: nobody can be asked on")
 
-    def test_interrupted_sender(self):
-        for number, code in ((signal.SIGINT, 130), (signal.SIGTERM, 143)):
+    def test_a_sender_that_is_stopped(self):
+        for number, code in ((signal.SIGINT, 130), (signal.SIGTERM, 143), (signal.SIGHUP, 129)):
             receiver = self.room.receiver(1)
-            sender = self.room.sender(self.small_tree(), "--rate", "2M")
+            sender = self.room.sender(self.tree, "--rate", "2M")
             receiver.wait_for("From 127.0.0.1")
-            time.sleep(0.5)
             sender.signal(number)
-            self.expect(sender, code, "Stopping", "127.0.0.2", "not complete", "0 of 1 receiver complete", limit=4)
-            self.expect(receiver, 9, "error: the transfer is not complete", "the sender stopped it", limit=8)
-
-    def test_interrupted_receivers(self):
-        stays = self.room.receiver(1)
-        leaves = self.room.receiver(2)
-        tree = self.small_tree()
-        sender = self.room.sender(tree, "--rate", "8M", "--wait-for", "2")
-        leaves.wait_for("From 127.0.0.1")
-        leaves.signal(signal.SIGINT)
-        self.expect(leaves, 130, "Stopped: ", limit=7)
-        self.expect(sender, 4, "1 of 2 receivers complete", "127.0.0.3        failed", limit=60)
-        self.expect(stays, 0, "nothing missing")
-        self.assertEqual(differences(tree.parent, self.room.target(1)), [])
-        idle = self.room.receiver(3)
-        idle.signal(signal.SIGTERM)
-        self.expect(idle, 143, "no transfer had started", limit=7)
-
-    def test_a_sender_that_vanishes(self):
-        receiver = self.room.receiver(1)
-        sender = self.room.sender(self.small_tree(), "--rate", "2M")
-        receiver.wait_for("From 127.0.0.1")
-        sender.signal(signal.SIGKILL)
-        self.expect(receiver, 9, "the sender was lost (status 1004)", limit=40)
+            self.expect(sender, code, "Stopping", "2.02 MB to 0 of 1 receiver.", "not complete    1   127.0.0.2",
+                        limit=4)
+            self.expect(receiver, 9, "the sender stopped it", limit=8)
+        sender = self.room.sender(self.tree, "--wait-for", "1")
+        sender.wait_for("Waiting")
+        sender.signal(signal.SIGINT)
+        self.expect(sender, 130, limit=3)
 
     def test_selections_over_several_directories(self):
-        source = self.room.path / "source"
+        source = self.room.path / "several"
         write(source / "one" / "a.bin", 10_000)
         write(source / "two" / "deeper" / "tree" / "sub" / "b.bin", 20_000)
         write(source / "two" / "c.bin", 30_000)
         receiver = self.room.receiver(1)
-        sender = self.room.start("send", "one/a.bin", "two/deeper/tree/", source / "two" / "c.bin",
-                                 "--interface", "127.0.0.1", "--port", self.room.port,
-                                 "--target", "/nowhere/at/all", "--open-name", "a.bin", cwd=source)
-        self.expect(sender, 0)
-        self.expect(receiver, 0, "suggests to open", "not opened")
+        self.expect(self.room.sender("one/a.bin", "two/deeper/tree/", source / "two" / "c.bin", "--target", "/nowhere",
+                                     "--no-manifest", cwd=source), 0)
+        self.expect(receiver, 0, "without a manifest")
         expected = self.room.path / "expected"
         shutil.copytree(source / "two" / "deeper" / "tree", expected / "tree")
-        shutil.copy(source / "one" / "a.bin", expected)
-        shutil.copy(source / "two" / "c.bin", expected)
+        shutil.copy(source / "two" / "c.bin", shutil.copy(source / "one" / "a.bin", expected).rpartition("/")[0])
         self.assertEqual(differences(expected, self.room.target(1)), [])
 
-    def test_on_a_terminal_one_line_is_redrawn_and_gone_at_the_end(self):
-        controller, terminal = os.openpty()
-        self.addCleanup(os.close, controller)
-        fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("4H", 24, 60, 0, 0))
-        self.room.receiver(1)
-        sender = self.room.sender(self.small_tree(), "--rate", "10M", error=terminal)
-        os.close(terminal)
-        self.expect(sender, 0)
-        self.assertNotIn("Sending", sender.output(), "progress belongs to standard error")
-        drawn = os.read(controller, 1 << 16).decode()
-        lines = drawn.split("\r")
-        self.assertGreater(sum(line.startswith("Sending ") for line in lines), 3, drawn)
-        self.assertTrue(drawn.endswith("\r\x1b[K"), drawn)
-        self.assertLess(max(len(line.removesuffix("\x1b[K")) for line in lines), 60)
-        self.assertNotIn("\n", drawn)
-
-    def test_first_level_only(self):
+    def test_first_level_only_as_the_dry_run_says(self):
+        dry = self.room.sender(self.tree, "--no-subdirs", "--dry-run")
+        self.expect(dry, 0, "4 files in 1 folder", "2.00 MB  tree/big", "It would be 476 blocks")
         receiver = self.room.receiver(1)
-        self.expect(self.room.sender(self.small_tree(), "--no-subdirs"), 0, "4 files")
+        self.expect(self.room.sender(self.tree, "--no-subdirs"), 0)
         self.expect(receiver, 0)
-        self.assertFalse((self.room.target(1) / "tree" / "a").exists())
-        self.assertTrue((self.room.target(1) / "tree" / "big").exists())
+        self.assertEqual({path.name for path in (self.room.target(1) / "tree").iterdir()},
+                         {"empty", "block", "block and one", "big"})
 
-    def test_hostile_names_never_reach_the_terminal_raw(self):
-        tree = self.room.path / "source" / "tree"
-        write(tree / "red\x1b[31m\u202egnp.exe", 5000)
-        write(tree / "sub" / "line\nbreak", 5000)
+    def test_hostile_names_reach_neither_terminal_nor_json_raw(self):
+        (self.tree / "invalid\udcff").write_bytes(b"x")
+        write(self.tree / "red\x1b[31m\u202egnp.exe", 5000)
+        write(self.tree / "sub" / "line\nbreak", 5000)
+        write(self.tree / "what?\x1b", 10)
         receiver = self.room.receiver(1)
-        sender = self.room.sender(tree, "--open-name", "x\x1b]0;title\x07")
-        self.expect(sender, 0)
-        self.expect(receiver, 0, "\\x1b]0;title\\x07")
-        self.assertEqual(differences(tree.parent, self.room.target(1)), [])
-        write(tree / "what?\x1b", 10)
-        nobody = self.room.sender(tree)
-        self.expect(nobody, 3, "what?\\x1b")
-        for command in (sender, receiver, nobody):
+        sender = self.room.sender(self.tree, "--json", "-vv")
+        self.expect(sender, 4)
+        names = {fact["name"] for fact in self.facts(sender) if fact["type"] == "file"}
+        self.assertLessEqual({"tree/red\x1b[31m\u202egnp.exe", "tree/sub/line\nbreak", "tree/invalid\ufffd"}, names)
+        self.expect(receiver, 0)
+        people = self.room.sender(self.tree, "--dry-run", "--open-name", "x")
+        self.expect(people, 0, 'skipped: "', "what?\\x1b", "tree/red\\x1b[31m", "invalid\\xff")
+        for command in (sender, receiver, people):
             self.assertNotRegex(command.output(), "[\x00-\x09\x0b-\x1f\x7f\u202e]")
 
-    def test_a_name_that_cannot_travel_makes_the_result_partial(self):
-        tree = self.small_tree()
-        write(tree / "what?", 10)
-        receiver = self.room.receiver(1)
-        self.expect(self.room.sender(tree, "--open-name", "big"), 4, "what?", "its name cannot travel",
-                    "--open-name has no effect", "1 of 1 receiver complete")
-        self.expect(receiver, 0, "nothing missing")
-        (tree / "what?").unlink()
-        self.assertEqual(differences(tree.parent, self.room.target(1)), [])
-
-    def test_local_faults_are_told_before_anything_happens(self):
+    def test_wrong_use_and_local_faults_are_told_before_anything_happens(self):
+        short = self.room.path / "short"
+        short.write_text("key")
         for arguments, code, text in (
-                (("receive", self.room.path / "missing"), 7, "No such file or directory"),
-                (("receive", __file__), 7, "Not a directory"),
-                (("send", self.room.path / "missing"), 7, "No such file or directory"),
-                (("send", __file__, "--interface", "nosuch0"), 2, "no interface of this machine"),
-                (("send", __file__, "--rate", "fast"), 2, "200M"),
-                (("send",), 2, "PATH"),
-                (("sned", "x"), 2, "error: ")):
+                ((), 2, "quorl receive"), (("send",), 2, "quorl send images/"),
+                (("sned", "x"), 2, "Did you mean send?"),
+                (("send", self.tree, "--rate", "fast"), 2, "200M"),
+                (("send", self.tree), 2, "this is no terminal"),
+                (("send", self.tree, "--json"), 2, "--json is for programs"),
+                (("send", self.tree, "--yes", "--interface", "nosuch0"), 2, "no interface of this machine"),
+                (("send", self.tree, "--yes", "--key-file", short, "--no-manifest"), 2, "exclude each other"),
+                (("send", self.tree, "--yes", "--key-file", short), 7, "too short"),
+                (("send", self.tree, "--yes", "--log", "/nowhere/log"), 7, "\"/nowhere/log\" cannot be written"),
+                (("send", self.tree, "--yes", "--failed-to", "/nowhere/f"), 7, "\"/nowhere/f\" cannot be written"),
+                (("send", self.room.path / "missing", "--yes"), 7, "No such file or directory")):
             self.expect(self.room.start(*arguments), code, text, limit=5)
+        told = self.room.start("send", self.tree, "--rate", "fast", "--json")
+        told.wait(5)
+        self.assertEqual(self.facts(told)[1]["why"], '"fast" is no rate; say 200M, 1.5G or compatible')
+
+    def test_quiet_lines_and_a_log(self):
+        log = self.room.path / "log"
+        receiver = self.room.receiver(1)
+        sender = self.room.sender(self.tree, "-q", "--log", log, "--color", "always")
+        self.expect(sender, 0)
+        self.assertRegex(sender.output(), r"^Done in .*\n  \x1b\[32mcomplete    \x1b\[0m    1   nothing .*\n$")
+        self.assertRegex(log.read_text(), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4} Interface  lo")
+        self.assertIn("Receivers  1", log.read_text())
+        self.assertNotIn("\x1b", log.read_text())
+        self.expect(receiver, 0)
+
+    def test_who_reads_the_output_may_leave(self):
+        receiver = self.room.receiver(1)
+        reader, writer = os.pipe()
+        os.close(reader)
+        sender = subprocess.run([QUORL, "send", self.tree, "--yes", "-i", "127.0.0.1", "-p", str(self.room.port)],
+                                stdout=writer, stderr=writer, timeout=30)
+        os.close(writer)
+        self.assertEqual(sender.returncode, 0)
+        self.expect(receiver, 0)
 
     @unittest.skipIf(os.geteuid() != 0, "mounting needs root")
-    def test_a_full_disk_is_a_failed_receiver(self):
+    def test_who_failed_is_named_and_sent_to_again(self):
         small = self.room.path / "small"
         small.mkdir()
         subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m", "tmpfs", small], check=True)
         self.addCleanup(subprocess.run, ["umount", "-l", small], check=True)
-        full = self.room.receiver(1, directory=small)
-        roomy = self.room.receiver(2)
-        tree = self.small_tree()
-        self.expect(self.room.sender(tree, "--wait-for", "2"), 4, "127.0.0.3        complete",
-                    "127.0.0.2        failed: no room on the disk (status 112)")
-        self.expect(full, 8, "no room on the disk (status 112)")
+        full = self.room.receiver(1, "--keep", directory=small)
+        self.expect(self.room.sender(self.tree), 5, "failed          1   127.0.0.2   no room on the disk (status 112)")
+        roomy, failed = self.room.receiver(2), self.room.path / "failed"
+        self.expect(self.room.sender(self.tree, "--wait-for", "2", "--failed-to", failed), 4, "complete        1",
+                    "failed          1   127.0.0.2   no room on the disk (status 112)",
+                    f"Again for those that failed:  quorl send {self.tree} --failed-to {failed} "
+                    f"--interface 127.0.0.1 --port {self.room.port} --only @{failed}")
+        self.assertEqual(failed.read_text(), "127.0.0.2\n")
         self.expect(roomy, 0)
-        self.assertEqual(differences(tree.parent, self.room.target(2)), [])
+        sender = self.room.sender(self.tree, "--only", f"@{failed}", "--retry", "2", "--json")
+        sender.wait_for('"type":"retry"')
+        subprocess.run(["mount", "-o", "remount,size=50m", small], check=True)
+        sender.wait(60)
+        result = self.facts(sender)[-1]
+        self.assertEqual((result["exit_code"], result["complete"], result["failed"]), (0, 1, 0), sender.output())
+        full.signal(signal.SIGTERM)
+        self.expect(full, 143)
+        self.assertEqual(differences(self.tree.parent, small), [])
 
-    def test_a_file_that_cannot_be_written_ends_its_receiver_with_the_cause(self):
-        blocked = self.room.receiver(1)
-        whole = self.room.receiver(2)
-        tree = self.small_tree()
-        (self.room.target(1) / tree.name / "block").mkdir(parents=True)
-        self.expect(self.room.sender(tree, "--wait-for", "2"), 4,
-                    "127.0.0.2        failed: a file could not be created")
-        self.expect(blocked, 7, "the other files go on", "error: the transfer is not complete",
-                    "a file could not be created or written (status 1001)", limit=20)
-        self.expect(whole, 0)
+    def test_doctor_finds_the_firewall(self):
+        why = testbed.missing()
+        if why:
+            self.skipTest(why)
+        bed = testbed.Testbed()
+        self.addCleanup(bed.close)
+        bed.build(1)
+        inside = bed.inside(bed.sender)
+        healthy = self.room.start("doctor", "--json", prefix=inside)
+        self.expect(healthy, 0)
+        self.assertEqual(self.facts(healthy)[-1]["faults"], 0)
+        rules = "add table inet f; add chain inet f input { type filter hook input priority 0; policy drop; }"
+        subprocess.run([*inside, "nft", rules], check=True)
+        self.expect(self.room.start("doctor", prefix=inside), 1, "FAULT  round trip", "hint   firewall",
+                    "nft add rule inet f input udp dport { 27001, 27003, 28000 } accept", "1 fault must be mended")
 
 
 if __name__ == "__main__":

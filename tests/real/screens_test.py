@@ -1,0 +1,135 @@
+#!/usr/bin/env python3
+"""What a person sees: the screens of the sending side, line by line."""
+import os
+import re
+import signal
+import unittest
+
+from room import Room, write
+from terminal import Terminal
+
+
+class ScreensTest(unittest.TestCase):
+    def setUp(self):
+        self.room = Room()
+        self.addCleanup(self.room.close)
+        self.tree = self.room.path / "images"
+        write(self.tree / "render" / "scene.exr", 3_000_000)
+        write(self.tree / "a.txt", 10)
+        os.mkfifo(self.tree / "pipe")
+
+    def send(self, *words, **options):
+        return Terminal("send", self.tree, "-i", "127.0.0.1", "-p", self.room.port, *words, **options)
+
+    def assert_screen(self, screen, expected):
+        """`expected` with * for what differs from run to run, in lines that begin at the same column."""
+        lines = [line[8:] for line in expected.strip("\n").split("\n")]
+        pattern = "\n".join(".*".join(map(re.escape, line.split("*"))).rstrip() for line in lines)
+        self.assertRegex(screen, "^" + pattern.rstrip() + "$")
+
+    def test_a_room_is_shown_and_a_person_starts(self):
+        receivers = [self.room.receiver(n) for n in (1, 2)]
+        terminal = self.send("--rate", "8M")
+        terminal.wait_for(r"^\[Enter\]")
+        terminal.press("l")
+        terminal.wait_for(r"^  127.0.0.[23]\n  127.0.0.[23]\n\[Enter\]")
+        terminal.press("\n")
+        self.assert_screen(terminal.wait_for("^Sending .*[1-9] %.*B/s.*left\n"), f"""
+        Interface  lo 127.0.0.1, named by --interface*
+        Group      235.9.2.9:{self.room.port}, replies on {self.room.port + 2}
+        Selection  2 files in 2 folders, 3.00 MB
+          skipped: "{self.tree}/pipe" (named pipe)
+
+        Receivers  2
+          127.0.0.*    127.0.0.*
+        At 8 Mbit/s this takes about 3.6 s plus repairs.
+          127.0.0.*
+          127.0.0.*
+        Sending    █*░   * %   * of 3.00 MB   * left
+                   file * of 2  images/*
+        """)
+        self.assertEqual(terminal.end(), 0)
+        self.assert_screen(terminal.screen().split("At 8")[1], """
+         Mbit/s this takes about 3.6 s plus repairs.
+          127.0.0.*
+          127.0.0.*
+        Done in *s.  3.00 MB to 2 of 2 receivers, *B/s while sending.
+          complete        2   nothing had to be repaired
+        """)
+        for receiver in receivers:
+            self.assertEqual(receiver.wait(10), 0)
+
+    def test_who_quits_has_sent_nothing(self):
+        first = self.room.receiver(1)
+        for keys, code in (("q", 130), ("\x04", 130), ("\x03", 130)):
+            terminal = self.send()
+            terminal.wait_for(r"^\[Enter\]")
+            terminal.press(keys)
+            self.assertEqual(terminal.end(5), code)
+            self.assertNotIn("[Enter]", terminal.screen(), "the question is gone")
+        terminal = self.send()
+        terminal.wait_for(r"^\[Enter\]")
+        first.signal(signal.SIGINT)
+        first.wait(7)
+        terminal.press("r")
+        terminal.wait_for("^Receivers  0")
+        terminal.press("\n")
+        self.room.receiver(2)
+        terminal.press("r")
+        terminal.wait_for(r"^Receivers  1\n  127.0.0.3")
+        terminal.signal(signal.SIGTERM)
+        self.assertEqual(terminal.end(5), 143)
+
+    def test_nobody_there(self):
+        terminal = self.send()
+        self.assertEqual(terminal.end(5), 3)
+        error = terminal.screen().split("pipe)\n")[1].replace(str(self.room.port), "PORT")
+        self.assert_screen(re.sub("  - This machine also has .*; to use another: --interface NAME\n", "", error), f"""
+        error: no receiver answered on 235.9.2.9:PORT (asked 3 times through lo 127.0.0.1)
+          - Is "quorl receive" running on the other machines, in the same network?
+          - Firewalls must let UDP PORT in on receivers and UDP {self.room.port + 2} in on this machine.
+          "quorl doctor" checks this machine.                                                    exit code 3
+        """)
+
+    def test_a_narrow_terminal_without_capabilities_and_one_that_closes(self):
+        self.room.receiver(1)
+        narrow = self.send("--yes", "--rate", "12M", columns=40, environment={"NO_COLOR": ""}.items())
+        narrow.wait_for(r"^Sending    █+░+   .. %\n           file")
+        self.assertEqual(narrow.end(), 0)
+        self.assertIn("\x1b[32mcomplete", narrow.raw, "colours on a terminal")
+        self.room.receiver(1)
+        dumb = self.send("--yes", environment={"TERM": "dumb"}.items())
+        self.assertEqual(dumb.end(), 0)
+        self.assertNotIn("\x1b", dumb.raw)
+        receiver = self.room.receiver(1)
+        closed = self.send("--yes", "--rate", "8M")
+        closed.wait_for("^Sending .*[1-9] %")
+        closed.close()
+        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(closed.pid, 0)[1]), 129)
+        self.assertEqual(receiver.wait(8), 9)
+        self.assertIn("the sender stopped it", receiver.output())
+
+    def test_list_and_doctor(self):
+        self.room.receiver(1)
+        network = ("-i", "127.0.0.1", "-p", self.room.port)
+        terminal = Terminal("list", *network)
+        self.assertEqual(terminal.end(5), 0)
+        self.assert_screen(terminal.screen(), f"""
+        Interface  lo 127.0.0.1, named by --interface*
+        Group      235.9.2.9:{self.room.port}, replies on {self.room.port + 2}
+        Receivers  1
+          127.0.0.2
+        """)
+        terminal = Terminal("doctor", *network)
+        self.assertEqual(terminal.end(10), 0)
+        for line in ("hint   interface   lo 127.0.0.1 reaches this machine alone\n {21}Another: --interface NAME",
+                     "fine   fragments   MTU 65536: each block travels in one piece",
+                     "....   buffers     receivers get", "....   firewall    ",
+                     "fine   round trip  4796 bytes to the group came back",
+                     "fine   group       free, 1 listens right now",
+                     "\n\nTransfers can work here; \\d hints? above\\."):
+            self.assertRegex(terminal.screen(), line)
+
+
+if __name__ == "__main__":
+    unittest.main()
