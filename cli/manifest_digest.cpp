@@ -115,7 +115,7 @@ std::optional<Digest> FromHex(std::string_view text) {
   for (size_t i = 0; i < text.size(); ++i) {
     const size_t value = std::string_view("0123456789abcdef").find(text[i]);
     if (value == std::string_view::npos) return std::nullopt;
-    digest[i / 2] = static_cast<uint8_t>(digest[i / 2] << 4 | value);
+    digest[i / 2] = static_cast<uint8_t>(16 * digest[i / 2] + value);
   }
   return digest;
 }

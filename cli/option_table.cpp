@@ -82,7 +82,7 @@ constexpr std::array RECEIVE_OPTIONS = {
     OptionRow{RECEIVE, "--keep", "-k", "", None, "go on with the next transfer after each",
               [](Options& options, Value) { options.receive.keep = true; }},
     OptionRow{RECEIVE, "--then", "", "PROGRAM", File,
-              "run this after a complete transfer, without a shell, with the directory as its argument",
+              "run this after each verified transfer, without a shell, with the directory as its argument",
               [](Options& options, Value text) { options.receive.then = text; }},
     OptionRow{RECEIVE, "--open", "", "", None, "open the file that the sender suggests",
               [](Options& options, Value) { options.receive.open = true; }},

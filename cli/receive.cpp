@@ -29,8 +29,7 @@ constexpr auto FAILURE_PAUSE = 1s;
 class Receiving {
  public:
   Receiving(const Options& options, Reporter& reporter)
-      : options(options),
-        receive(options.receive),
+      : receive(options.receive),
         reporter(reporter),
         staging(receive.directory.empty() ? "." : receive.directory),
         network(ResolveNetwork(options.network)) {
@@ -209,7 +208,6 @@ class Receiving {
                  fmt::format("  \"{}\" {}", Escape(receive.then), InWords(*ended)));
   }
 
-  const Options& options;
   const ReceiveOptions& receive;
   Reporter& reporter;
   Inbox inbox;

@@ -108,8 +108,9 @@ Staging::~Staging() {
 void Staging::TakeLock() {
   if (flock(target.Get(), LOCK_EX | LOCK_NB) == 0) RemoveStale();
   const auto deadline = std::chrono::steady_clock::now() + LOCK_LIMIT;
-  while (flock(target.Get(), LOCK_SH | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() > deadline)
+  // A file system without locks has nobody who removes anything either.
+  while (flock(target.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    if (std::chrono::steady_clock::now() > deadline)
       throw Unusable(Exit::LocalFiles, directory, "another program has locked it");
     std::this_thread::sleep_for(LOCK_POLL);
   }

@@ -139,6 +139,7 @@ bool RemoveTree(int parent, const std::string& name) {
 
 std::string WhyNotBeneath(int error) {
   if (error == ENOTDIR || error == ELOOP) return "a link or a file stands where its directory should be";
+  if (error == EXDEV) return "its directory is on another file system";
   return std::strerror(error);
 }
 
