@@ -13,6 +13,7 @@
 #include "cli/manifest_build.h"
 #include "cli/manifest_verify.h"
 #include "cli/outcome.h"
+#include "temp_tree.h"
 
 namespace quorl::cli {
 namespace {
@@ -40,88 +41,52 @@ std::string WhyNot(const std::string& text, const ManifestKey* key = nullptr) {
 TEST(Manifest, ReadsWhatItWrites) {
   Manifest manifest;
   manifest.onlyFor = {0x0100007f, 0x0200007f};
-  manifest.files = {{"z\n\x01 \xff", 0, DigestOf("z"), -5, 0, false},
-                    {"a/b c", uint64_t{1} << 63, DigestOf("a"), 1700000000, 999999999, true}};
+  manifest.files = {{"z\n\x01 \xff", 0, Digest{1}, -5, 0, false},
+                    {"a/b c", uint64_t{1} << 63, Digest{}, 1700000000, 12, true}};
   manifest.emptyDirectories = {"a/empty"};
-  for (const ManifestKey* key : {static_cast<const ManifestKey*>(nullptr), &KEY}) {
-    const auto parsed = ParseManifest(FormatManifest(manifest, key), key);
-    ASSERT_TRUE(std::holds_alternative<ReadManifest>(parsed)) << std::get<std::string>(parsed);
-    const auto& [read, seal] = std::get<ReadManifest>(parsed);
-    EXPECT_EQ(seal, key ? Seal::Keyed : Seal::Plain);
-    EXPECT_EQ(read.onlyFor, manifest.onlyFor);
-    EXPECT_EQ(read.emptyDirectories, manifest.emptyDirectories);
-    ASSERT_EQ(read.files.size(), 2u);
-    EXPECT_EQ(read.files[0].name, "a/b c") << "in the order of names";
-    EXPECT_EQ(read.files[0].size, uint64_t{1} << 63);
-    EXPECT_EQ(read.files[0].nanoseconds, 999999999u);
-    EXPECT_TRUE(read.files[0].executable);
-    EXPECT_EQ(read.files[1].name, "z\n\x01 \xff");
-    EXPECT_EQ(read.files[1].seconds, -5);
-    EXPECT_EQ(read.files[1].digest, DigestOf("z"));
-  }
+  const std::string zeros(62, '0');
+  const std::string text = Sealed(
+      "only 127.0.0.1 127.0.0.2\n"
+      "file 9223372036854775808 1700000000.000000012 x 00" +
+      zeros +
+      " a/b c\n"
+      "file 0 -5.000000000 - 01" +
+      zeros +
+      " z\\x0a\\x01 \xff\n"
+      "dir a/empty\n");
+  EXPECT_EQ(FormatManifest(manifest, nullptr), text) << "in the order of names";
+  const auto parsed = ParseManifest(text, nullptr);
+  ASSERT_TRUE(std::holds_alternative<ReadManifest>(parsed)) << std::get<std::string>(parsed);
+  EXPECT_EQ(FormatManifest(std::get<ReadManifest>(parsed).manifest, nullptr), text);
 }
 
 TEST(Manifest, HasOneTextAndNoOther) {
   EXPECT_EQ(WhyNot(Sealed("")), "");
   EXPECT_EQ(WhyNot(Sealed("only 127.0.0.1\n" + FileLine("a") + FileLine("b") + "dir c\n")), "");
-  const std::string good = FileLine("a");
-  const auto changed = [&](const std::string& from, const std::string& to) {
-    std::string line = good;
-    return line.replace(line.find(from), from.size(), to);
-  };
-  const std::string wrong[] = {
-      // Names that lead elsewhere, or could be written in two ways.
-      FileLine(""),
-      FileLine("/a"),
-      FileLine("a/"),
-      FileLine("a//b"),
-      FileLine(".."),
-      FileLine("a/../b"),
-      FileLine("."),
-      FileLine("a\\x5cb"),
-      FileLine("\\x41"),
-      FileLine("a\\x0A"),
-      FileLine("a\\x0"),
-      FileLine("a\\"),
-      FileLine("a\tb"),
-      FileLine("\\x00"),
-      FileLine(std::string(520, 'a')),
-      "dir ../a\n",
-      "dir \n",
+  std::vector<std::string> wrong{
       // Order and number.
-      FileLine("b") + FileLine("a"),
-      FileLine("a") + FileLine("a"),
-      "dir a\n" + FileLine("b"),
-      "dir a\ndir a\n",
-      FileLine("a") + "only 127.0.0.1\n",
-      "only 127.0.0.1\nonly 127.0.0.1\n",
-      // Fields.
-      changed("file 4", "file 04"),
-      changed("file 4", "file -4"),
-      changed("file 4", "file 18446744073709551616"),
-      changed("file 4", "file  4"),
-      changed("1700000000.", "+1700000000."),
-      changed("1700000000.", "9999999999999."),
-      changed(".000000012", ".12"),
-      changed(".000000012", ".1000000000"),
-      changed(" x ", " y "),
-      changed("aaa", "AAA"),
-      changed("aaa", ""),
-      changed("file", "File"),
-      "only\n",
-      "only 127.0.0.1 \n",
-      "only 127.0.0.01\n",
-      "only all\n",
-      "\n",
-      "unknown\n",
-      "file\n",
-      std::string("\0", 1) + "\n",
-  };
+      FileLine("b") + FileLine("a"), FileLine("a") + FileLine("a"), "dir a\n" + FileLine("b"), "dir a\ndir a\n",
+      FileLine("a") + "only 127.0.0.1\n", "only 127.0.0.1\nonly 127.0.0.1\n",
+      // Other lines.
+      "dir ../a\n", "dir \n", "only\n", "only 127.0.0.1 \n", "only 127.0.0.01\n", "only all\n", "\n", "unknown\n",
+      "file\n", std::string("\0", 1) + "\n"};
+  // Names that lead elsewhere, or could be written in two ways.
+  for (const char* name :
+       {"", "/a", "a/", "a//b", "..", "a/../b", ".", "a\\x5cb", "\\x41", "a\\x0A", "a\\x0", "a\\", "a\tb", "\\x00"})
+    wrong.push_back(FileLine(name));
+  wrong.push_back(FileLine(std::string(520, 'a')));
+  const std::string digest(64, 'a');
+  for (const char* head : {"file 04 1.000000012 x", "file -4 1.000000012 x", "file 18446744073709551616 1.000000012 x",
+                           "file  4 1.000000012 x", "file 4 +1.000000012 x", "file 4 9999999999999.000000012 x",
+                           "file 4 1.12 x", "file 4 1.1000000000 x", "file 4 1.000000012 y", "File 4 1.000000012 x"})
+    wrong.push_back(std::string(head) + " " + digest + " a\n");
+  wrong.push_back("file 4 1.000000012 x " + digest.substr(1) + " a\n");
+  wrong.push_back("file 4 1.000000012 x " + digest.substr(1) + "A a\n");
   for (const std::string& lines : wrong) EXPECT_EQ(WhyNot(Sealed(lines)), "the manifest is not well-formed") << lines;
-  const std::string text = Sealed(good);
+  const std::string text = Sealed(FileLine("a"));
   for (size_t length = 0; length < text.size(); ++length) EXPECT_NE(WhyNot(text.substr(0, length)), "") << length;
   EXPECT_NE(WhyNot(text + "\n"), "");
-  EXPECT_NE(WhyNot(Sealed(good + std::string(MANIFEST_LIMIT, 'x') + "\n")), "");
+  EXPECT_NE(WhyNot(Sealed(FileLine("a") + std::string(MANIFEST_LIMIT, 'x') + "\n")), "");
 }
 
 TEST(Manifest, ASealHoldsEveryBitAndAKeyAcceptsNoOther) {
@@ -140,11 +105,9 @@ TEST(Manifest, ASealHoldsEveryBitAndAKeyAcceptsNoOther) {
   EXPECT_NE(WhyNot(Sealed(FileLine("a"), nullptr).replace(plain.find("seal plain"), 10, "seal keyed"), &KEY), "");
 }
 
-class ManifestOnDisk : public ::testing::Test {
+class ManifestOnDisk : public TempTreeTest {
  protected:
   ManifestOnDisk() {
-    std::string pattern = (fs::temp_directory_path() / "quorl-test-XXXXXX").native();
-    root = fs::canonical(mkdtemp(pattern.data()));
     for (const char* name : {"a/b", "c*.txt", "run"}) Write(name, name);
     fs::permissions(root / "run", fs::perms::owner_all);
     const timespec times[] = {{1, 0}, {1'000'000'000, 5}};
@@ -156,13 +119,6 @@ class ManifestOnDisk : public ::testing::Test {
     fs::permissions(root / "run", fs::perms::owner_read | fs::perms::group_read);
     utimensat(AT_FDCWD, (root / "run").c_str(), nullptr, 0);
   }
-  ~ManifestOnDisk() override { fs::remove_all(root); }
-
-  void Write(const std::string& name, const std::string& content) const {
-    fs::create_directories((root / name).parent_path());
-    std::ofstream(root / name) << content;
-  }
-
   /// The differences, "name: why".
   std::vector<std::string> Differences() {
     Write(".quorl-manifest", text);
@@ -175,7 +131,6 @@ class ManifestOnDisk : public ::testing::Test {
     return texts;
   }
 
-  fs::path root;
   ManifestSources sources;
   std::string text;
   Verification verified;

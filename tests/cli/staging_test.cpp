@@ -15,6 +15,7 @@
 #include "cli/outcome.h"
 #include "cli/receive_open.h"
 #include "cli/staging_move.h"
+#include "temp_tree.h"
 
 namespace quorl::cli {
 namespace {
@@ -23,19 +24,11 @@ namespace fs = std::filesystem;
 
 using Tree = std::map<std::string, std::string>;
 
-class StagingTest : public ::testing::Test {
+class StagingTest : public TempTreeTest {
  protected:
   StagingTest() {
-    std::string pattern = (fs::temp_directory_path() / "quorl-test-XXXXXX").native();
-    root = fs::canonical(mkdtemp(pattern.data()));
     fs::create_directories(root / "in");
     fs::create_directories(root / "from");
-  }
-  ~StagingTest() override { fs::remove_all(root); }
-
-  void Write(const fs::path& name, const std::string& text) const {
-    fs::create_directories((root / name).parent_path());
-    std::ofstream(root / name) << text;
   }
 
   /// Names and contents beneath `name`; directories end in a slash, links are shown as what they lead to.
@@ -68,8 +61,6 @@ class StagingTest : public ::testing::Test {
   }
 
   static bool Nothing(const std::string&) { return true; }
-
-  fs::path root;
 };
 
 struct PolicyCase {
