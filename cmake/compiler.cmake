@@ -10,6 +10,9 @@ add_compile_options(-Wall -Wextra -Wpedantic $<IF:$<CXX_COMPILER_ID:GNU>,-Wshado
 # Our structs give their members initial values; leaving them out is meant.
 add_compile_options(-Wno-missing-field-initializers)
 
+# Assertions and debug information name files as the tree does, wherever it lies: same sources, same program.
+add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+
 # Checks of the standard library stay on in release: a stop is better than a wrong answer.
 add_compile_definitions(_GLIBCXX_ASSERTIONS)
 add_compile_options(-fstack-protector-strong -fno-omit-frame-pointer)
