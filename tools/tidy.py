@@ -11,10 +11,10 @@ SYSTEM_HEADER = re.compile(
     r"^((sys|netinet|net|arpa|linux|asm|bits)/.*|(unistd|pthread|fcntl|poll|signal|dirent|ifaddrs|sched|pwd|grp|"
     r"netdb|dlfcn|termios|ucontext|semaphore|syslog|mntent|windows|winsock2?|ws2tcpip|mmsystem|shlobj|io|direct|"
     r"process)\.h)$")
-# The command is a program of its own, which stands above the library.
+# The command and the examples are programs of their own, which stand above the library.
 # The simulated world needs the machine for one thing, the stacks of its fibers.
-MAY_NAME_THE_SYSTEM = ("src/platform/posix/", "src/platform/win32/", "cli/", "tests/", "sim/context.",
-                       "sim/stacks.")
+MAY_NAME_THE_SYSTEM = ("src/platform/posix/", "src/platform/win32/", "cli/", "tests/", "examples/",
+                       "sim/context.", "sim/stacks.")
 OTHERS_LIBRARY = re.compile(r"^(CLI|fmt|gtest|gmock|nlohmann|rapidjson|boost)/|^(sodium|xxhash)\.h$")
 BANNED_CALL = re.compile(
     r"(?<![\w.>])(?:std::|::)?(s?rand|time|u?sleep|str(?:cpy|cat)|v?sprintf|ato[ifl]|gets)\s*\(")
