@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The rules that a machine can hold: which floor may include which, where an operating system may be named, how long
-lines, functions and files may be, which calls and words do not belong here. Prints one line for each offence."""
+lines, functions and files may be, which calls and words do not belong here, that links lead somewhere. Prints one line
+for each offence."""
 import re
 import subprocess
 import sys
@@ -114,6 +115,13 @@ def check_cpp(path, text):
     check_functions(path, lines)
 
 
+def check_links(path, lines):
+    for number, line in enumerate(lines, 1):
+        for target in re.findall(r"\]\(([^)#]+)[^)]*\)", line):
+            if "://" not in target and not (path.parent / target).exists():
+                offend(path, number, f"leads nowhere: {target}")
+
+
 def check(path):
     try:
         text = path.read_text(encoding="utf-8")
@@ -131,6 +139,8 @@ def check(path):
         offend(path, len(lines), f"{len(lines) - 1} lines, {LONGEST_FILE} are allowed")
     if path.suffix in (".cpp", ".h"):
         check_cpp(path, text)
+    if path.suffix == ".md":
+        check_links(path, lines)
 
 
 def check_named_tests(path):
