@@ -23,9 +23,7 @@ TEST_P(Copies, ACopyOfTheAnnouncementAmongTheBlocksChangesNothing) {
     room.World().At(room.World().Now() + 300ms, [this, copy] { network.SayToRoom(room.Sender().Address(), copy); });
     return false;
   });
-  Begin(room, 250ms);
-  EXPECT_GT(room.Client(0).GetState().blocksStored, 0u);
-  ASSERT_TRUE(room.RunUntilQuiet(60s));
+  Play(room);
   EXPECT_EQ(Ends(room), "whole told");
   EXPECT_EQ(CountSent(room, CMD_RESEND), 0u);
   EXPECT_EQ(CountMessages(room.Receiver(0), WM_TASK_INFO), 1u);
