@@ -155,7 +155,9 @@ bool Transfer::TakeReply(const FromReceiver& reply, Endpoint from) {
   if (context->profile == Profile::Robust) {
     if (!announced) return true;
     if (!context->table.Find(from.address)) {
-      context->counters.Add(Count::DroppedStranger);
+      // What is not understood, or finds the table full, has been counted for that.
+      const bool isCounted = std::holds_alternative<Reject>(reply) || std::holds_alternative<Client>(reply);
+      if (!isCounted) context->counters.Add(Count::DroppedStranger);
       return true;
     }
   }
@@ -169,7 +171,7 @@ bool Transfer::TakeReply(const FromReceiver& reply, Endpoint from) {
 
 bool Transfer::TakeParsed(const FromReceiver& reply, Endpoint from, Orders& decided) {
   if (const auto* ack = std::get_if<Ack>(&reply)) {
-    if (ack->file <= plan.lists->ArraySendFile.size()) context->counters.Add(Count::RepairsAsked);
+    if (ack->file >= 1 && ack->file <= plan.lists->ArraySendFile.size()) context->counters.Add(Count::RepairsAsked);
     return flow->TakeAck(*ack, from, decided);
   }
   if (const auto* finish = std::get_if<Finish>(&reply)) return flow->TakeFinish(finish->status, from, decided);
