@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <numeric>
+#include <string_view>
 
 #include "cli/escape.h"
 #include "cli/help.h"
@@ -19,7 +20,7 @@ Failure WrongUse(const std::string& what, const std::string& why, std::vector<st
   return {Exit::Usage, what, why, std::move(next)};
 }
 
-void AddOption(CLI::App& command, const OptionRow& row, Options& options) {
+void AddOption(CLI::App& command, const OptionRow& row, Options& options, bool isAsked) {
   std::string names = *row.shortName == '\0' ? row.name : std::string(row.shortName) + "," + row.name;
   auto set = [&row, &options](const std::string& text) {
     try {
@@ -37,16 +38,19 @@ void AddOption(CLI::App& command, const OptionRow& row, Options& options) {
   } else {
     option = command.add_option_function<std::string>(names, set);
   }
-  option->envname(EnvironmentName(row));
+  // The parser would read the environment for the options of the other commands too.
+  if (isAsked) option->envname(EnvironmentName(row));
 }
 
-void AddCommand(CLI::App& app, const CommandRow& row, Options& options, std::vector<std::string>& words) {
+void AddCommand(CLI::App& app, const CommandRow& row, std::string_view asked, Options& options,
+                std::vector<std::string>& words) {
   CLI::App* command = app.add_subcommand(row.name);
+  bool isAsked = asked == row.name;
   // What is left over is judged here, where a near name can be offered.
   command->allow_extras();
   if (*row.arguments != '\0') command->add_option(row.arguments, words);
   for (const OptionRow& option : OptionRows()) {
-    if ((option.commands & static_cast<unsigned>(row.command)) != 0) AddOption(*command, option, options);
+    if ((option.commands & static_cast<unsigned>(row.command)) != 0) AddOption(*command, option, options, isAsked);
   }
 }
 
@@ -143,7 +147,7 @@ Invocation ParseCommandLine(int argumentCount, const char* const* arguments) {
   app.set_version_flag("--version", "");
   app.allow_extras();
   std::vector<std::string> words;
-  for (const CommandRow& row : CommandRows()) AddCommand(app, row, options, words);
+  for (const CommandRow& row : CommandRows()) AddCommand(app, row, arguments[1], options, words);
   try {
     app.parse(argumentCount, arguments);
   } catch (const CLI::CallForHelp&) {

@@ -30,13 +30,13 @@ class Trees : public ::testing::Test {
     return path.native();
   }
 
-  static std::pair<Exit, std::string> Refusal(const std::vector<std::string>& paths) {
+  static Exit Refusal(const std::vector<std::string>& paths) {
     try {
       SurveySelection(paths, true);
     } catch (const Failure& failure) {
-      return {failure.code, failure.what + ": " + failure.why};
+      return failure.code;
     }
-    return {Exit::Complete, ""};
+    return Exit::Complete;
   }
 
   fs::path root;
@@ -45,24 +45,16 @@ class Trees : public ::testing::Test {
 TEST_F(Trees, EveryParentGetsADriveOfItsOwn) {
   std::string first = Make("one/a.txt");
   std::string second = Make("two/deeper/b.txt", 4254);
-  std::string third = Make("one/c.txt");
-  Selection selection = SurveySelection({first, second, third, first}, true);
+  Selection selection = SurveySelection({first, second, Make("one/c.txt"), first}, true);
   EXPECT_EQ(selection.paths, (std::vector<std::string>{"D:\\a.txt", "E:\\b.txt", "D:\\c.txt"}));
-  ASSERT_EQ(selection.drives.size(), 2u);
-  EXPECT_EQ(selection.drives[0].directory, root / "one");
-  EXPECT_EQ(selection.drives[1].directory, root / "two/deeper");
   ASSERT_EQ(selection.files.size(), 3u);
   EXPECT_EQ(selection.PathOf(selection.files[1]), second);
-  EXPECT_EQ(selection.bytes, 4274u);
   EXPECT_EQ(selection.blocks, 4u) << "a full block is followed by an empty one";
 }
 
 TEST_F(Trees, ADirectoryIsCountedAsItWillTravel) {
-  Make("tree/a.txt");
-  Make("tree/sub/b.txt");
-  Make("tree/sub/c?d.txt");
-  Make("tree/what?.txt");
-  Make("tree/sub/back\\slash");
+  for (const char* name : {"a.txt", "sub/b.txt", "sub/c?d.txt", "what?.txt", "sub/back\\slash"})
+    Make(std::string("tree/") + name);
   fs::create_directories(root / "tree/bare/barer");
   fs::create_directory_symlink(root / "tree/sub", root / "tree/link");
   fs::create_symlink("a.txt", root / "tree/alias");
@@ -70,63 +62,38 @@ TEST_F(Trees, ADirectoryIsCountedAsItWillTravel) {
   Selection all = SurveySelection({(root / "tree/").native()}, true);
   EXPECT_EQ(all.paths, std::vector<std::string>{"D:\\tree"});
   EXPECT_EQ(all.files.size(), 4u) << "a.txt, alias, sub/b.txt, sub/c?d.txt";
-  EXPECT_EQ(all.directories, 4u);
   EXPECT_EQ(all.leftOut.size(), 4u) << "what?.txt, sub/back\\slash, link, broken";
   EXPECT_EQ(all.lost, 2u) << "links are told, but nothing that was chosen is missing";
   EXPECT_EQ(all.renamed.size(), 1u);
   EXPECT_EQ(all.emptyDirectories, std::vector<std::string>{"tree/bare/barer"});
-  Selection flat = SurveySelection({(root / "tree").native()}, false);
-  EXPECT_EQ(flat.files.size(), 2u);
-  EXPECT_EQ(flat.directories, 1u);
-}
-
-TEST_F(Trees, DirectoriesWithoutANameOfTheirOwnGoByWhatTheyLeadTo) {
-  Make("tree/sub/a.txt");
-  fs::create_directory_symlink(root / "tree", root / "link");
-  for (const char* text : {"tree/.", "tree/sub/..", "link", "link/"}) {
-    Selection selection = SurveySelection({(root / text).native()}, true);
-    EXPECT_EQ(selection.paths, std::vector<std::string>{"D:\\tree"}) << text;
-    EXPECT_EQ(selection.drives[0].directory, root.native()) << text;
+  EXPECT_EQ(SurveySelection({(root / "tree").native()}, false).files.size(), 2u);
+  fs::create_directory_symlink(root / "tree", root / "way");
+  for (const char* text : {"tree/.", "tree/sub/..", "way", "way/"}) {
+    EXPECT_EQ(SurveySelection({(root / text).native()}, true).paths, all.paths) << text;
   }
 }
 
-TEST_F(Trees, WhatCannotBeSentIsRefusedByName) {
+TEST_F(Trees, WhatCannotBeSentIsRefused) {
   std::string good = Make("one/a.txt");
   Make("deep/sub?dir/a.txt");
   Make("long/" + std::string(200, 'x') + "/" + std::string(60, 'y'));
-  EXPECT_EQ(Refusal({good}).first, Exit::Complete);
-  auto [code, text] = Refusal({good, (root / "missing\x1b").native()});
-  EXPECT_EQ(code, Exit::LocalFiles);
-  EXPECT_NE(text.find("missing\\x1b"), std::string::npos) << text;
-  EXPECT_EQ(Refusal({Make("one/wh?t")}).first, Exit::LocalFiles);
-  EXPECT_EQ(Refusal({Make("one/back\\slash")}).first, Exit::LocalFiles);
-  EXPECT_EQ(Refusal({"/dev/null"}).first, Exit::LocalFiles);
-  EXPECT_EQ(Refusal({(root / "deep").native()}).first, Exit::LocalFiles);
-  EXPECT_EQ(Refusal({(root / "long").native()}).first, Exit::LocalFiles);
-  EXPECT_EQ(Refusal({"/"}).first, Exit::Usage);
-  EXPECT_EQ(Refusal({good, Make("two/a.txt")}).first, Exit::Usage) << "both would arrive as a.txt";
+  for (const std::string& path : {(root / "missing").native(), Make("one/wh?t"), Make("one/back\\slash"),
+                                  std::string("/dev/null"), (root / "deep").native(), (root / "long").native()}) {
+    EXPECT_EQ(Refusal({good, path}), Exit::LocalFiles) << path;
+  }
+  EXPECT_EQ(Refusal({"/"}), Exit::Usage);
+  EXPECT_EQ(Refusal({good, Make("two/a.txt")}), Exit::Usage) << "both would arrive as a.txt";
   std::vector<std::string> scattered;
   for (int i = 0; i < 24; ++i) scattered.push_back(Make("many/" + std::to_string(i) + "/f" + std::to_string(i)));
-  EXPECT_EQ(Refusal(scattered).first, Exit::Usage) << "more parents than drive letters";
+  EXPECT_EQ(Refusal(scattered), Exit::Usage) << "more parents than drive letters";
   scattered.pop_back();
-  EXPECT_EQ(Refusal(scattered).first, Exit::Complete);
-}
-
-TEST_F(Trees, AnUnreadableFileStopsBeforeAnythingIsSent) {
-  if (geteuid() == 0) GTEST_SKIP() << "everything is readable to root";
-  fs::permissions(Make("tree/sub/secret"), fs::perms::none);
-  auto [code, text] = Refusal({(root / "tree").native()});
-  EXPECT_EQ(code, Exit::LocalFiles);
-  EXPECT_NE(text.find("secret"), std::string::npos) << text;
+  EXPECT_EQ(Refusal(scattered), Exit::Complete);
 }
 
 TEST_F(Trees, TheDemoSeesEveryKindOfDifference) {
   MakeDemoTree(root / "left/tree");
-  EXPECT_EQ(fs::file_size(root / "left/tree/exactly a block"), 4254u);
-  EXPECT_TRUE(fs::is_empty(root / "left/tree/nothing in here/nor here"));
   fs::copy(root / "left", root / "right", fs::copy_options::recursive);
   EXPECT_EQ(CompareTrees(root / "left", root / "right"), std::vector<std::string>{});
-
   fs::remove(root / "right/tree/one byte");
   fs::remove(root / "right/tree/nothing in here/nor here");
   Make("right/tree/added");

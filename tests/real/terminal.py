@@ -4,7 +4,6 @@ import os
 import pty
 import re
 import select
-import signal
 import struct
 import termios
 import time
@@ -29,12 +28,6 @@ class Terminal:
     def press(self, keys):
         os.write(self.controller, keys.encode())
 
-    def signal(self, number):
-        os.kill(self.pid, number)
-
-    def close(self):
-        os.close(self.controller)
-
     def wait_for(self, pattern, limit=20):
         """Until the screen, as it is at one moment, matches; that screen."""
         deadline = time.monotonic() + limit
@@ -46,13 +39,10 @@ class Terminal:
     def end(self, limit=30):
         """Its exit code; what it left on the screen stays there."""
         deadline = time.monotonic() + limit
-        try:
-            while self.read():
-                if time.monotonic() > deadline:
-                    os.kill(self.pid, signal.SIGKILL)
-                    raise AssertionError(f"did not end within {limit} s:\n{self.screen()}")
-        except OSError:
-            pass
+        while self.read():
+            if time.monotonic() > deadline:
+                os.kill(self.pid, 9)
+                raise AssertionError(f"did not end within {limit} s:\n{self.screen()}")
         return os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
 
     def read(self):
@@ -63,8 +53,9 @@ class Terminal:
             data = os.read(self.controller, 1 << 16)
         except OSError:
             return False
-        self.raw += data.decode("utf-8", "backslashreplace")
-        self.rest += data.decode("utf-8", "backslashreplace")
+        text = data.decode("utf-8", "backslashreplace")
+        self.raw += text
+        self.rest += text
         while match := re.match("\x1b\\[([0-9;]*)([A-Za-z])|[^\x1b]", self.rest, re.DOTALL):
             self.rest = self.rest[match.end():]
             self.draw(match.group(0), match.group(1), match.group(2))
