@@ -94,6 +94,7 @@ int Gathering::AskToStart() {
     if (event.key == 'r') {
       room.Look();
       SayRoom();
+      KeyMode::Forget();
     }
     if (event.key == 'l') reporter.Say(room.AsFact(), room.Listing(1, MOST_RECEIVERS, ""));
     if (event.key == 'q' || event.key == END_OF_INPUT) {

@@ -134,8 +134,10 @@ std::string SendResult::Advice(const SentAmount& amount) const {
            row.status == QUORL_STATUS_TOO_MUCH_MISSING;
   });
   if (lossy == 0 || amount.rate == 0) return "";
-  return fmt::format("{} of {} missed more than {:.0f} % of the blocks; slower may be faster in all: --rate {}k", lossy,
-                     Count(rows.size(), "receiver"), MUCH_LOSS * 100, amount.rate / 2);
+  return fmt::format(
+      "{} of {} missed more than {:.0f} % of the blocks; slower may be faster in all: --rate {}", lossy,
+      Count(rows.size(), "receiver"), MUCH_LOSS * 100,
+      amount.rate >= 2000 ? fmt::format("{}M", amount.rate / 2000) : fmt::format("{}k", amount.rate / 2));
 }
 
 void SendResult::TellFacts(Reporter& reporter, const HostNames& names, const SentAmount& amount,

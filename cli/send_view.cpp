@@ -86,8 +86,9 @@ ProgressView SendView::ShowRepairing(const SendMoment& moment, size_t width) {
   missing += masterLeft;
   uint64_t complete = CountRows(moment.rows, QUORL_RECEIVER_COMPLETE);
   uint64_t failed = CountRows(moment.rows, QUORL_RECEIVER_FAILED);
-  std::string counts = fmt::format("{}: {} complete, {} waiting", Count(moment.rows.size(), "receiver"), complete,
-                                   CountRows(moment.rows, QUORL_RECEIVER_WAITING));
+  uint64_t waiting = CountRows(moment.rows, QUORL_RECEIVER_WAITING);
+  std::string counts = fmt::format("{}: {} complete", Count(moment.rows.size(), "receiver"), complete);
+  if (waiting != 0) counts += fmt::format(", {} waiting", waiting);
   if (current != nullptr) counts += ", 1 in repair";
   if (failed != 0) counts += fmt::format(", {} failed", failed);
   double share = total == 0 ? 0 : 1 - static_cast<double>(missing) / static_cast<double>(total);

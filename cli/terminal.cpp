@@ -10,11 +10,15 @@ KeyMode::KeyMode() {
   keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
   keys.c_cc[VMIN] = 1;
   keys.c_cc[VTIME] = 0;
-  changed = tcsetattr(STDIN_FILENO, TCSADRAIN, &keys) == 0;
+  changed = tcsetattr(STDIN_FILENO, TCSAFLUSH, &keys) == 0;
 }
 
 KeyMode::~KeyMode() {
   if (changed) tcsetattr(STDIN_FILENO, TCSADRAIN, &before);
+}
+
+void KeyMode::Forget() {
+  tcflush(STDIN_FILENO, TCIFLUSH);
 }
 
 bool CanAsk() {
