@@ -13,6 +13,7 @@
 
 #include "cli/escape.h"
 #include "cli/outcome.h"
+#include "cli/staging.h"
 #include "cli/units.h"
 
 namespace quorl::cli {
@@ -196,6 +197,7 @@ Selection SurveySelection(const std::vector<std::string>& paths, bool subdirecto
     if (name.find_first_of(CANNOT_TRAVEL) != std::string::npos) {
       throw CannotBeSent(path, "a name with one of \\ * ? > < \" | : cannot travel");
     }
+    if (IsReservedName(name)) throw CannotBeSent(path, "receivers keep such names to themselves");
     chosen.push_back(path);
     size_t drive = DriveFor(path.parent_path(), selection.drives);
     selection.paths.push_back(fmt::format("{}:\\{}", selection.drives[drive].letter, name));

@@ -35,15 +35,6 @@ ProgressView ReadingView(uint64_t done, uint64_t total, const RateMeter& meter, 
 
 SendManifest::SendManifest(const Selection& selection, const std::string& keyFile) : selection(selection) {
   if (!keyFile.empty()) key = ReadKeyFile(keyFile);
-  std::string taken = fmt::format(":\\{}", MANIFEST_NAME);
-  bool isTaken = std::any_of(selection.paths.begin(), selection.paths.end(), [&](const std::string& path) {
-    return path.ends_with(taken) && path.size() == taken.size() + 1;
-  });
-  if (!isTaken) return;
-  throw Failure{Exit::Usage,
-                fmt::format("\"{}\" cannot be sent", MANIFEST_NAME),
-                "the manifest travels under that name",
-                {"Give the file another name, or leave the manifest out: --no-manifest"}};
 }
 
 int SendManifest::Read(Inbox& inbox, Reporter& reporter) {

@@ -15,7 +15,7 @@ namespace quorl::cli {
 /// The manifest of a selection, from reading the files to the file that travels with them.
 class SendManifest {
  public:
-  /// Throws a Failure when the key cannot be read, or when the manifest's name is taken. `keyFile` may be empty.
+  /// Throws a Failure when the key cannot be read. `keyFile` may be empty.
   SendManifest(const Selection& selection, const std::string& keyFile);
 
   /// Reads every file and shows how far that is. The signal that ended it, or 0; throws a Failure.

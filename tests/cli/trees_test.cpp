@@ -77,8 +77,9 @@ TEST_F(Trees, WhatCannotBeSentIsRefused) {
   std::string good = Make("one/a.txt");
   Make("deep/sub?dir/a.txt");
   Make("long/" + std::string(200, 'x') + "/" + std::string(60, 'y'));
-  for (const std::string& path : {(root / "missing").native(), Make("one/wh?t"), Make("one/back\\slash"),
-                                  std::string("/dev/null"), (root / "deep").native(), (root / "long").native()}) {
+  for (const std::string& path :
+       {(root / "missing").native(), Make("one/wh?t"), Make(".quorl-manifest"), Make("one/back\\slash"),
+        std::string("/dev/null"), (root / "deep").native(), (root / "long").native()}) {
     EXPECT_EQ(Refusal({good, path}), Exit::LocalFiles) << path;
   }
   EXPECT_EQ(Refusal({"/"}), Exit::Usage);
