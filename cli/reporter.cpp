@@ -13,6 +13,7 @@
 #include <ctime>
 
 #include "cli/escape.h"
+#include "cli/progress.h"
 
 namespace quorl::cli {
 namespace {
@@ -50,14 +51,15 @@ std::string WithoutColor(std::string_view text) {
   return plain;
 }
 
-/// The hints, and the exit code at the right of the last one.
-std::string Hints(const Failure& failure, size_t width) {
-  std::vector<std::string> lines;
+/// The three parts, and the exit code at the right of the last line.
+std::string ErrorText(const Failure& failure, size_t width) {
+  std::vector<std::string> lines = {
+      fmt::format("error: {}{}{}", failure.what, failure.why.empty() ? "" : ": ", failure.why)};
   for (const std::string& hint : failure.next) lines.push_back("  " + hint);
-  std::string code = fmt::format("exit code {}", static_cast<int>(failure.code));
-  if (lines.empty() || lines.back().size() + 3 + code.size() > width) lines.emplace_back();
-  std::string& last = lines.back();
-  last += std::string(std::max(width, last.size() + code.size() + 3) - last.size() - code.size(), ' ') + code;
+  std::string code = fmt::format("   exit code {}", static_cast<int>(failure.code));
+  if (Columns(lines.back()) + code.size() > width) lines.emplace_back();
+  size_t used = Columns(lines.back()) + code.size();
+  lines.back() += std::string(width - std::min(width, used), ' ') + code;
   return fmt::format("{}", fmt::join(lines, "\n"));
 }
 
@@ -113,11 +115,11 @@ void Reporter::Complain(const Failure& failure) {
            .Add("what", failure.what)
            .Add("why", failure.why)
            .Add("next", failure.next));
-  std::string text =
-      fmt::format("{}{}{}\n{}", failure.what, failure.why.empty() ? "" : ": ", failure.why, Hints(failure, Width()));
-  Log(fmt::format("error: {}", text));
+  std::string text = ErrorText(failure, Width());
+  Log(text);
   ClearProgress();
-  Write(stderr, fmt::format("{} {}\n", Painted(Tint::Bad, "error:"), text));
+  constexpr std::string_view TITLE = "error:";
+  Write(stderr, fmt::format("{}{}\n", Painted(Tint::Bad, TITLE), text.substr(TITLE.size())));
 }
 
 bool Reporter::WantsProgress() const {

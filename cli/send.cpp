@@ -36,9 +36,9 @@ class Sending {
       : options(options),
         send(options.send),
         reporter(reporter),
-        inbox(options.output.verbosity > 0),
         selection(SurveySelection(send.paths, send.subdirectories)),
         network(ResolveNetwork(options.network)),
+        inbox(options.output.verbosity > 0),
         room(network, inbox),
         gathering(send, room, inbox, reporter) {
     if (send.manifest) manifest.emplace(selection, options.keyFile);
@@ -185,9 +185,9 @@ class Sending {
   const Options& options;
   const SendOptions& send;
   Reporter& reporter;
-  Inbox inbox;
   Selection selection;
   Network network;
+  Inbox inbox;  // From here on Ctrl-C is an event.
   Room room;
   Gathering gathering;
   std::optional<SendManifest> manifest;
