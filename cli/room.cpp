@@ -1,6 +1,7 @@
 // The room before a transfer: who answers, by address and by name.
 #include "cli/room.h"
 
+#include <arpa/inet.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -42,6 +43,7 @@ void Room::Look() {
   ++looks;
   there.resize(MOST_RECEIVERS);
   there.resize(std::min<size_t>(GetReceivers(there.data(), MOST_RECEIVERS), MOST_RECEIVERS));
+  std::sort(there.begin(), there.end(), [](uint32_t a, uint32_t b) { return ntohl(a) < ntohl(b); });
   names.Ask(there, PATIENCE_FOR_NAMES);
 }
 
