@@ -108,8 +108,9 @@ std::optional<ManifestEntry> ParseFile(std::string_view line) {
   const auto nanoseconds = Take(line, ' ');
   const auto executable = Take(line, ' ');
   const auto digest = Take(line, ' ');
-  if (!digest || nanoseconds->size() != NANOSECOND_DIGITS || (*executable != "x" && *executable != "-"))
-    return std::nullopt;
+  // A field that lacks its divider takes none of the line, so each is asked.
+  if (!size || !seconds || !nanoseconds || !executable || !digest) return std::nullopt;
+  if (nanoseconds->size() != NANOSECOND_DIGITS || (*executable != "x" && *executable != "-")) return std::nullopt;
   const auto sizeValue = ParseNumber<uint64_t>(*size);
   const auto secondsValue = ParseNumber<int64_t>(*seconds);
   const std::string_view digits = nanoseconds->substr(std::min(nanoseconds->find_first_not_of('0'), size_t{8}));

@@ -76,9 +76,10 @@ TEST(Manifest, HasOneTextAndNoOther) {
     wrong.push_back(FileLine(name));
   wrong.push_back(FileLine(std::string(520, 'a')));
   const std::string digest(64, 'a');
-  for (const char* head : {"file 04 1.000000012 x", "file -4 1.000000012 x", "file 18446744073709551616 1.000000012 x",
-                           "file  4 1.000000012 x", "file 4 +1.000000012 x", "file 4 9999999999999.000000012 x",
-                           "file 4 1.12 x", "file 4 1.1000000000 x", "file 4 1.000000012 y", "File 4 1.000000012 x"})
+  for (const char* head :
+       {"file 04 1.000000012 x", "file -4 1.000000012 x", "file 18446744073709551616 1.000000012 x",
+        "file  4 1.000000012 x", "file 4 +1.000000012 x", "file 4 9999999999999.000000012 x", "file 4 000000012 x",
+        "file 4 1.12 x", "file 4 1.1000000000 x", "file 4 1.000000012 y", "File 4 1.000000012 x"})
     wrong.push_back(std::string(head) + " " + digest + " a\n");
   wrong.push_back("file 4 1.000000012 x " + digest.substr(1) + " a\n");
   wrong.push_back("file 4 1.000000012 x " + digest.substr(1) + "A a\n");
