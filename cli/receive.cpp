@@ -68,8 +68,8 @@ class Receiving {
     Fact fact("waiting");
     fact.Add("directory", staging.Directory()).Add("keep", receive.keep);
     const std::string from = receive.from == 0 ? "" : fmt::format(", none but {}", FormatAddress(receive.from));
-    reporter.Say(fact, fmt::format("Waiting for a sender on {} via {}{}, to receive into {}   (Ctrl-C to stop)",
-                                   network.GroupText(), network.InterfaceText(), from, Escape(staging.Directory())));
+    reporter.Say(fact, fmt::format("Directory  {}\nWaiting for a sender on {} via {}{}   (Ctrl-C to stop)",
+                                   Escape(staging.Directory()), network.GroupText(), network.InterfaceText(), from));
   }
 
   Failure NobodyCame() const {

@@ -13,6 +13,7 @@ from pathlib import Path
 
 from room import QUORL, Room, differences, write
 from sender import manifest
+from terminal import Terminal
 
 KEY = b"sixteen bytes or more"
 
@@ -71,6 +72,20 @@ class ReceiveTest(unittest.TestCase):
         received = self.room.target(1) / "tree"
         self.assertEqual((received / "big").stat().st_mtime_ns, 1_234_567_890_123_456_789)
         self.assertEqual([os.access(received / name, os.X_OK) for name in ("block", "big")], [True, False])
+
+    def test_on_a_terminal(self):
+        write(self.tree / "big", 4_000_000)
+        self.room.target(1).mkdir()
+        terminal = Terminal("receive", self.room.target(1), "-i", "127.0.0.2", "-p", self.room.port)
+        self.addCleanup(terminal.close)
+        terminal.wait_for("^Directory  .*receiver-1\\nWaiting for a sender on 235.* via lo 127.0.0.2   \\(Ctrl-C")
+        process = self.send(text=manifest(self.tree), wait=False)
+        terminal.wait_for("^From 127.0.0.1: 4 files, 4.0. MB into .*receiver-1   \\(.* free\\)\n\n?"
+                          "Receiving  █+░+   [ 0-9]+ %   [0-9.]+ of 4.0. MB   [0-9.]+ .?B/s.*\n           .*tree/big")
+        process.wait(60)
+        self.assertEqual(terminal.end(), 0)
+        self.assertRegex(terminal.screen(), "free\\)\nComplete: 4 files, 4.0. MB in .* s, nothing missing, "
+                         "verified 4 of 4\\.$")
 
     def test_each_policy_in_one_room(self):
         policies = ("rename", "overwrite", "skip", "fail")
