@@ -32,43 +32,33 @@ LOSS_PERCENT, WIDTH, UNPLUGGED = 1, 96, 2
 FIRST, LAST = "<!-- recorded by tools/record_session.py -->\n", "<!-- end of the recording -->\n"
 
 
-class Screen:
+def shown(text):
     """What a terminal shows in the end of text that moves up, returns and erases."""
-
-    def __init__(self):
-        self.lines, self.row, self.column = [""], 0, 0
-
-    def feed(self, text):
-        for piece in re.findall(r"\x1b\[[?0-9;]*[A-Za-z]|[\r\n]|[^\x1b\r\n]+", text):
-            if piece == "\n":
-                self.row += 1
-                self.lines += [""] * (self.row + 1 - len(self.lines))
-            elif piece == "\r":
-                self.column = 0
-            elif piece.startswith("\x1b["):
-                self.control(piece[-1], piece[2:-1])
-            else:
-                line = self.lines[self.row].ljust(self.column)
-                self.lines[self.row] = line[:self.column] + piece + line[self.column + len(piece):]
-                self.column += len(piece)
-
-    def control(self, letter, number):
-        if letter == "A":
-            self.row = max(0, self.row - int(number or 1))
-        if letter in "KJ":
-            self.lines[self.row] = self.lines[self.row][:self.column]
-        if letter == "J":
-            del self.lines[self.row + 1:]
-
-    def text(self):
-        return "\n".join(line.rstrip() for line in self.lines).rstrip("\n")
+    lines, row, column = [""], 0, 0
+    for piece in re.findall(r"\x1b\[[?0-9;]*[A-Za-z]|[\r\n]|[^\x1b\r\n]+", text):
+        if piece == "\n":
+            row += 1
+            lines += [""] * (row + 1 - len(lines))
+        elif piece == "\r":
+            column = 0
+        elif not piece.startswith("\x1b["):
+            line = lines[row].ljust(column)
+            lines[row] = line[:column] + piece + line[column + len(piece):]
+            column += len(piece)
+        elif piece[-1] == "A":
+            row -= int(piece[2:-1] or 1)
+        elif piece[-1] in "KJ":
+            lines[row] = lines[row][:column]
+            if piece[-1] == "J":
+                del lines[row + 1:]
+    return "\n".join(line.rstrip() for line in lines).rstrip("\n")
 
 
 class Terminal:
     """The command on one machine, before a terminal of its own, in the machine's own /srv."""
 
     def __init__(self, machine, directory, *arguments):
-        self.screen, self.raw = Screen(), ""
+        self.raw = b""
         self.line = " ".join(["quorl", *arguments])
         process, self.terminal = pty.fork()
         if process == 0:
@@ -81,19 +71,21 @@ class Terminal:
         """False at the end of the output."""
         if select.select([self.terminal], [], [], seconds)[0]:
             try:
-                piece = os.read(self.terminal, 65536).decode("utf-8", "replace")
+                piece = os.read(self.terminal, 65536)
             except OSError:
                 return False
             self.raw += piece
-            self.screen.feed(piece)
-            return piece != ""
+            return piece != b""
         return True
+
+    def text(self):
+        return self.raw.decode("utf-8", "replace")
 
     def until(self, pattern, limit=30):
         deadline = time.monotonic() + limit
-        while not re.search(pattern, self.raw):
+        while not re.search(pattern, self.text()):
             if not self.read(0.05) or time.monotonic() > deadline:
-                raise RuntimeError(f"{self.line} never showed {pattern!r}:\n{self.raw}")
+                raise RuntimeError(f"{self.line} never showed {pattern!r}:\n{self.text()}")
 
     def press(self, key):
         os.write(self.terminal, key.encode())
@@ -103,7 +95,7 @@ class Terminal:
         deadline = time.monotonic() + limit
         while self.read(1):
             if time.monotonic() > deadline:
-                raise RuntimeError(f"{self.line} does not end:\n{self.raw}")
+                raise RuntimeError(f"{self.line} does not end:\n{self.text()}")
         os.close(self.terminal)
         return os.waitstatus_to_exitcode(os.waitpid(self.process, 0)[1])
 
@@ -114,7 +106,7 @@ class Session:
 
     def show(self, machine, terminal):
         code = terminal.end()
-        self.shown.append(f"{machine}$ {terminal.line}\n{terminal.screen.text()}")
+        self.shown.append(f"{machine}$ {terminal.line}\n{shown(terminal.text())}")
         if code:
             self.shown.append(f"{machine}$ echo $?\n{code}")
 
