@@ -77,7 +77,7 @@ class ReceiveTest(unittest.TestCase):
         write(self.tree / "big", 4_000_000)
         self.room.target(1).mkdir()
         terminal = Terminal("receive", self.room.target(1), "-i", "127.0.0.2", "-p", self.room.port)
-        self.addCleanup(terminal.close)
+        self.addCleanup(os.close, terminal.controller)
         terminal.wait_for("^Directory  .*receiver-1\\nWaiting for a sender on 235.* via lo 127.0.0.2   \\(Ctrl-C")
         process = self.send(text=manifest(self.tree), wait=False)
         terminal.wait_for("^From 127.0.0.1: 4 files, 4.0. MB into .*receiver-1   \\(.* free\\)\n\n?"
