@@ -33,7 +33,7 @@ class ReceiveState(ctypes.Structure):
     _fields_ = [("phase", ctypes.c_uint32), ("complete", ctypes.c_uint32), ("files", ctypes.c_uint32),
                 ("failed_files", ctypes.c_uint32), ("status", ctypes.c_uint32), ("expected", ctypes.c_uint64),
                 ("stored", ctypes.c_uint64), ("missing", ctypes.c_uint64), ("sender", ctypes.c_uint32),
-                ("current_file", ctypes.c_char * 520)]
+                ("current_file", ctypes.c_char * 520), ("asked_target", ctypes.c_char * 520)]
 
 
 class SendState(ctypes.Structure):
