@@ -1,15 +1,12 @@
 // The set-up of both sides' sockets: every step in its order, and what each failing step says and leaves behind.
 #include <gtest/gtest.h>
 
-#include "protocol/datagrams.h"
 #include "protocol/receiver_sockets.h"
 #include "protocol/sender_sockets.h"
 #include "sim/world.h"
 
 namespace quorl {
 namespace {
-
-using namespace std::chrono_literals;
 
 constexpr uint32_t LOCAL = Ipv4(10, 0, 0, 1);
 
@@ -119,56 +116,6 @@ TEST(ReceiverSockets, EachFailingStepHasItsMessageAndItsCleanUp) {
     EXPECT_EQ(failed.call, steps[i].call) << "step " << i;
     EXPECT_EQ(failed.message, steps[i].failure);
     EXPECT_EQ(result, steps[i].result) << steps[i].failure;
-  }
-}
-
-/// A sender that opens while another one sends `datagram` every 20 ms.
-struct Probed {
-  bool opened = false;
-  Moment took{};
-  size_t openSockets = 0;
-  std::vector<sim::RecordedMessage> messages;
-};
-
-Probed OpenBeside(std::vector<uint8_t> datagram, uint16_t port) {
-  sim::World world(1);
-  sim::SimMachine& other = world.AddMachine("other", Ipv4(10, 0, 0, 9));
-  sim::SimMachine& machine = world.AddMachine("one", LOCAL);
-  other.Spawn("stream", [&] {
-    const auto socket = other.Seam().network.OpenDatagramSocket();
-    for (int i = 0; i < 50; ++i) {
-      socket->Send(datagram, {DEFAULT_GROUP, port});
-      other.Seam().clock.Sleep(20ms);
-    }
-  });
-  Probed probed;
-  const QuorlWindow window = machine.MakeWindow();
-  machine.Call([&] {
-    const Moment start = machine.Seam().clock.Now();
-    Counters counters;
-    SenderSockets sockets(machine.Seam(), RoomAddress::From(0, 0, LOCAL), counters);
-    probed.opened = sockets.Open(window);
-    probed.took = machine.Seam().clock.Now() - start;
-    probed.openSockets = machine.OpenSockets();
-    sockets.Close();
-    EXPECT_EQ(machine.OpenSockets(), 0u);
-    EXPECT_EQ(machine.NetworkStarts(), 0);
-  });
-  probed.messages = machine.Messages();
-  return probed;
-}
-
-TEST(SenderSockets, AnotherSendersStreamIsFoundWhateverItsSize) {
-  for (const size_t size : {size_t{3}, MAX_DATAGRAM}) {
-    std::vector<uint8_t> datagram(size);
-    WriteHeader(CMD_DATA, datagram);
-    const Probed probed = OpenBeside(datagram, DEFAULT_PORT);
-    EXPECT_FALSE(probed.opened);
-    EXPECT_LT(probed.took, 100ms);
-    EXPECT_EQ(probed.openSockets, 2u) << "the send and the reply socket stay until the sender is closed";
-    ASSERT_EQ(probed.messages.size(), 1u);
-    EXPECT_EQ(probed.messages[0].number, uint32_t{WM_TRANS_STATUS});
-    EXPECT_EQ(probed.messages[0].wParam, uintptr_t{QUORL_STATUS_GROUP_BUSY});
   }
 }
 
