@@ -1,68 +1,62 @@
 #include "files/disk_space.h"
 
-#include "tests/files/fake_machine.h"
+#include "tests/files/one_machine.h"
 
 namespace quorl {
 namespace {
 
-using std::chrono::milliseconds;
-
 constexpr uint64_t GIB = uint64_t{1} << 30;
-const std::string TARGET = "D:\\in\\deep";
+const std::string TARGET = "C:\\in\\deep";
 
-class DiskSpaceTest : public FakeMachineTest {
+class DiskSpaceTest : public OneMachineTest {
  protected:
   uint32_t Check(uint64_t bytes) { return CheckDiskSpace(machine, TARGET, static_cast<uint32_t>(bytes), bytes); }
 };
 
 TEST_F(DiskSpaceTest, OnlyAFixedDiskIsTaken) {
-  shell.freeBytes = 100 * GIB;
   for (uint32_t type = 0; type <= 6; ++type) {
-    shell.driveType = static_cast<DriveType>(type);
+    disk.SetDriveType(static_cast<DriveType>(type));
     EXPECT_EQ(Check(1), type == 3 ? 1u : 1002u) << type;
-    EXPECT_EQ(debug.Take(), type == 3 ? "" : "Quorl...Drv:D:\\>>>type:" + std::to_string(type) + "\n");
+    EXPECT_EQ(TakeDebug(), type == 3 ? "" : "Quorl...Drv:C:\\>>>type:" + std::to_string(type) + "\n");
   }
-  EXPECT_EQ(shell.askedAbout, TARGET);
-  shell.driveType = DriveType::NoRoot;
   EXPECT_EQ(CheckDiskSpace(machine, "", 0, 0), 1002u);
-  EXPECT_EQ(debug.Take(), "Quorl...Drv:\\>>>type:1\n");
-  EXPECT_EQ(clock.now, Moment{});
+  EXPECT_EQ(TakeDebug(), "Quorl...Drv:\\>>>type:6\n");
 }
 
-TEST_F(DiskSpaceTest, TheExtendedQueryDecidesByBytes) {
+TEST_F(DiskSpaceTest, BytesDecideAndAnAnnouncedSizeThatWrapsCountsAsItTrulyIsToo) {
+  struct Case {
+    uint64_t freeBytes;
+    uint64_t needed;
+    std::string sizes;  // as they are told when it does not fit
+  };
+  const Case cases[] = {
+      {1000, 1000, ""},          {1000, 1001, "tosize  = 1001, DiskSize = 1000"},
+      {4 * GIB, UINT32_MAX, ""}, {2 * GIB, 5 * GIB, "tosize  = 5368709120, DiskSize = 2147483648"},
+      {5 * GIB, 5 * GIB, ""},    {5 * GIB, 5 * GIB + 1, "tosize  = 5368709121, DiskSize = 5368709120"},
+  };
+  for (const Case& c : cases) {
+    disk.SetFreeBytes(c.freeBytes);
+    EXPECT_EQ(Check(c.needed), c.sizes.empty() ? 1u : 0u) << c.needed;
+    EXPECT_EQ(TakeDebug(), c.sizes.empty() ? "" : "\n@@ " + c.sizes + " \n\nQuorl-----No free space to write file!\n");
+  }
+  shell.freeSpaceFails = true;
   EXPECT_EQ(Check(0), 0u);
-  EXPECT_EQ(debug.Take(), "\nD:\\in\\deep\n\nQuorl-----GetDiskFreeSpace false!\n");
-  shell.freeBytes = 1000;
-  EXPECT_EQ(Check(1000), 1u);
-  EXPECT_EQ(debug.Take(), "");
-  EXPECT_EQ(Check(1001), 0u);
-  EXPECT_EQ(debug.Take(), "\n@@ tosize  = 1001, DiskSize = 1000 \n\nQuorl-----No free space to write file!\n");
-  shell.freeBytes = 4 * GIB;
-  EXPECT_EQ(CheckDiskSpace(machine, TARGET, UINT32_MAX, UINT32_MAX), 1u);
-}
-
-TEST_F(DiskSpaceTest, AnAnnouncedSizeThatWrapsIsComparedAsItTrulyIsToo) {
-  shell.freeBytes = 2 * GIB;
-  EXPECT_EQ(Check(5 * GIB), 0u);
-  EXPECT_EQ(debug.Take(),
-            "\n@@ tosize  = 5368709120, DiskSize = 2147483648 \n\nQuorl-----No free space to write file!\n");
-  shell.freeBytes = 5 * GIB;
-  EXPECT_EQ(Check(5 * GIB), 1u);
-  EXPECT_EQ(Check(5 * GIB + 1), 0u);
+  EXPECT_EQ(TakeDebug(), "\nC:\\in\\deep\n\nQuorl-----GetDiskFreeSpace false!\n");
 }
 
 TEST_F(DiskSpaceTest, WithoutTheExtendedQueryClustersDecideAfterThreeLookups) {
-  shell.failingLookups = 3;
-  EXPECT_EQ(Check(0), 0u);
-  EXPECT_EQ(debug.Take(), "\nQuorl-----GetDiskFreeSpace false\n");
-  EXPECT_EQ(clock.now, milliseconds(600));
-
-  shell.freeClusters = {10, 512, 8};
-  shell.failingLookups = 3;
-  EXPECT_EQ(Check(40960), 1u);
-  shell.failingLookups = 3;
-  EXPECT_EQ(Check(40961), 0u);
-  EXPECT_EQ(debug.Take(), "\n@@2 tosize  = 40961, DiskSize = 40960 \n\nQuorl-----No free space to write file\n");
+  const auto checkByClusters = [this](uint64_t bytes) {
+    shell.failingQueryLookups = 3;
+    return Check(bytes);
+  };
+  disk.SetFreeBytes(40960);  // ten clusters
+  EXPECT_EQ(checkByClusters(40960), 1u);
+  EXPECT_EQ(world.Now(), Moment{std::chrono::milliseconds(600)});
+  EXPECT_EQ(checkByClusters(40961), 0u);
+  EXPECT_EQ(TakeDebug(), "\n@@2 tosize  = 40961, DiskSize = 40960 \n\nQuorl-----No free space to write file\n");
+  shell.freeSpaceFails = true;
+  EXPECT_EQ(checkByClusters(0), 0u);
+  EXPECT_EQ(TakeDebug(), "\nQuorl-----GetDiskFreeSpace false\n");
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/files/fake_machine.h"
+#include "tests/files/one_machine.h"
 
 namespace quorl {
 namespace {
@@ -13,24 +13,13 @@ using Components = std::vector<std::string>;
 constexpr uint32_t REFUSED = 1001;
 constexpr uint32_t TOO_LONG = 1007;
 
-class NamesTest : public FakeMachineTest {};
-
-TEST_F(NamesTest, TakesNoMoreTextThanTheFieldAndItsLengthHold) {
-  NameField field = NameField::From("\\a\\b.txt");
-  EXPECT_EQ(ConvertName(machine, field, true), "\\a\\b.txt");
-  field.length = 0xFFFFFFFF;
-  EXPECT_EQ(ConvertName(machine, field, true), "\\a\\b.txt");
-  field.length = 3;
-  EXPECT_EQ(ConvertName(machine, field, true), "\\a\\");
-  field.text.fill('x');
-  field.length = 0xFFFFFFFF;
-  EXPECT_EQ(ConvertName(machine, field, true), std::string(520, 'x'));
-}
+class NamesTest : public OneMachineTest {};
 
 TEST_F(NamesTest, PassesThroughWideTextOnlyFromTheOlderFamilyToNt) {
   const NameField field = NameField::From("\\a");
+  shell.throughWideText = [](const std::string& text) { return "wide " + text; };
   EXPECT_EQ(ConvertName(machine, field, false), "wide \\a");
-  shell.isNt = false;
+  shell.ntPlatform = false;
   EXPECT_EQ(ConvertName(machine, field, false), "\\a");
   EXPECT_EQ(ConvertName(machine, field, true), "\\a");
 }
@@ -98,13 +87,11 @@ TEST(MapDirectoryPath, RemovesNothingAndRefusesWhatLeadsOutside) {
 }
 
 TEST_F(NamesTest, MakesTheDirectoriesAboveAFileBeforeRemovalAndNoneWhenRefused) {
-  CreateParentDirChain(machine, "D:/in", "\\d?r\\s\\f.txt");
-  CreateParentDirChain(machine, "D:\\in", "\\f.txt");
-  CreateParentDirChain(machine, "D:\\in", "\\..\\x\\f.txt");
-  CreateParentDirChain(machine, "D:\\in", "sibling\\f.txt");
-  CreateParentDirChain(machine, "D:\\in", "\\" + std::string(260, 'x') + "\\f.txt");
-  using Created = std::vector<std::pair<std::string, Components>>;
-  EXPECT_EQ(files.created, (Created{{"D:/in", {"d?r", "s"}}, {"D:\\in", {}}}));
+  Make({"C:\\in\\"});
+  const std::string names[] = {"\\d?r\\s\\f.txt", "\\f.txt", "\\..\\x\\f.txt", "sibling\\f.txt",
+                               "\\" + std::string(260, 'x') + "\\f.txt"};
+  for (const std::string& name : names) CreateParentDirChain(machine, "C:\\in", name);
+  EXPECT_EQ(disk.List("C:\\"), (Texts{"in", "in\\d?r", "in\\d?r\\s"}));
 }
 
 }  // namespace

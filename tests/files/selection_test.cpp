@@ -1,13 +1,13 @@
 #include "files/selection.h"
 
-#include "tests/files/fake_machine.h"
+#include "tests/files/one_machine.h"
 
 namespace quorl {
 namespace {
 
-class SelectionTest : public FakeMachineTest {
+class SelectionTest : public OneMachineTest {
  protected:
-  SelectionTest() { files.Directory("C:\\d", {"a.txt", "b.txt", "s/"}); }
+  SelectionTest() { Make({"C:\\d\\a.txt", "C:\\d\\b.txt", "C:\\d\\s\\"}); }
 
   Selection selection{machine};
 };
@@ -30,8 +30,8 @@ TEST_F(SelectionTest, RefusesAPathWithItsResultAndItsMessage) {
     SCOPED_TRACE(c.path);
     ASSERT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\kept"), 1);
     EXPECT_EQ(selection.SetSelectFiles({"C:\\d\\b.txt", c.path, "C:\\d\\a.txt"}, "\\ignored"), c.result);
-    EXPECT_EQ(debug.Take(), c.message);
-    EXPECT_EQ(selection.Lists()->ArrayFileName, std::vector<std::string>{"C:\\d\\b.txt"});
+    EXPECT_EQ(TakeDebug(), c.message);
+    EXPECT_EQ(selection.Lists()->ArrayFileName, Texts{"C:\\d\\b.txt"});
     EXPECT_TRUE(selection.Lists()->ArraySendFile.empty());
     EXPECT_TRUE(selection.Lists()->ArrayEmptyDir.empty());
     EXPECT_EQ(selection.AutoOpenName(), "\\kept");
@@ -48,7 +48,7 @@ TEST_F(SelectionTest, AcceptsPathsAtTheLimitsAndDoesNotExamineTheFirstThreeBytes
 }
 
 TEST_F(SelectionTest, TheLastBackslashOfTheLastPathCutsAllNames) {
-  files.Directory("C:\\data\\photos", {"a.jpg"});
+  Make({"C:\\data\\photos\\a.jpg"});
   const auto nameWithLastPath = [this](const std::string& last) {
     EXPECT_EQ(selection.SetSelectFiles({"C:\\data\\photos", last}, ""), 1);
     return selection.Lists()->ArraySendFile.at(0).relativeName;
@@ -59,28 +59,20 @@ TEST_F(SelectionTest, TheLastBackslashOfTheLastPathCutsAllNames) {
 }
 
 TEST_F(SelectionTest, ALeftOutNameGivesSevenAndShowsUntilTheNextSelection) {
-  files.Directory("C:\\bad", {"a?b.txt", "good.txt"});
-  ASSERT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\kept"), 1);
+  Make({"C:\\bad\\a?b.txt", "C:\\bad\\good.txt"});
+  const Texts good = {"C:\\d\\a.txt"}, bad = {"C:\\bad"};
+  ASSERT_EQ(selection.SetSelectFiles(good, "\\kept"), 1);
   EXPECT_EQ(selection.GetIsHasInvalidChar(), 0u);
-
-  EXPECT_EQ(selection.SetSelectFiles({"C:\\bad"}, "\\ignored"), 7);
-  EXPECT_EQ(debug.Take(), "");
+  EXPECT_EQ(selection.SetSelectFiles(bad, "\\ignored"), 7);
+  EXPECT_EQ(TakeDebug(), "");
   EXPECT_EQ(selection.GetIsHasInvalidChar(), 1u);
   EXPECT_EQ(selection.AutoOpenName(), "\\kept");
   EXPECT_EQ(selection.Lists()->ArraySendFile, (std::vector<FileEntry>{{"C:\\bad\\good.txt", "\\bad\\good.txt"}}));
 
-  EXPECT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, ""), 1);
+  EXPECT_EQ(selection.SetSelectFiles(good, "\\new"), 1);
   EXPECT_EQ(selection.GetIsHasInvalidChar(), 0u);
-}
-
-TEST_F(SelectionTest, AutoOpenNameIsReplacedButOnlyResetClearsIt) {
-  selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\one");
-  selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\two");
-  selection.SetSelectFiles({"C:\\d\\a.txt"}, "");
-  EXPECT_EQ(selection.AutoOpenName(), "\\two");
-
-  files.Directory("C:\\bad", {"a?b.txt"});
-  selection.SetSelectFiles({"C:\\bad"}, "");
+  selection.SetSelectFiles(bad, "");
+  EXPECT_EQ(selection.AutoOpenName(), "\\new") << "only a reset clears it";
   selection.Reset();
   EXPECT_EQ(selection.AutoOpenName(), "");
   EXPECT_EQ(selection.GetIsHasInvalidChar(), 0u);

@@ -1,6 +1,6 @@
 #include "files/target_dir.h"
 
-#include "tests/files/fake_machine.h"
+#include "tests/files/one_machine.h"
 
 namespace quorl {
 namespace {
@@ -8,10 +8,10 @@ namespace {
 constexpr uint32_t DOCUMENTS = 5;
 constexpr uint32_t COMMON_DESKTOP = 25;
 
-class TargetDirTest : public FakeMachineTest {
+class TargetDirTest : public OneMachineTest {
  protected:
   void LogonValue(const std::string& name, const std::string& value) {
-    shell.logonValues["SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\WinLogon|" + name] = value;
+    shell.logonValues[{"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\WinLogon", name}] = value;
   }
 
   void LoggedOn(const std::string& user, const std::string& domain) {
@@ -22,20 +22,20 @@ class TargetDirTest : public FakeMachineTest {
   /// Where the documents folder `path` leads in a process of `account`.
   std::string Fixed(const std::string& account, const std::string& path) {
     shell.account = account;
-    shell.folders[DOCUMENTS] = {true, path};
+    shell.folders[DOCUMENTS] = path;
     return ResolveTargetDir(machine, DOCUMENTS, "C:\\ignored", "C:\\previous");
   }
 };
 
 TEST_F(TargetDirTest, AnUnknownFolderKeepsThePreviousTargetAFolderWithoutPathEmptiesIt) {
   EXPECT_EQ(ResolveTargetDir(machine, DOCUMENTS, "C:\\ignored", "C:\\previous"), "C:\\previous");
-  shell.folders[DOCUMENTS] = {true, std::nullopt};
-  shell.folders[COMMON_DESKTOP] = {true, "C:\\All Users"};
+  shell.folders[DOCUMENTS] = std::nullopt;
+  shell.folders[COMMON_DESKTOP] = "C:\\All Users";
   EXPECT_EQ(ResolveTargetDir(machine, DOCUMENTS, "C:\\ignored", "C:\\previous"), "");
 }
 
 TEST_F(TargetDirTest, TheLoggedOnUserReplacesTheFirstProfileNameThatOccurs) {
-  LoggedOn("mary", "pc7");  // Computer names have no case.
+  LoggedOn("mary", "pc1");  // Computer names have no case.
   EXPECT_EQ(Fixed("LocalService", "C:\\D\\LocalService\\Desktop"), "C:\\D\\mary\\Desktop");
   EXPECT_EQ(Fixed("svc", "C:\\NetworkService\\svc"), "C:\\mary\\svc");
   EXPECT_EQ(Fixed("svc", "C:\\NetworkService\\LocalService"), "C:\\NetworkService\\mary");
@@ -56,7 +56,7 @@ TEST_F(TargetDirTest, ADomainLogonHasTheDomainInItsProfileName) {
   EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\ann.LAB");
   LogonValue("AltDefaultUserName", "");
   EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\.LAB") << "an empty value counts as read";
-  LogonValue("AltDefaultDomainName", "PC7");
+  LogonValue("AltDefaultDomainName", "PC1");
   EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\joe");
 }
 
