@@ -7,8 +7,6 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include <array>
-#include <atomic>
 #include <cerrno>
 #include <thread>
 
@@ -19,7 +17,6 @@ namespace quorl {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace std::chrono_literals;
 
 std::span<const uint8_t> Bytes(std::string_view text) {
   return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
@@ -33,9 +30,13 @@ class FilesTest : public testing::TestWithParam<Resolver> {
  protected:
   FilesTest() { EXPECT_TRUE(drives.Map('T', temp.Path())); }
 
-  WriteOutcome Store(std::string_view name, std::string_view text) {
-    OpenedOutput opened = files.OpenOutput("T:\\in", Name(name), WhenMissing::Create);
+  OpenedOutput Open(std::string_view name, WhenMissing whenMissing = WhenMissing::Create) {
+    OpenedOutput opened = files.OpenOutput("T:\\in", Name(name), whenMissing);
     EXPECT_EQ(opened.outcome == WriteOutcome::Done, opened.file != nullptr);
+    return opened;
+  }
+  WriteOutcome Store(std::string_view name, std::string_view text) {
+    const OpenedOutput opened = Open(name);
     if (!opened.file) return opened.outcome;
     const WriteOutcome written = opened.file->WriteAt(0, Bytes(text));
     return written == WriteOutcome::Done ? opened.file->Close() : written;
@@ -80,16 +81,14 @@ TEST_P(FilesTest, ATargetIsMadeOnceAndNotAgainForAName) {
 }
 
 TEST_P(FilesTest, AFileThatHasBeenRemovedIsNeitherWellClosedNorMadeAgain) {
-  fs::create_directories(temp / "in");
-  OpenedOutput opened = files.OpenOutput("T:\\in", Name("a"), WhenMissing::Create);
+  files.MakeTarget("T:\\in");
+  const OpenedOutput opened = Open("a");
   ASSERT_TRUE(opened.file);
   EXPECT_EQ(opened.file->WriteAt(0, Bytes("x")), WriteOutcome::Done);
   fs::remove(temp / "in/a");
   EXPECT_EQ(opened.file->Close(), WriteOutcome::Failed);
-  EXPECT_EQ(files.OpenOutput("T:\\in", Name("a"), WhenMissing::Fail).outcome, WriteOutcome::Failed);
+  EXPECT_EQ(Open("a", WhenMissing::Fail).outcome, WriteOutcome::Failed);
   EXPECT_FALSE(fs::exists(temp / "in/a"));
-  EXPECT_EQ(Store("a", "x"), WriteOutcome::Done);
-  EXPECT_TRUE(files.OpenOutput("T:\\in", Name("a"), WhenMissing::Fail).file);
 }
 
 TEST_P(FilesTest, NoLinkIsFollowedAndOnlyARegularFileWithOneNameOpened) {
@@ -117,32 +116,9 @@ TEST_P(FilesTest, NoLinkIsFollowedAndOnlyARegularFileWithOneNameOpened) {
   EXPECT_EQ(std::distance(fs::directory_iterator(temp / "outside"), {}), 1);
 }
 
-/// Somebody swaps a directory for a link while blocks are stored; nothing may ever be written through it.
-TEST_P(FilesTest, SwappingADirectoryForALinkWinsNothing) {
-  fs::create_directories(temp / "in/dir");
-  fs::create_directories(temp / "outside");
-  fs::create_directory_symlink("../outside", temp / "in/link");
-  std::atomic<bool> stop{false};
-  std::thread swapper([&] {
-    while (!stop) {
-      syscall(SYS_renameat2, AT_FDCWD, (temp / "in/dir").c_str(), AT_FDCWD, (temp / "in/link").c_str(), 2);
-    }
-  });
-  size_t stored = 0;
-  const auto end = std::chrono::steady_clock::now() + 500ms;
-  for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
-    files.CreateDirectories("T:\\in", Name("dir\\below" + std::to_string(i % 50)));
-    stored += Store("dir\\file" + std::to_string(i % 50), "x") == WriteOutcome::Done;
-  }
-  stop = true;
-  swapper.join();
-  EXPECT_GT(stored, 0u);
-  EXPECT_TRUE(fs::is_empty(temp / "outside"));
-}
-
 TEST_P(FilesTest, OffsetsHave64BitsAndAFullDiskIsTold) {
-  fs::create_directories(temp / "in");
-  OpenedOutput opened = files.OpenOutput("T:\\in", Name("big"), WhenMissing::Create);
+  files.MakeTarget("T:\\in");
+  const OpenedOutput opened = Open("big");
   ASSERT_TRUE(opened.file);
   constexpr uint64_t BEYOND = (uint64_t{1} << 33) + 5;
   EXPECT_EQ(opened.file->WriteAt(BEYOND, Bytes("end")), WriteOutcome::Done);
@@ -151,13 +127,7 @@ TEST_P(FilesTest, OffsetsHave64BitsAndAFullDiskIsTold) {
   EXPECT_EQ(opened.file->WriteAt((uint64_t{1} << 63) - 2, Bytes("end")), WriteOutcome::DiskFull);
   EXPECT_EQ(opened.file->WriteAt(~uint64_t{0}, Bytes("end")), WriteOutcome::DiskFull);
   EXPECT_EQ(opened.file->Close(), WriteOutcome::Done);
-
-  const auto input = files.OpenInput("T:\\in\\big");
-  ASSERT_TRUE(input);
-  EXPECT_EQ(input->Length(), BEYOND + 3);
-  std::array<uint8_t, 8> buffer{};
-  EXPECT_EQ(input->ReadAt(BEYOND - 1, buffer), 4u);
-  EXPECT_EQ(buffer[1], 'e');
+  EXPECT_EQ(fs::file_size(temp / "in/big"), BEYOND + 3);
 }
 
 /// In this thread openat2 fails from now on: as on an old kernel, or as some containers have it.

@@ -9,16 +9,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class ThreadsTest : public testing::Test {
- protected:
-  Threads& threads = RealMachine().threads;
-};
-
-TEST_F(ThreadsTest, WhatTheBodyHeldIsGoneWhenTheEndIsReported) {
+TEST(Threads, WhatTheBodyHeldIsGoneWhenTheEndIsReported) {
   for (int i = 0; i < 200; ++i) {
     auto held = std::make_shared<int>(i);
     const std::weak_ptr<int> watch = held;
-    const auto thread = threads.Start("body", Priority::AboveNormal, [held = std::move(held)] {});
+    const auto thread = RealMachine().threads.Start("body", Priority::AboveNormal, [held = std::move(held)] {});
     ASSERT_TRUE(thread->WaitForEnd(10s));
     EXPECT_TRUE(watch.expired());
   }
@@ -38,7 +33,7 @@ int MakeOneOfEach(const std::string& base) {
   return event + (thread != nullptr) + socket + (window != nullptr) + output;
 }
 
-TEST_F(ThreadsTest, WithoutDescriptorsNothingIsMadeAndNothingBreaks) {
+TEST(Threads, WithoutDescriptorsNothingIsMadeAndNothingBreaks) {
   const TempDirectory temp;
   const std::string base = DrivePathOf(temp.Path()).value();
   EXPECT_EQ(MakeOneOfEach(base), 5);
