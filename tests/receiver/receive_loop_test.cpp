@@ -1,4 +1,4 @@
-// A transfer as the receive loop sees it: announcement, stream, empty directories, refusals.
+// A transfer as the receive loop sees it: announcements, empty directories, refusals, a master's requests.
 #include "scripted_sender.h"
 
 namespace quorl {
@@ -6,50 +6,6 @@ namespace {
 
 struct ReceiveLoopTest : BothProfiles {};
 INSTANTIATE_TEST_SUITE_P(Profiles, ReceiveLoopTest, testing::Values(Profile::Classic, Profile::Robust), ProfileName);
-
-TEST_P(ReceiveLoopTest, AWholeStreamCompletesAndIsOnTheDiskBeforeTheHostIsTold) {
-  bool wholeWhenTold = false;
-  window = pc.MakeWindow([&](uint32_t message, uintptr_t wParam, intptr_t lParam) {
-    if (message == WM_TRANS_STATUS && wParam == 0 && lParam == 1)
-      wholeWhenTold = pc.Disk().Read("C:\\in\\sub\\three.bin") == files[2].content;
-  });
-  Listen(GetParam());
-  ToGroup(Collect{});
-  EXPECT_EQ(TakeReplies(), Lines{"CMD_CLIENT platform=1"});
-  AddThreeFiles();
-  Announce();
-  SendStream();
-  ToGroup(Finish{0});
-  world.RunFor(1s);
-  EXPECT_EQ(TakeReplies(), Copies(GetParam(), "CMD_ANSWER missing blocks=0"));
-  EXPECT_EQ(Told(), (Lines{"1039 3 6", "1040 0 1"}));
-  EXPECT_EQ(NamesTold(),
-            (Lines{"\\one.bin", "\\two.bin", "\\two.bin", "\\sub\\three.bin", "\\sub\\three.bin", "\\sub\\three.bin"}));
-  EXPECT_TRUE(wholeWhenTold);
-  ExpectFilesAt("C:\\in");
-  EXPECT_TRUE(HasDebugLine("\n-------------Receive"));
-  EXPECT_TRUE(HasDebugLine("\nQuorl----transmission over---------WriteThread\n"));
-  const ReceiveState state = client.GetState();
-  EXPECT_EQ(state.phase, ReceivePhase::Complete);
-  EXPECT_EQ(state.blocksStored, 6u);
-  EXPECT_EQ(state.currentName, "\\sub\\three.bin");
-  EXPECT_EQ(state.targetDir, "C:\\in");
-}
-
-TEST_P(ReceiveLoopTest, CopiesOfTheAnnouncementChangeNothingWithinHalfASecond) {
-  Listen(GetParam());
-  AddThreeFiles();
-  Announce();
-  SendData(1, 0);
-  SendData(2, 0);
-  Announce();
-  EXPECT_EQ(Told(), Lines{"1039 3 6"});
-  SendData(2, 1);
-  for (uint32_t block = 0; block < 3; ++block) SendData(3, block);
-  ToGroup(Finish{0});
-  world.RunFor(1s);
-  ExpectFilesAt("C:\\in");
-}
 
 /// The same numbers under another name, with a file of the first transfer still open.
 struct SecondAnnouncement : ScriptedSender, testing::WithParamInterface<int> {};
@@ -84,9 +40,9 @@ TEST_P(SecondAnnouncement, ALaterOrDifferentOneOrOneAfterAStopBeginsAnewWithNoFi
 }
 
 TEST_P(ReceiveLoopTest, ARefusedTargetEndsTheLoopAndStartsNothing) {
+  AddThreeFiles();
   for (const uint32_t status : {1002u, 112u}) {
     Listen(GetParam());
-    AddThreeFiles();
     pc.Disk().SetDriveType(status == 1002 ? DriveType::Remote : DriveType::Fixed);
     pc.Disk().SetFreeBytes(6 * BLOCK_SIZE - 1);
     Announce();
@@ -97,7 +53,6 @@ TEST_P(ReceiveLoopTest, ARefusedTargetEndsTheLoopAndStartsNothing) {
     EXPECT_EQ(pc.RunningThreads(), 1u);  // the writer, until teardown
     EXPECT_EQ(client.GetState().phase, ReceivePhase::Failed);
     DeInit();
-    files.clear();
   }
 }
 
@@ -128,9 +83,28 @@ TEST_P(ReceiveLoopTest, WithARootOfItsOwnNothingIsWrittenElsewhere) {
   SendStream();
   ToGroup(Finish{0});
   world.RunFor(1s);
-  EXPECT_EQ(client.GetState().targetDir, "C:\\home\\box");
   ExpectFilesAt("C:\\home\\box");
   EXPECT_EQ(pc.Disk().List("C:\\").size(), 6u) << "two directories of the root, one of a file, three files";
+}
+
+TEST_F(ScriptedSender, AMasterRepeatsAnUnansweredRequestUntilItIsReleased) {
+  Transfer(Profile::Robust, {{2, 1}});
+  world.RunFor(200ms);
+  TakeReplies();
+  const Moment named = world.Now();
+  ToReceiver(Master{1});
+  world.RunFor(980ms);
+  std::vector<Duration> at;
+  for (const auto& sent : world.Net().Sent())
+    if (sent.from == &pc && sent.at > named) at.push_back(sent.at - named - 100us);  // less the way to the receiver
+  EXPECT_EQ(at, (std::vector<Duration>{0ms, 200ms, 600ms}));
+  EXPECT_EQ(TakeReplies(), Lines(3, "CMD_ACK file=2 block=1"));
+  SendResend(2, 1);
+  world.RunFor(20ms);
+  EXPECT_EQ(TakeReplies(), Lines{"CMD_ACK file=4 block=0"});
+  ToReceiver(Release{0, 0});
+  world.RunFor(2s);
+  EXPECT_EQ(TakeReplies(), Lines{});
 }
 
 }  // namespace

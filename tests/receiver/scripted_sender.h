@@ -89,14 +89,8 @@ class ScriptedSender : public testing::Test {
     EXPECT_TRUE(socket->Send(datagram, to));
     world.RunFor(1ms);
   }
-  template <typename Message>
-  void ToGroup(const Message& message) {
-    Send(Build(message), DATA_GROUP);
-  }
-  template <typename Message>
-  void ToReceiver(const Message& message) {
-    Send(Build(message), {RECEIVER, DEFAULT_PORT});
-  }
+  void ToGroup(const auto& message) { Send(Build(message), DATA_GROUP); }
+  void ToReceiver(const auto& message) { Send(Build(message), {RECEIVER, DEFAULT_PORT}); }
 
   void Announce(const std::string& target = "C:\\in") { ToGroup(TaskFor(target)); }
   void SendData(uint32_t file, uint32_t block) { SendBlock(CMD_DATA, file, block); }
@@ -120,11 +114,16 @@ class ScriptedSender : public testing::Test {
         if (std::find(lost.begin(), lost.end(), LostBlock{file, block}) == lost.end()) SendData(file, block);
   }
 
-  /// Three files to a receiver that listens: the announcement, the stream but the blocks in `lost`, its end.
-  void Transfer(Profile profile, const std::vector<LostBlock>& lost = {}) {
+  /// Three files are announced to a receiver that listens.
+  void Begin(Profile profile) {
     Listen(profile);
     AddThreeFiles();
     Announce();
+  }
+
+  /// As Begin; then the stream but the blocks in `lost`, and its end.
+  void Transfer(Profile profile, const std::vector<LostBlock>& lost = {}) {
+    Begin(profile);
     SendStream(lost);
     ToGroup(Finish{0});
   }
@@ -184,13 +183,6 @@ class ScriptedSender : public testing::Test {
     return told;
   }
 
-  Lines NamesTold() const {
-    Lines names;
-    for (const auto& message : pc.Messages())
-      if (message.number == WM_FILE_NAME) names.push_back(message.text);
-    return names;
-  }
-
   bool HasDebugLine(const std::string& line) const {
     const auto& lines = pc.DebugLines();
     return std::find(lines.begin(), lines.end(), line) != lines.end();
@@ -211,7 +203,9 @@ class ScriptedSender : public testing::Test {
 };
 
 /// The rules that hold in both profiles.
-class BothProfiles : public ScriptedSender, public testing::WithParamInterface<Profile> {};
+struct BothProfiles : ScriptedSender, testing::WithParamInterface<Profile> {
+  bool IsRobust() const { return GetParam() == Profile::Robust; }
+};
 
 inline std::string ProfileName(const testing::TestParamInfo<Profile>& info) {
   return info.param == Profile::Classic ? "Classic" : "Robust";
