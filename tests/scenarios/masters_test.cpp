@@ -71,32 +71,15 @@ TEST_P(Masters, EveryReceiverFails) {
   EXPECT_EQ(Room::Statuses(room->Sender()).front(), 0u);
 }
 
-TEST_P(Masters, AFormerMasterThatGoesOnAskingIsReleased) {
-  auto room = MakeRoom(2);
-  // The first master hears nothing after its first request and is replaced; later it asks again.
-  bool deaf = false;
-  room->Net().SetFilter([&](const Transit& transit) {
-    if (LosesItsOwnBlock(*room, transit)) return false;
-    if (Is(transit, CMD_ACK) && transit.from == &room->Receiver(0)) deaf = true;
-    const bool released = room->Client(1).GetState().complete;
-    return !(deaf && !released && transit.to == &room->Receiver(0));
+TEST(LateAnswer, AReceiverWhoseAnswerToTheCollectionComesInTheSecondPassIsReported) {
+  Room room(Robust(2));
+  room.File("a", 20 * BLOCK_SIZE);
+  room.Net().SetFilter([](const Transit& transit) {
+    return !(Is(transit, CMD_DATA) && HeadOf(transit).block == 7) && !Is(transit, CMD_RESEND);
   });
-  Play(*room);
-  EXPECT_EQ(Ends(*room), IsRobust() ? "whole told, whole told" : "holes 1460, whole told")
-      << "a classic second pass overlooks the first row when no other is marked";
-}
-
-TEST_P(Masters, TheSameSenderSendsAgain) {
-  auto room = MakeRoom(1);
-  room->Net().SetFilter([&](const Transit& transit) { return !LosesItsOwnBlock(*room, transit); });
-  Play(*room);
-  room->Receiver(0).Call([&] { room->Client(0).DeInitClient(); });
-  ASSERT_TRUE(room->StartReceiver(0));
-  room->Receiver(0).Disk().Remove("C:\\in\\a");
-  room->Sender().Call([&] { room->Server().StartSend(); });
-  room->World().RunFor(1s);
-  ASSERT_TRUE(room->RunUntilQuiet(60s));
-  EXPECT_EQ(Ends(*room), "whole told");
+  room.Net().SetLink(&room.Receiver(1), &room.Sender(), {.hungUntil = 10s});
+  Play(room);
+  EXPECT_EQ(Ends(room), "holes 1460, holes 1460");
 }
 
 }  // namespace

@@ -52,30 +52,6 @@ TEST(RepairTalk, TheWholeExchangeInItsOrder) {
   EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
 }
 
-TEST(MixedProfiles, AnyTwoEndsWorkTogether) {
-  for (const Profile sender : {Profile::Classic, Profile::Robust}) {
-    const Profile receivers = sender == Profile::Classic ? Profile::Robust : Profile::Classic;
-    Room room({.receivers = 3, .senderProfile = sender, .receiverProfile = receivers});
-    room.File("a", 50 * BLOCK_SIZE);
-    room.Net().SetFilter([](const Transit& transit) {
-      return !Is(transit, CMD_DATA) || (HeadOf(transit).block + transit.to->Address()) % 7 != 0;
-    });
-    Play(room);
-    EXPECT_EQ(Ends(room), "whole told, whole told, whole told");
-  }
-}
-
-TEST(MixedProfiles, ARobustReceiverCuresALostRequestAlsoWithAClassicSender) {
-  Room room({.receivers = 1, .receiverProfile = Profile::Robust});
-  room.File("a", 50 * BLOCK_SIZE);
-  room.Net().SetFilter([requests = 0](const Transit& transit) mutable {
-    if (Is(transit, CMD_ACK)) return ++requests > 1;
-    return !Is(transit, CMD_DATA) || HeadOf(transit).block != 7;
-  });
-  Play(room);
-  EXPECT_EQ(Ends(room), "whole told");
-}
-
 TEST_P(Repair, WhateverOfTheStreamIsLost) {
   struct Case {
     const char* story;
@@ -122,14 +98,6 @@ TEST_P(Repair, AnEmptyDirectoryWhoseFirstAnnouncementIsLost) {
     return !first;
   });
   EXPECT_EQ(Ends(room), IsRobust() ? "whole told" : "holes told") << "a classic sender announces it once";
-}
-
-TEST_P(Repair, TheOnlyBlockIsLost) {
-  Room room(Receivers(2));
-  room.File("a", 10);
-  PlayWith(room, [&](const Transit& transit) { return !(transit.to == &room.Receiver(0) && Is(transit, CMD_DATA)); });
-  EXPECT_EQ(Ends(room), IsRobust() ? "whole told, whole told" : "holes 1004, whole told")
-      << "by the classic rules one block of one is too much to be missed; the receiver then gives the sender up";
 }
 
 TEST_P(Repair, AFileThatGrowsMeanwhileArrivesAsItWasAnnounced) {

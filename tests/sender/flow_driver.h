@@ -31,7 +31,7 @@ class FlowDriver {
   Lines HandOver() {
     flow->StreamSent();
     Orders orders;
-    over = !flow->HandOver(orders);
+    flow->HandOver(orders);
     return ToText(orders);
   }
   Lines Ack(Endpoint from, uint32_t file, uint32_t block) {
@@ -56,16 +56,13 @@ class FlowDriver {
     return lines;
   }
 
-  bool IsOver() const { return over; }
-  bool HasWatchEnded() const { return next == WatchNext::End; }
   ClientEntry& operator[](int32_t index) { return table[index]; }
 
  private:
   template <typename Decision>
   Lines React(const Decision& decide) {
     Orders orders;
-    over = !decide(orders);
-    if (!over) flow->DatagramHandled();
+    if (decide(orders)) flow->DatagramHandled();
     return ToText(orders);
   }
 
@@ -95,7 +92,6 @@ class FlowDriver {
 
   ReceiverTable table;
   std::unique_ptr<MasterFlow> flow;
-  bool over = false;
   WatchNext next = WatchNext::Pause;
   int watchedUntil = 1000;
 };

@@ -33,23 +33,18 @@ TEST(NextMaster, GoesDownTheTableThenToTheMarkedOnes) {
   };
   const Case cases[] = {
       {"...", -1, FIRST, 0, false},
-      {"...", 0, FIRST, 1, false},
       {"nf.", -1, FIRST, 2, false},
       {"n.m.", 1, FIRST_PENDING, 3, false},
       // Nobody is left, and nobody marked.
       {"", -1, FIRST, 0, true},
-      {"n", -1, FIRST, 1, true},
       {".nn", 0, FIRST, 3, true},
       {"..", 1, FIRST, 2, true},
-      {"..", 2, FIRST, 2, true},
       {"mnmn", 2, FIRST_PENDING, 0, true},  // Row 2 is marked too, so row 0 counts.
       {"nmm", 0, FIRST_PENDING, 1, true},
       {"nmm", -1, SECOND, 1, true},
-      {"nmm", 1, SECOND, 2, true},
       {"nmm", 2, SECOND, 3, true},
       {"mnn", -1, SECOND, 0, true},
       // From row 0 on, row 0 is left out unless a higher one is marked.
-      {"mnn", 1, FIRST_PENDING, 3, true},
       {"mnn", 0, SECOND, 3, true},
       {"mnm", 0, SECOND, 0, true},  // Named again while it is master.
       {"m", -1, FIRST_PENDING, 1, true},

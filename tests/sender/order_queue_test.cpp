@@ -29,20 +29,13 @@ struct OrderQueueTest : testing::Test {
   OrderQueue queue{decisions, counters, [this](const Order& order) { CarryOut(order); }};
 };
 
-TEST_F(OrderQueueTest, WhatIsDecidedWhileSomebodyIsAtItIsCarriedOutAfterwardsInOrder) {
-  whileAt = [this] { Decide({EndOrder{3}}); };
-  Decide({EndOrder{1}, EndOrder{2}});
-  EXPECT_EQ(done, (std::vector<uint32_t>{1, 2, 3}));
-  Decide({EndOrder{4}});
-  EXPECT_EQ(done.back(), 4U);
-}
-
 TEST_F(OrderQueueTest, AFloodOfRequestsFindsNoRoomAndAnEndStillDoes) {
   whileAt = [this] {
     for (uint32_t i = 0; i < OrderQueue::LIMIT + 500; ++i) Decide({ResendOrder{7, i}});
     Decide({EndOrder{2}});
   };
   Decide({EndOrder{1}});
+  EXPECT_EQ(done.front(), 1U) << "what is decided while somebody is at it waits for its turn";
   EXPECT_EQ(done.size(), OrderQueue::LIMIT + 2);
   EXPECT_EQ(done.back(), 2U);
   EXPECT_EQ(counters[Count::DroppedOrderQueueFull], 500U);

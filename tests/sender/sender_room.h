@@ -49,9 +49,6 @@ class SenderRoom : public testing::Test {
         {world.Now(), &room, Peer(number), {machine.Address(), 27003}, {datagram.begin(), datagram.end()}});
   }
 
-  bool RunUntilSent(Command command) {
-    return world.RunUntil([&] { return !Sent(command).empty(); }, 60s);
-  }
   bool RunUntilStatuses(size_t count) {
     return world.RunUntil([&] { return Statuses().size() == count; }, 120s);
   }

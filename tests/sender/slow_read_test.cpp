@@ -39,6 +39,7 @@ struct SlowRead : testing::TestWithParam<Profile> {
     ASSERT_TRUE(room.World().RunUntil([&] { return room.Client(0).GetState().complete; }, 60s));
     room.World().RunFor(10s);
     EXPECT_TRUE(room.Receiver(0).Disk().SameTree("C:\\in\\e", room.Sender().Disk(), "C:\\e"));
+    EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
   }
 
   Room room{{.senderProfile = GetParam(), .receiverProfile = GetParam()}};
@@ -51,17 +52,18 @@ TEST_P(SlowRead, ABlockOfTheLastTransferDoesNotGetIntoTheNext) {
   SendTheOther();
 }
 
+TEST_P(SlowRead, AThreadThatHangsBeyondEveryWaitCannotEndTheNextTransfer) {
+  RunIntoTheRead(8s, true);
+  SendTheOther();
+}
+
 TEST_P(SlowRead, NothingFollowsAStop) {
   RunIntoTheRead(300ms, false);
   room.Sender().Call([&] { room.Server().StopSend(); });
   room.World().RunFor(5s);
+  EXPECT_EQ(room.Sender().RunningThreads(), 0u);
+  EXPECT_EQ(CountSent(room, CMD_STOP), 3u);
   EXPECT_EQ(CountSent(room, CMD_RESEND), 0u);
-  EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
-}
-
-TEST_P(SlowRead, AThreadThatHangsBeyondEveryWaitCannotEndTheNextTransfer) {
-  RunIntoTheRead(8s, true);
-  SendTheOther();
   EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
 }
 

@@ -57,25 +57,6 @@ TEST_F(Stream, TheFastPaceSendsPairsUntilASlowReceiverAnswers) {
   EXPECT_EQ(moments, (std::vector<int64_t>{0, 0, 10, 10, 20, 45, 70}));
 }
 
-TEST_F(Stream, AFileThatVanishesOrCannotBeReadEndsTheTransferAfterTheBlocksBefore) {
-  for (const bool vanishes : {true, false}) {
-    Init(1);
-    const size_t before = Sent(CMD_DATA).size(), told = Statuses().size();
-    int reads = 0;
-    machine.FailEvery([&](std::string_view call) { return call == "files.read" && ++reads == 3; });
-    if (vanishes) machine.Disk().Remove("C:\\data\\b");
-    Start();
-    ASSERT_TRUE(RunUntilStatuses(told + 2));
-    EXPECT_EQ(Statuses().back(), 32U);
-    EXPECT_EQ(Sent(CMD_DATA).size() - before, vanishes ? 1U : 3U);
-    world.RunFor(6s);
-    EXPECT_EQ(machine.RunningThreads(), 0U);
-    machine.FailEvery({});
-    SetUp();
-  }
-  EXPECT_TRUE(Sent(CMD_FINISH).empty());
-}
-
 TEST_F(Stream, AFileThatShrinksGivesShortDatagramsAndIsNamed) {
   Init(0);
   Start();
