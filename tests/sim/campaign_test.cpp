@@ -3,13 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-
 #include "protocol/datagrams.h"
 #include "protocol/endpoints.h"
 #include "sim/checker.h"
-#include "sim/pcap.h"
 #include "sim/sanitizers.h"
 
 namespace quorl::sim {
@@ -81,23 +77,6 @@ TEST_F(CheckerTest, ItNoticesFilesInTheWrongPlaceAndWrongContent) {
   room.Receiver(1).Disk().Write("C:\\in\\a", "x");
   checker.AtRest();
   EXPECT_EQ(checker.Violations().size(), 3u) << "outside the target, complete, and not reported";
-}
-
-TEST(Pcap, HasThePacketsWithTheirHeaders) {
-  const std::string path = testing::TempDir() + "quorl_pcap_test";
-  const SentDatagram sent{1'000'000'005ns, nullptr, {Ipv4(10, 0, 0, 1), 27001}, {Ipv4(10, 0, 0, 2), 27003}, {7, 8, 9}};
-  ASSERT_TRUE(WritePcap(path, std::span(&sent, 1)));
-  std::ifstream file(path, std::ios::binary);
-  const std::string text((std::istreambuf_iterator<char>(file)), {});
-  const std::vector<uint8_t> bytes(text.begin(), text.end());
-  std::remove(path.c_str());
-  const std::vector<uint8_t> expected = {
-      0x4D, 0x3C, 0xB2, 0xA1, 2, 0,  4,    0,    0,  0,  0,    0,    0,  0, 0, 0, 0xFF, 0xFF, 0, 0,
-      101,  0,    0,    0,                                                                           // the file
-      1,    0,    0,    0,    5, 0,  0,    0,    31, 0,  0,    0,    31, 0, 0, 0,                    // the record
-      0x45, 0,    0,    31,   0, 0,  0,    0,    50, 17, 0x74, 0xCC, 10, 0, 0, 1, 10,   0,    0, 2,  // IPv4
-      0x69, 0x79, 0x69, 0x7B, 0, 11, 0x08, 0xD9, 7,  8,  9};                                         // UDP
-  EXPECT_EQ(bytes, expected);
 }
 
 }  // namespace
