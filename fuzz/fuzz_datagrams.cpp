@@ -28,11 +28,13 @@ void Check(const Message& message, Datagram datagram) {
   if constexpr (std::is_same_v<Message, AutoOpenName>) CheckName(message.name);
 }
 
-template <typename Message>
-void CheckBlock(const Message& message, Datagram datagram) {
+template <typename Block>
+requires(std::is_same_v<Block, Data> || std::is_same_v<Block, Resend>) void Check(const Block& message,
+                                                                                  Datagram datagram) {
   const BlockHead& head = message.head;
+  MUST(Block::COMMAND == CMD_RESEND || head.firstSending != 0);
   std::array<uint8_t, BLOCK_HEAD_SIZE> built{};
-  WriteHeader(Message::COMMAND, built);
+  WriteHeader(Block::COMMAND, built);
   WriteFields(head, std::span<uint8_t>(built));
   MUST(std::equal(built.begin(), built.end(), datagram.begin()));
   CheckName(head.name);
@@ -43,15 +45,6 @@ void CheckBlock(const Message& message, Datagram datagram) {
   MUST(message.bytes.size() == std::min<uint64_t>(BLOCK_SIZE, fileLength - begin));
   MUST(message.bytes.data() == datagram.data() + BLOCK_HEAD_SIZE);
   MUST(BLOCK_HEAD_SIZE + message.bytes.size() <= datagram.size());
-}
-
-void Check(const Data& message, Datagram datagram) {
-  MUST(message.head.firstSending != 0);
-  CheckBlock(message, datagram);
-}
-
-void Check(const Resend& message, Datagram datagram) {
-  CheckBlock(message, datagram);
 }
 
 void Check(const EmptyDir& message, Datagram datagram) {
@@ -68,15 +61,15 @@ void Check(Reject reason, Datagram datagram) {
 }
 
 }  // namespace
-}  // namespace quorl
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  using namespace quorl;
+void fuzz::Run(Input input) {
   // In a buffer of its own, so that a byte read beyond it is noticed.
-  const std::vector<uint8_t> datagram(data, data + size);
+  const auto bytes = input.TakeBytes(SIZE_MAX);
+  const std::vector<uint8_t> datagram(bytes.begin(), bytes.end());
   std::visit([&](const auto& message) { Check(message, datagram); }, ParseFromSender(datagram));
   std::visit([&](const auto& message) { Check(message, datagram); }, ParseFromReceiver(datagram));
   MUST(!IsReport(datagram) || std::holds_alternative<Reject>(ParseFromSender(datagram)));
   for (const char c : Describe(datagram)) MUST(c >= 0x20 && c < 0x7F);
-  return 0;
 }
+
+}  // namespace quorl

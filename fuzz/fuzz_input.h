@@ -53,7 +53,6 @@ class Input {
     bytes = bytes.subspan(taken.size());
     return taken;
   }
-  std::span<const uint8_t> TakeRest() { return TakeBytes(bytes.size()); }
 
   std::string TakeText(size_t count) {
     const auto taken = TakeBytes(count);
@@ -64,4 +63,12 @@ class Input {
   std::span<const uint8_t> bytes;
 };
 
+/// What a target does with an input; each defines its own.
+void Run(Input input);
+
 }  // namespace quorl::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  quorl::fuzz::Run({data, size});
+  return 0;
+}

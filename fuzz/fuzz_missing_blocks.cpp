@@ -1,6 +1,7 @@
 // Any history of the record of missing blocks, against plain sets that follow the rules block by block.
 #include <map>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "fuzz/fuzz_input.h"
@@ -14,8 +15,19 @@ constexpr uint32_t BLOCKS_MAX = 300;
 
 using Block = std::pair<uint32_t, uint32_t>;
 
+/// What is true of a transfer.
+struct Model {
+  uint32_t fileCount = 0;
+  uint32_t totalBlocks = 0;
+  std::map<uint32_t, FileShape> shapes{};
+  std::set<uint32_t> failed{};
+  std::set<Block> stored{};
+  std::set<Block> lost{};
+  std::vector<GapRecord> gaps{};
+};
+
 /// One receiver's book-keeping, done twice.
-class History {
+class History : Model {
  public:
   explicit History(fuzz::Input input) : input(input) {}
 
@@ -42,15 +54,8 @@ class History {
   }
 
   void Begin() {
-    fileCount = input.Below(FILES_MAX + 1);
-    totalBlocks = input.Below(BLOCKS_MAX);
-    earlier = generation;
-    generation = tested.Begin(fileCount, totalBlocks);
-    shapes.clear();
-    failed.clear();
-    stored.clear();
-    lost.clear();
-    gaps.clear();
+    static_cast<Model&>(*this) = {input.Below(FILES_MAX + 1), input.Below(BLOCKS_MAX)};
+    earlier = std::exchange(generation, tested.Begin(fileCount, totalBlocks));
   }
 
   void Admit() {
@@ -58,18 +63,14 @@ class History {
     head.file = input.Number();
     head.lastBlock = input.Number();
     head.tailSize = static_cast<uint16_t>(input.Below(3));
-    Admission expected = Admission::Admitted;
-    if (head.file == 0 || head.file > fileCount) {
-      expected = Admission::BeyondFileCount;
-    } else if (shapes.contains(head.file)) {
-      if (shapes.at(head.file) != head.Shape()) expected = Admission::SecondShape;
-    } else {
-      // Files that are still unknown have a block each.
-      uint64_t blocks = head.Shape().BlockCount();
-      for (uint32_t file = 1; file <= fileCount; ++file)
-        if (file != head.file) blocks += Blocks(file);
-      if (blocks > totalBlocks) expected = Admission::BeyondTotal;
-    }
+    // Files that are still unknown have a block each.
+    uint64_t blocks = head.Shape().BlockCount();
+    for (uint32_t file = 1; file <= fileCount; ++file)
+      if (file != head.file) blocks += Blocks(file);
+    Admission expected = blocks > totalBlocks ? Admission::BeyondTotal : Admission::Admitted;
+    if (shapes.contains(head.file))
+      expected = shapes.at(head.file) == head.Shape() ? Admission::Admitted : Admission::SecondShape;
+    if (head.file == 0 || head.file > fileCount) expected = Admission::BeyondFileCount;
     MUST(tested.Admit(head) == expected);
     if (expected == Admission::Admitted) shapes.emplace(head.file, head.Shape());
   }
@@ -107,9 +108,9 @@ class History {
   }
 
   void Remove() {
-    const LostBlock block{input.Number(), input.Number()};
-    tested.Remove(block);
-    lost.erase({block.file, block.block});
+    const Block block{input.Number(), input.Number()};
+    tested.Remove({block.first, block.second});
+    lost.erase(block);
   }
 
   void Store() {
@@ -179,21 +180,13 @@ class History {
   MissingBlocks tested{counters};
   uint32_t generation = 0;
   uint32_t earlier = 0;
-
-  uint32_t fileCount = 0;
-  uint32_t totalBlocks = 0;
-  std::map<uint32_t, FileShape> shapes;
-  std::set<uint32_t> failed;
-  std::set<Block> stored;
-  std::set<Block> lost;
-  std::vector<GapRecord> gaps;
   bool expansionEnded = false;
 };
 
 }  // namespace
-}  // namespace quorl
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  quorl::History(quorl::fuzz::Input(data, size)).Run();
-  return 0;
+void fuzz::Run(Input input) {
+  History(input).Run();
 }
+
+}  // namespace quorl

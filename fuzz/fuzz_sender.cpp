@@ -1,77 +1,56 @@
 // A whole sender on a simulated machine, in virtual time, whose receivers and strangers answer anything at any moment,
 // while its host stops and starts it and its files change. Whatever they say: what leaves is true, goes to whom it
 // concerns, no more often than it was asked for, and there is an end.
-#include <map>
 #include <set>
-#include <vector>
 
-#include "fuzz/fuzz_input.h"
-#include "protocol/datagrams.h"
-#include "protocol/endpoints.h"
+#include "fuzz/fuzz_room.h"
 #include "sender/ctrans_server.h"
-#include "sim/world.h"
 
 namespace quorl {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr uint32_t SENDER = Ipv4(10, 0, 0, 1);
-constexpr Endpoint REPLIES{SENDER, RoomAddress{}.ReplyPort()};
-constexpr int HONEST_RECEIVERS = 3;
+constexpr Endpoint REPLIES{fuzz::SENDER, RoomAddress{}.ReplyPort()};
+constexpr uint8_t HONEST_RECEIVERS = 3;
 
-class Session {
+class Session : fuzz::FuzzRoom {
  public:
-  explicit Session(fuzz::Input input) : input(input) {
-    world.SetLogging(false);
-    const uint32_t options = this->input.Take<uint8_t>();
+  explicit Session(fuzz::Input sessionInput) : FuzzRoom(sessionInput, fuzz::SENDER) {
+    const uint32_t options = input.Take<uint8_t>();
     profile = options % 2 == 0 ? Profile::Robust : Profile::Classic;
     server.SetProfile(profile);
     server.SetSendRate(options % 4 < 2 ? 0 : 20'000);
-    WriteFile("a", 5);
-    WriteFile("b", BLOCK_SIZE);
-    WriteFile("c", 2 * BLOCK_SIZE + 1);
+    for (const fuzz::File& file : files) machine.Disk().Write("C:" + file.name, file.content);
     world.Net().SetTap([this](const sim::SentDatagram& sent) {
       if (sent.from == &machine) Check(sent);
     });
   }
 
   void Run() {
-    for (int i = 0; i < HONEST_RECEIVERS; ++i)
-      world.At(150ms, [this, i] { Reply(Build(Client{1}), Peer(static_cast<uint8_t>(i))); });
-    machine.Call([&] { MUST(server.InitServer(machine.MakeWindow(), 0, 0, SENDER) == 1); });
+    for (uint8_t i = 0; i < HONEST_RECEIVERS; ++i) world.At(150ms, [this, i] { Reply(Build(Client{1}), Peer(i)); });
+    machine.Call([&] { MUST(server.InitServer(machine.MakeWindow(), 0, 0, fuzz::SENDER) == 1); });
     server.SetSubDirTrans(1);
     MUST(server.SetSelectFiles({"C:\\data"}, "") == 1);
     Start();
     while (!input.IsEmpty()) Step();
-    if (profile == Profile::Robust) MUST(world.RunUntil([&] { return HasEnded(); }, TimeToTheEnd()));
-    TearDown();
+    // The stream, and two turns for every receiver that falls silent.
+    const Duration limit = 30s + 10s * static_cast<int>(clients.size());
+    const auto hasEnded = [&] { return server.GetState().phase == SendPhase::Ended; };
+    if (profile == Profile::Robust) MUST(world.RunUntil(hasEnded, limit));
+    machine.Call([&] { server.DeInitServer(); });
+    CheckIsEmpty();
   }
 
  private:
-  struct File {
-    FileShape shape;
-    sim::Bytes content;
-  };
-
-  void WriteFile(const std::string& name, size_t length) {
-    sim::Bytes content(length);
-    for (size_t i = 0; i < length; ++i) content[i] = static_cast<uint8_t>(i * 7 + i / BLOCK_SIZE + files.size());
-    machine.Disk().Write("C:\\data\\" + name, content);
-    files["\\data\\" + name] = {*FileShape::Of(length), content};
-  }
-
   /// One of the receivers, or somebody who has never been heard of.
   static Endpoint Peer(uint8_t number) { return {Ipv4(10, 0, 1, number), DEFAULT_PORT}; }
 
   void Step() {
-    const uint32_t action = input.Below(16);
-    if (action < 14) {
-      Answer();
-    } else if (action == 14) {
-      HostActs();
-    } else {
-      FileChanges();
+    switch (input.Below(16)) {
+      case 14: HostActs(); break;
+      case 15: FileChanges(); break;
+      default: Answer();
     }
     static constexpr Duration PAUSES[] = {0ms, 0ms, 1ms, 10ms, 100ms, 600ms, 2000ms, 10000ms};
     world.RunFor(PAUSES[input.Below(8)]);
@@ -94,14 +73,15 @@ class Session {
     const FromReceiver reply = ParseFromReceiver(datagram);
     if (std::holds_alternative<Client>(reply)) clients.insert(from.address);
     if (std::holds_alternative<Ack>(reply)) ++requests;
-    world.Net().Carry({world.Now(), &room, from, REPLIES, {datagram.begin(), datagram.end()}});
+    Carry(datagram, from, REPLIES);
   }
 
   void HostActs() {
+    uint32_t errInfo[401];
     switch (input.Below(4)) {
       case 0: return machine.Call([&] { server.StopSend(); });
       case 1: return Start();
-      default: server.GetState(); server.GetErrInfo(errInfo.data());
+      default: server.GetState(); server.GetErrInfo(errInfo);
     }
   }
 
@@ -110,82 +90,46 @@ class Session {
   }
 
   void FileChanges() {
-    static const char* const NAMES[] = {"a", "b", "c"};
-    const std::string name = NAMES[input.Below(3)];
-    const std::string path = "C:\\data\\" + name;
+    const fuzz::File& file = files[input.Below(3)];
     hasChangedFiles = true;
-    if (input.Below(2) == 0) return machine.Disk().Remove(path);
-    machine.Disk().Write(path, std::span(files.at("\\data\\" + name).content).first(input.Below(6)));
-  }
-
-  bool HasEnded() { return server.GetState().phase == SendPhase::Ended; }
-
-  /// The stream, and two turns for every receiver that falls silent.
-  Duration TimeToTheEnd() const { return 30s + 10s * static_cast<int>(clients.size()); }
-
-  void TearDown() {
-    machine.Call([&] { server.DeInitServer(); });
-    world.RunFor(6s);
-    MUST(machine.RunningThreads() == 0 && machine.OpenSockets() == 0);
+    if (input.Below(2) == 0) return machine.Disk().Remove("C:" + file.name);
+    machine.Disk().Write("C:" + file.name, std::span(file.content).first(input.Below(6)));
   }
 
   // ---- what leaves ----
 
   void Check(const sim::SentDatagram& sent) {
     if (sent.destination == REPORT_GROUP) return MUST(IsReport(sent.bytes));
-    const uint8_t command = sent.bytes.at(2);
-    if (command == CMD_DATA || command == CMD_RESEND) return CheckBlock(sent);
-    const FromSender message = ParseFromSender(sent.bytes);
-    MUST(!std::holds_alternative<Reject>(message));
-    if (std::holds_alternative<Master>(message)) {
-      MUST(clients.contains(sent.destination.address));
-    } else if (std::holds_alternative<Release>(message)) {
-      ++answers;
-      MUST(profile == Profile::Classic || clients.contains(sent.destination.address));
+    const auto command = static_cast<Command>(sent.bytes.at(2));
+    if (command == CMD_DATA || command == CMD_RESEND) {
+      CheckBlock(sent, command);
     } else {
-      MUST(sent.destination == RoomAddress{}.group);
+      MUST(!std::holds_alternative<Reject>(ParseFromSender(sent.bytes)));
     }
-    CheckPace();
-  }
-
-  void CheckBlock(const sim::SentDatagram& sent) {
-    const auto command = static_cast<Command>(sent.bytes[2]);
-    MUST(sent.destination == RoomAddress{}.group && sent.bytes.size() >= BLOCK_HEAD_SIZE);
-    const BlockHead head = ReadFields<BlockHead>(sent.bytes);
-    const std::string name(head.name.Text());
-    MUST(files.contains(name));
-    const File& file = files.at(name);
-    const uint64_t offset = FileShape::BlockOffset(head.block);
-    const uint64_t left = offset < file.content.size() ? file.content.size() - offset : 0;
-    const size_t expected = static_cast<size_t>(std::min<uint64_t>(left, BLOCK_SIZE));
-    const size_t bytes = sent.bytes.size() - BLOCK_HEAD_SIZE;
-    MUST(hasChangedFiles ? bytes <= expected : bytes == expected && head.Shape() == file.shape);
-
-    // To the last byte what a fresh buffer would hold: nothing of an earlier block, name or anything else.
-    BlockDatagram fresh(command);
-    fresh.SetFile(head.file, name, head.Shape());
-    fresh.SetBlock(head.block);
-    std::copy_n(file.content.begin() + static_cast<std::ptrdiff_t>(offset), bytes, fresh.BlockBytes().begin());
-    const auto whole = fresh.Datagram(bytes);
-    MUST(std::equal(whole.begin(), whole.end(), sent.bytes.begin(), sent.bytes.end()));
-    if (command == CMD_RESEND) ++answers;
-    CheckPace();
-  }
-
-  /// Nothing is served twice for one request, but by the classic watchdog, which looks every half second.
-  void CheckPace() {
+    // Only who has answered is named, and in the robust profile released; classic releases whoever asks.
+    const bool isRelease = command == CMD_RELEASE;
+    if (command != CMD_MASTER && !isRelease) MUST(sent.destination == fuzz::GROUP);
+    if (command == CMD_MASTER || (isRelease && profile == Profile::Robust))
+      MUST(clients.contains(sent.destination.address));
+    // Nothing is served twice for one request, but by the classic watchdog, which looks every half second.
+    answers += command == CMD_RESEND || isRelease ? 1 : 0;
     const auto bySelf = profile == Profile::Classic ? static_cast<uint64_t>(world.Now() / 500ms) : 0;
     MUST(answers <= requests + bySelf);
   }
 
-  fuzz::Input input;
+  /// To the last byte what a fresh buffer would hold: nothing of an earlier block, name or anything else.
+  void CheckBlock(const sim::SentDatagram& sent, Command command) const {
+    MUST(sent.bytes.size() >= BLOCK_HEAD_SIZE);
+    const BlockHead head = ReadFields<BlockHead>(sent.bytes);
+    const auto file = std::ranges::find(files, head.name.Text(), &fuzz::File::name);
+    MUST(file != files.end());
+    const size_t bytes = sent.bytes.size() - BLOCK_HEAD_SIZE, expected = file->BytesAt(head.block);
+    MUST(hasChangedFiles ? bytes <= expected : bytes == expected && head.Shape() == file->Shape());
+    MUST(sent.bytes == fuzz::BlockOf(*file, head, command, bytes));
+  }
+
   Profile profile = Profile::Classic;
-  sim::World world{1};
-  sim::SimMachine& machine = world.AddMachine("sender", SENDER);
-  sim::SimMachine& room = world.AddMachine("room", Ipv4(10, 0, 0, 2));
   CTransServer server{machine.Seam()};
-  std::vector<uint32_t> errInfo = std::vector<uint32_t>(401);
-  std::map<std::string, File> files;
   std::set<uint32_t> clients;
   bool hasChangedFiles = false;
   uint64_t requests = 0;
@@ -193,9 +137,9 @@ class Session {
 };
 
 }  // namespace
-}  // namespace quorl
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  quorl::Session(quorl::fuzz::Input(data, size)).Run();
-  return 0;
+void fuzz::Run(Input input) {
+  Session(input).Run();
 }
+
+}  // namespace quorl
