@@ -21,15 +21,13 @@ struct SlowRead : testing::TestWithParam<Profile> {
     room.Sender().Disk().WriteSynthetic("C:\\e\\z", 40 * BLOCK_SIZE, 2);
     ASSERT_TRUE(room.StartReceivers() && room.Send());
     ASSERT_TRUE(room.World().RunUntil([&] { return room.Server().GetState().phase == SendPhase::Finishing; }, 10s));
-    bool hangs = false;
-    room.Sender().FailEvery([&, pause, fails](std::string_view call) {
+    room.Sender().FailEvery([this, pause, fails](std::string_view call) {
       if (call != "files.read" || std::exchange(hangs, true)) return false;
       room.Sender().Seam().clock.Sleep(pause);
       return fails;
     });
     ASSERT_TRUE(room.World().RunUntil([&] { return hangs; }, 10s));
     room.World().RunFor(10ms);
-    room.Sender().FailEvery({});
   }
   void SendTheOther() {
     room.Sender().Call([&] {
@@ -42,6 +40,7 @@ struct SlowRead : testing::TestWithParam<Profile> {
     EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
   }
 
+  bool hangs = false;
   Room room{{.senderProfile = GetParam(), .receiverProfile = GetParam()}};
 };
 
