@@ -15,6 +15,20 @@ struct Copies : InBothProfiles {
 
 TELL_IN_BOTH_PROFILES(Copies);
 
+TEST_P(Copies, ACopyOfTheAnnouncementAmongTheBlocksChangesNothing) {
+  room.File("a", 60 * BLOCK_SIZE);
+  room.Net().SetFilter([&, copies = 0](const Transit& transit) mutable {
+    if (!Is(transit, CMD_TASK) || ++copies != 3) return true;
+    const std::vector<uint8_t> copy(transit.datagram.begin(), transit.datagram.end());
+    room.World().At(room.World().Now() + 300ms, [this, copy] { network.SayToRoom(room.Sender().Address(), copy); });
+    return false;
+  });
+  Play(room);
+  EXPECT_EQ(Ends(room), "whole told");
+  EXPECT_EQ(CountSent(room, CMD_RESEND), 0u);
+  EXPECT_EQ(CountMessages(room.Receiver(0), WM_TASK_INFO), 1u);
+}
+
 TEST_P(Copies, EveryDatagramTwiceAndOutOfOrder) {
   for (const char* name : {"a", "b"}) room.File(name, 40 * BLOCK_SIZE);
   room.Net().SetLink({.reorder = 0.5, .duplicate = 1, .heldBack = 60ms});

@@ -52,6 +52,17 @@ TEST(RepairTalk, TheWholeExchangeInItsOrder) {
   EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
 }
 
+TEST(RepairTalk, ARobustReceiverCuresALostRequestAlsoWithAClassicSender) {
+  Room room({.receivers = 1, .receiverProfile = Profile::Robust});
+  room.File("a", 50 * BLOCK_SIZE);
+  room.Net().SetFilter([requests = 0](const Transit& transit) mutable {
+    if (Is(transit, CMD_ACK)) return ++requests > 1;
+    return !Is(transit, CMD_DATA) || HeadOf(transit).block != 7;
+  });
+  Play(room);
+  EXPECT_EQ(Ends(room), "whole told");
+}
+
 TEST_P(Repair, WhateverOfTheStreamIsLost) {
   struct Case {
     const char* story;
