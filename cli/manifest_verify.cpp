@@ -100,7 +100,7 @@ std::optional<std::variant<ReadManifest, std::string>> FindManifest(int staging,
   size_t done = 0;
   while (file && done < text.size()) {
     const ssize_t count = pread(file.Get(), text.data() + done, text.size() - done, static_cast<off_t>(done));
-    if (count <= 0 && errno != EINTR) break;
+    if (count == 0 || (count < 0 && errno != EINTR)) break;
     if (count > 0) done += static_cast<size_t>(count);
   }
   if (done < text.size()) return "the manifest cannot be read";

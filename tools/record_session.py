@@ -6,98 +6,33 @@ usage: record_session.py            prints it
        record_session.py README.md  puts it between the two marks there
 """
 import contextlib
-import fcntl
 import os
-import pty
-import re
-import select
 import shutil
 import signal
-import struct
 import subprocess
 import sys
 import tempfile
-import termios
-import time
 from pathlib import Path
 
 HOME = Path(__file__).resolve().parents[1]
 os.environ.setdefault("QUORL_BUILD", str(HOME / "build" / "release"))
-sys.path.insert(0, str(HOME / "tests" / "real"))
+sys.path.insert(0, str(HOME / "tools" / "room"))
 
 from room import QUORL, differences, write  # noqa: E402
+from terminal import Terminal  # noqa: E402
 from testbed import Testbed, missing, run  # noqa: E402
 
-LOSS_PERCENT, WIDTH, UNPLUGGED = 1, 96, 2
+LOSS_PERCENT, WIDTH, UNPLUGGED = 1, 100, 2
 FIRST, LAST = "<!-- recorded by tools/record_session.py -->\n", "<!-- end of the recording -->\n"
 
 
-def shown(text):
-    """What a terminal shows in the end of text that moves up, returns and erases."""
-    lines, row, column = [""], 0, 0
-    for piece in re.findall(r"\x1b\[[?0-9;]*[A-Za-z]|[\r\n]|[^\x1b\r\n]+", text):
-        if piece == "\n":
-            row += 1
-            lines += [""] * (row + 1 - len(lines))
-        elif piece == "\r":
-            column = 0
-        elif not piece.startswith("\x1b["):
-            line = lines[row].ljust(column)
-            lines[row] = line[:column] + piece + line[column + len(piece):]
-            column += len(piece)
-        elif piece[-1] == "A":
-            row -= int(piece[2:-1] or 1)
-        elif piece[-1] in "KJ":
-            lines[row] = lines[row][:column]
-            if piece[-1] == "J":
-                del lines[row + 1:]
-    return "\n".join(line.rstrip() for line in lines).rstrip("\n")
-
-
-class Terminal:
+def at(namespace, directory, *arguments):
     """The command on one machine, before a terminal of its own, in the machine's own /srv."""
-
-    def __init__(self, machine, directory, *arguments):
-        self.raw = b""
-        self.line = " ".join(["quorl", *arguments])
-        process, self.terminal = pty.fork()
-        if process == 0:
-            enter = 'mount --bind "$1" /srv && cd /srv && shift && exec "$@"'
-            os.execvp("ip", [*Testbed.inside(machine), "sh", "-c", enter, "sh", str(directory), str(QUORL), *arguments])
-        fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 40, WIDTH, 0, 0))
-        self.process = process
-
-    def read(self, seconds):
-        """False at the end of the output."""
-        if select.select([self.terminal], [], [], seconds)[0]:
-            try:
-                piece = os.read(self.terminal, 65536)
-            except OSError:
-                return False
-            self.raw += piece
-            return piece != b""
-        return True
-
-    def text(self):
-        return self.raw.decode("utf-8", "replace")
-
-    def until(self, pattern, limit=30):
-        deadline = time.monotonic() + limit
-        while not re.search(pattern, self.text()):
-            if not self.read(0.05) or time.monotonic() > deadline:
-                raise RuntimeError(f"{self.line} never showed {pattern!r}:\n{self.text()}")
-
-    def press(self, key):
-        os.write(self.terminal, key.encode())
-
-    def end(self, limit=90):
-        """Its exit code."""
-        deadline = time.monotonic() + limit
-        while self.read(1):
-            if time.monotonic() > deadline:
-                raise RuntimeError(f"{self.line} does not end:\n{self.text()}")
-        os.close(self.terminal)
-        return os.waitstatus_to_exitcode(os.waitpid(self.process, 0)[1])
+    enter = 'mount --bind "$1" /srv && cd /srv && shift && exec "$@"'
+    terminal = Terminal(*arguments, columns=WIDTH,
+                        prefix=(*Testbed.inside(namespace), "sh", "-c", enter, "sh", directory))
+    terminal.line = " ".join(["quorl", *arguments])
+    return terminal
 
 
 class Session:
@@ -105,17 +40,17 @@ class Session:
         self.room, self.testbed, self.shown = room, testbed, []
 
     def show(self, machine, terminal):
-        code = terminal.end()
-        self.shown.append(f"{machine}$ {terminal.line}\n{shown(terminal.text())}")
+        code = terminal.end(90)
+        self.shown.append(f"{machine}$ {terminal.line}\n{terminal.screen()}")
         if code:
             self.shown.append(f"{machine}$ echo $?\n{code}")
 
     def at_sender(self, *arguments):
-        return Terminal(self.testbed.sender, self.room / "server", *arguments)
+        return at(self.testbed.sender, self.room / "server", *arguments)
 
     def at_receiver(self, number, *arguments):
-        terminal = Terminal(self.testbed.receivers[number], self.room / f"lab-{number + 1}", *arguments)
-        terminal.until("Waiting")
+        terminal = at(self.testbed.receivers[number], self.room / f"lab-{number + 1}", *arguments)
+        terminal.wait_for("Waiting")
         return terminal
 
     def plug(self, number, state):
@@ -126,13 +61,13 @@ class Session:
         self.show("server", doctor)
         receivers = [self.at_receiver(number, "receive") for number in range(3)]
         sender = self.at_sender("send", "images/")
-        sender.until(r"\[Enter\]")
+        sender.wait_for(r"\[Enter\]")
         sender.press("\n")
-        sender.until(r"Sending[^\n]* [3-6]\d %")
+        sender.wait_for(r"Sending[^\n]* [3-6]\d %")
         self.plug(UNPLUGGED, "down")
         self.show("server", sender)
         self.show("lab-1", receivers[0])
-        receivers[1].end()
+        receivers[1].end(90)
         self.show("lab-3", receivers[UNPLUGGED])
         self.plug(UNPLUGGED, "up")
         again = self.at_receiver(UNPLUGGED, "receive")
@@ -161,7 +96,6 @@ def record():
     reason = missing()
     if reason:
         sys.exit(f"cannot record: {reason}")
-    os.environ["TERM"] = "xterm"
     with contextlib.ExitStack() as stack:
         room = Path(stack.enter_context(tempfile.TemporaryDirectory(prefix="quorl-session-")))
         for machine in ("server", "lab-1", "lab-2", "lab-3"):

@@ -1,4 +1,4 @@
-"""What the tests on this machine share: processes of the command, trees, ports."""
+"""A room on this machine: processes of the command, trees, ports."""
 import filecmp
 import os
 import random

@@ -1,4 +1,5 @@
 """A terminal that a command runs in: a screen that its output is drawn on, and keys."""
+import codecs
 import fcntl
 import os
 import pty
@@ -12,15 +13,18 @@ from room import QUORL
 
 
 class Terminal:
-    def __init__(self, *arguments, columns=100, environment=()):
+    def __init__(self, *arguments, columns=100, environment=(), prefix=()):
         self.columns, self.lines, self.row, self.column = columns, [""], 0, 0
         self.rest = self.raw = ""
+        # A character may come in two pieces.
+        self.decoder = codecs.getincrementaldecoder("utf-8")("backslashreplace")
         self.pid, self.controller = pty.fork()
         if self.pid == 0:
             os.environ.update({"TERM": "xterm", "NO_COLOR": ""}, **dict(environment))
             # The size must be there before the command asks for it.
             fcntl.ioctl(1, termios.TIOCSWINSZ, struct.pack("4H", 50, columns, 0, 0))
-            os.execv(QUORL, ["quorl", *map(str, arguments)])
+            command = [*map(str, prefix), str(QUORL), *map(str, arguments)]
+            os.execvp(command[0], command)
 
     def screen(self):
         return "\n".join(line.rstrip() for line in self.lines).rstrip()
@@ -53,7 +57,7 @@ class Terminal:
             data = os.read(self.controller, 1 << 16)
         except OSError:
             return False
-        text = data.decode("utf-8", "backslashreplace")
+        text = self.decoder.decode(data)
         self.raw += text
         self.rest += text
         while match := re.match("\x1b\\[([0-9;]*)([A-Za-z])|[^\x1b]", self.rest, re.DOTALL):
