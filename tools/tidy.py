@@ -14,7 +14,7 @@ SYSTEM_HEADER = re.compile(
     r"process)\.h)$")
 # The command and the examples are programs of their own, which stand above the library.
 # The simulated world needs the machine for one thing, the stacks of its fibers.
-MAY_NAME_THE_SYSTEM = ("src/platform/posix/", "src/platform/win32/", "cli/", "tests/", "examples/",
+MAY_NAME_THE_SYSTEM = ("src/platform/posix/", "src/platform/win32/", "cli/", "tests/", "tools/", "examples/",
                        "sim/context.", "sim/stacks.")
 OTHERS_LIBRARY = re.compile(r"^(CLI|fmt|gtest|gmock|nlohmann|rapidjson|boost)/|^(sodium|xxhash)\.h$")
 BANNED_CALL = re.compile(

@@ -193,8 +193,10 @@ class CommandTest(unittest.TestCase):
         small.mkdir()
         subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m", "tmpfs", small], check=True)
         self.addCleanup(subprocess.run, ["umount", "-l", small], check=True)
-        full = self.room.receiver(1, "--keep", directory=small)
+        tight = self.room.receiver(1, directory=small)
         self.expect(self.room.sender(self.tree), 5, "failed          1   127.0.0.2   no room on the disk (status 112)")
+        self.expect(tight, 8, "no room on the disk (status 112)")
+        full = self.room.receiver(1, "--keep", directory=small)
         roomy, failed = self.room.receiver(2), self.room.path / "failed"
         self.expect(self.room.sender(self.tree, "--wait-for", "2", "--failed-to", failed), 4, "complete        1",
                     "failed          1   127.0.0.2   no room on the disk (status 112)",

@@ -7,8 +7,6 @@ says what was wrong, store what it can, and never touch a file outside its root.
 import ctypes
 import os
 import shutil
-import socket
-import struct
 import subprocess
 import sys
 import tempfile
@@ -17,32 +15,13 @@ import time
 import unittest
 from pathlib import Path
 
-from room import BUILD, free_port, write
+from library import PROCEDURE, ReceiveState, SendState, address, library
+from room import free_port, write
 
 TASK_INFO, STATUS, NAME = 1039, 1040, 1042
 DONE, DISK_FULL, UNWRITABLE = 0, 112, 1001
 RENAME_EXCHANGE, AT_FDCWD = 2, -100
 RACE_SECONDS = 5
-
-library = ctypes.CDLL(str(BUILD / "libquorl.so"))
-library.CreateHostWindow.restype = ctypes.c_void_p
-PROCEDURE = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_uint32, ctypes.c_size_t, ctypes.c_ssize_t)
-
-
-class ReceiveState(ctypes.Structure):
-    _fields_ = [("phase", ctypes.c_uint32), ("complete", ctypes.c_uint32), ("files", ctypes.c_uint32),
-                ("failed_files", ctypes.c_uint32), ("status", ctypes.c_uint32), ("expected", ctypes.c_uint64),
-                ("stored", ctypes.c_uint64), ("missing", ctypes.c_uint64), ("sender", ctypes.c_uint32),
-                ("current_file", ctypes.c_char * 520), ("asked_target", ctypes.c_char * 520)]
-
-
-class SendState(ctypes.Structure):
-    _fields_ = [("phase", ctypes.c_uint32), ("files", ctypes.c_uint32), ("blocks", ctypes.c_uint64),
-                ("sent", ctypes.c_uint64), ("resent", ctypes.c_uint64), ("shrunk", ctypes.c_uint32)]
-
-
-def address(text):
-    return struct.unpack("=I", socket.inet_aton(text))[0]
 
 
 class DiskTest(unittest.TestCase):

@@ -43,7 +43,7 @@ def judge(room, bed, sender, receivers, held):
     faults = []
     for i, receiver in enumerate(receivers):
         code = receiver.wait(60)
-        wrong = differences(room.path / "source", room.path / f"at-{i}")
+        wrong = differences(room.path / "source", room.path / "at" / str(i))
         if code == 0 and wrong:
             faults.append(f"receiver {i} says complete and is not: {wrong[:5]}")
         if code != 0 and "(status " not in said:
@@ -70,13 +70,7 @@ def main():
         # The stream alone takes as long as the flood.
         for i in range(10):
             write(room.path / "source" / "tree" / f"{i}.bin", seconds * 250_000)
-        receivers = []
-        for i, name in enumerate(bed.receivers):
-            (room.path / f"at-{i}").mkdir()
-            receivers.append(room.start("receive", room.path / f"at-{i}", prefix=bed.inside(name)))
-            receivers[-1].wait_for("Waiting for a sender")
-        sender = room.start("send", room.path / "source" / "tree", "--wait-for", RECEIVERS, "--rate", "20M",
-                            prefix=bed.inside(bed.sender))
+        receivers, sender = bed.start(room, room.path / "at", room.path / "source" / "tree", "--rate", "20M")
         sender.wait_for("Receivers ")
         time.sleep(0.3)
         everybody = {"sender": sender, **{f"receiver {i}": receiver for i, receiver in enumerate(receivers)}}

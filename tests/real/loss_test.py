@@ -22,20 +22,15 @@ def make_tree(root):
 def transfer(bed, room, percent):
     """One transfer under loss; what is wrong with it."""
     bed.lose(percent)
-    targets, receivers = [], []
-    for i, name in enumerate(bed.receivers):
-        targets.append(room.path / f"at-{percent}" / str(i))
-        targets[-1].mkdir(parents=True)
-        receivers.append(room.start("receive", targets[-1], prefix=bed.inside(name)))
-        receivers[-1].wait_for("Waiting for a sender")
-    sender = room.start("send", room.path / "source" / "tree", "--wait-for", RECEIVERS, prefix=bed.inside(bed.sender))
+    into = room.path / f"at-{percent}"
+    receivers, sender = bed.start(room, into, room.path / "source" / "tree")
     sender.wait(280)
     said = sender.output()
     print(f"--- {percent} % loss: exit code {sender.code} after {sender.seconds:.1f} s\n{said}", flush=True)
     faults = []
     for i, receiver in enumerate(receivers):
         code = receiver.wait(60)
-        wrong = differences(room.path / "source", targets[i])
+        wrong = differences(room.path / "source", into / str(i))
         named = re.search(rf"^{re.escape(bed.address(i))} failed: .*\(status ", said, re.MULTILINE)
         if code == 0 and wrong:
             faults.append(f"{percent} %: receiver {i} says complete and is not: {wrong[:5]}")

@@ -12,6 +12,7 @@ import unittest
 from pathlib import Path
 
 from room import QUORL, Room, differences, write
+import sender
 from sender import manifest
 from terminal import Terminal
 
@@ -35,7 +36,7 @@ class ReceiveTest(unittest.TestCase):
             paths.insert(0, self.room.path / ".quorl-manifest")
             paths[0].write_text(text)
         words = [word for name, value in options.items() for word in (f"--{name}", str(value))]
-        process = subprocess.Popen([sys.executable, Path(__file__).with_name("sender.py"), str(self.room.port), *words,
+        process = subprocess.Popen([sys.executable, sender.__file__, str(self.room.port), *words,
                                     *map(str, paths)])
         self.addCleanup(process.wait)
         self.addCleanup(process.kill)

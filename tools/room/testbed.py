@@ -70,6 +70,17 @@ class Testbed:
         """What to put before a command that is to run there."""
         return ("ip", "netns", "exec", name)
 
+    def start(self, room, into, *arguments):
+        """A receiver on each machine, in a directory of its own below `into`, and a sender that waits for them all;
+        the receivers and the sender."""
+        receivers = []
+        for number, name in enumerate(self.receivers):
+            target = into / str(number)
+            target.mkdir(parents=True)
+            receivers.append(room.start("receive", target, prefix=self.inside(name)))
+            receivers[-1].wait_for("Waiting for a sender")
+        return receivers, room.start("send", *arguments, "--wait-for", len(receivers), prefix=self.inside(self.sender))
+
     def close(self):
         for name in self.names:
             subprocess.run(["ip", "netns", "del", name], check=False)

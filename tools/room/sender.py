@@ -5,16 +5,11 @@ transfer after that time and leaves.
 """
 import ctypes
 import hashlib
-import os
-import socket
 import sys
 import time
 from pathlib import Path
 
-
-class SendState(ctypes.Structure):
-    _fields_ = [("phase", ctypes.c_uint32), ("files", ctypes.c_uint32), ("total", ctypes.c_uint64),
-                ("sent", ctypes.c_uint64), ("resent", ctypes.c_uint64), ("shrunk", ctypes.c_uint32)]
+from library import SendState, address, library
 
 
 def manifest(*paths, key=None, only=(), change=lambda lines: lines):
@@ -36,11 +31,9 @@ def manifest(*paths, key=None, only=(), change=lambda lines: lines):
 
 
 def main(port, *arguments):
-    library = ctypes.CDLL(str(Path(os.environ["QUORL_BUILD"]) / "libquorl.so"))
     options = dict(zip(arguments[::2], arguments[1::2])) if arguments[0].startswith("--") else {}
     options = {name: value for name, value in options.items() if name in ("--open", "--for")}
     paths = [Path(path) for path in arguments[2 * len(options):]]
-    group, own = (int.from_bytes(socket.inet_aton(text), sys.byteorder) for text in ("235.9.2.9", "127.0.0.1"))
     library.SetProfile(1)
     library.SetSendRate(20000)
     library.SetSubDirTrans(1)
@@ -49,7 +42,7 @@ def main(port, *arguments):
         library.MapDrive(ctypes.c_char(letter.encode()), str(path.parent).encode())
         names.append(f"{letter}:\\{path.name}".encode())
     for _ in range(20):
-        if library.InitServer(None, group, int(port), own) and library.GetReceivers(None, 0):
+        if library.InitServer(None, 0, int(port), address("127.0.0.1")) and library.GetReceivers(None, 0):
             break
     library.SetSelectFiles((ctypes.c_char_p * len(names))(*names), len(names), options.get("--open", "").encode())
     library.StartSend()
