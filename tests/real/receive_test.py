@@ -272,6 +272,12 @@ class ReceiveTest(unittest.TestCase):
                                 (("--key-file", self.tree / "empty"), "too short")):
             self.expect(self.room.start("receive", *arguments), 7, text)
         (self.room.path / "in").mkdir()
+        remote = self.room.target(9)
+        remote.mkdir()
+        # A file system that a program answers for, as those over a network are.
+        if shutil.which("bindfs") and subprocess.run(["bindfs", self.room.path / "in", remote]).returncode == 0:
+            self.addCleanup(subprocess.run, ["umount", remote], check=True)
+            self.expect(self.room.start("receive", remote), 8, "it is on a network file system", "status 1002")
         reader, writer = os.pipe()
         os.close(reader)
         receiver = subprocess.Popen([QUORL, "receive", self.room.path / "in", "-i", "127.0.0.2", "-p",
