@@ -26,7 +26,6 @@ class ReceiverSockets {
 
   SetUp Open();
 
-  bool IsDataOpen() const { return dataSocket != nullptr; }
   bool LeaveDataGroup() { return dataSocket && dataSocket->LeaveGroup(room.group.address, room.localInterface); }
 
   /// Idempotent. Ends a running receive; later sends fail.
