@@ -1,29 +1,33 @@
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <optional>
 #include <string_view>
 
-#include "cli/demo.h"
-#include "cli/doctor.h"
-#include "cli/list.h"
-#include "cli/option_table.h"
-#include "cli/receive.h"
-#include "cli/send.h"
+#include "cli/commands/demo.h"
+#include "cli/commands/doctor.h"
+#include "cli/commands/list.h"
+#include "cli/commands/receive.h"
+#include "cli/commands/send.h"
+#include "cli/options/table.h"
+#include "cli/show/escape.h"
+#include "cli/system/files.h"
+#include "cli/system/terminal.h"
 
 namespace {
 
 using namespace quorl::cli;
 
 int Run(const Options& options, Reporter& reporter) {
-  switch (options.command) {
-    case Command::Send: return RunSend(options, reporter);
-    case Command::Receive: return RunReceive(options, reporter);
-    case Command::Demo: return RunDemo(options, reporter);
-    case Command::List: return RunList(options, reporter);
-    case Command::Doctor: return RunDoctor(options, reporter);
-    case Command::None: break;
+  switch (options.verb) {
+    case Verb::Send: return RunSend(options, reporter);
+    case Verb::Receive: return RunReceive(options, reporter);
+    case Verb::Demo: return RunDemo(options, reporter);
+    case Verb::List: return RunList(options, reporter);
+    case Verb::Doctor: return RunDoctor(options, reporter);
+    case Verb::None: break;
   }
   return static_cast<int>(Exit::Other);
 }
@@ -50,17 +54,23 @@ OutputOptions OutputOfWrongUse(int argumentCount, char** arguments) {
   return output;
 }
 
-const char* NameOf(Command command) {
+void WarnOfOpenKey(const std::string& keyFile, Reporter& reporter) {
+  if (keyFile.empty() || !IsReadByEveryone(keyFile)) return;
+  reporter.Warn(fmt::format("everybody on this machine can read \"{}\"; a key is a secret: {}", Escape(keyFile),
+                            Escape(CommandToHide(keyFile))));
+}
+
+const char* NameOf(Verb verb) {
   auto rows = CommandRows();
-  auto row = std::find_if(rows.begin(), rows.end(), [command](const auto& one) { return one.command == command; });
+  auto row = std::find_if(rows.begin(), rows.end(), [verb](const auto& one) { return one.verb == verb; });
   return row == rows.end() ? "" : row->name;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Whoever reads the output may leave; the transfer goes on.
-  std::signal(SIGPIPE, SIG_IGN);
+  // The transfer goes on without those who read the output.
+  PrepareStreams();
   Invocation invocation;
   std::optional<Failure> wrongUse;
   try {
@@ -70,14 +80,15 @@ int main(int argc, char** argv) {
     invocation.options.output = OutputOfWrongUse(argc, argv);
   }
   const Options& options = invocation.options;
-  if (options.command == Command::None && !wrongUse) {
+  if (options.verb == Verb::None && !wrongUse) {
     std::fputs(invocation.text.c_str(), stdout);
     return 0;
   }
-  Reporter reporter(options.output, NameOf(options.command));
+  Reporter reporter(options.output, NameOf(options.verb));
   return reporter.End(Guarded(reporter, [&] {
     if (wrongUse) throw Failure(*wrongUse);
-    reporter.OpenLog();
+    reporter.Open();
+    WarnOfOpenKey(options.keyFile, reporter);
     return Run(options, reporter);
   }));
 }

@@ -1,6 +1,6 @@
 #include <cstdio>
 
-#include "cli/option_table.h"
+#include "cli/options/help.h"
 
 int main() {
   return std::puts(quorl::cli::OptionTableAsJson().c_str()) < 0 ? 1 : 0;

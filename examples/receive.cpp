@@ -64,7 +64,8 @@ int main(int argc, char** argv) {
   DeInitClient();
 
   // The message says that it is over; whether everything is here, the state says.
-  QuorlReceiveState state;
+  QuorlReceiveState state{};
+  state.size = sizeof state;
   GetReceiveState(&state);
   std::cout << state.blocksStored << " of " << state.blocksExpected << " blocks stored, status " << status << "\n";
   return state.complete != 0 ? 0 : 1;

@@ -10,10 +10,10 @@
 #include <unistd.h>
 
 int main(int argc, char** argv) {
-  char path[260];
+  char path[QUORL_PATH_LENGTH];
   const char* paths[] = {path};
-  QuorlSendState state;
-  uint32_t failed[401];
+  QuorlSendState state = {.size = sizeof state};
+  uint32_t failed[QUORL_ERR_INFO_VALUES];
   if (argc != 5 || !MapDrive('D', argv[1])) return fputs("usage: send DIRECTORY NAME INTERFACE PORT\n", stderr), 2;
   snprintf(path, sizeof path, "D:\\%s", argv[2]);
   SetProfile(1);

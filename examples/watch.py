@@ -14,7 +14,7 @@ IDLE, STREAMING, FINISHING, REPAIRING, OVER = range(5)
 
 class ReceiveState(ctypes.Structure):
     """QuorlReceiveState of host.h, in its order."""
-    _fields_ = [(name, ctypes.c_uint32) for name in ("phase", "complete", "files", "failedFiles", "status")] \
+    _fields_ = [(name, ctypes.c_uint32) for name in ("size", "phase", "complete", "files", "failedFiles", "status")] \
         + [(name, ctypes.c_uint64) for name in ("blocksExpected", "blocksStored", "blocksMissing")] \
         + [("senderAddress", ctypes.c_uint32), ("currentFile", ctypes.c_char * 520),
            ("askedTarget", ctypes.c_char * 520)]
@@ -35,7 +35,7 @@ def main():
     quorl.StartReceive()
     print("listening", flush=True)
 
-    state, stored = ReceiveState(), 0
+    state, stored = ReceiveState(size=ctypes.sizeof(ReceiveState)), 0
     while state.phase != OVER:
         time.sleep(0.2)
         quorl.GetReceiveState(ctypes.byref(state))

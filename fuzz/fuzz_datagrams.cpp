@@ -26,6 +26,12 @@ void Check(const Message& message, Datagram datagram) {
   MUST(std::equal(built.begin(), built.end(), datagram.begin()));
   if constexpr (std::is_same_v<Message, Task>) CheckName(message.targetPath);
   if constexpr (std::is_same_v<Message, AutoOpenName>) CheckName(message.name);
+  if constexpr (requires { message.extension; }) MUST(message.version != 0);
+  if constexpr (requires { message.text; }) {
+    MUST(message.text.size() <= MAX_TEXT);
+    MUST(message.text.data() == datagram.data() + built.size() + message.extension);
+    MUST(message.text.data() + message.text.size() == datagram.data() + datagram.size());
+  }
 }
 
 template <typename Block>
@@ -39,10 +45,12 @@ requires(std::is_same_v<Block, Data> || std::is_same_v<Block, Resend>) void Chec
   MUST(std::equal(built.begin(), built.end(), datagram.begin()));
   CheckName(head.name);
 
-  MUST(head.file >= 1 && head.tailSize < BLOCK_SIZE && head.block <= head.lastBlock);
+  MUST(head.file >= 1 && head.tailSize < BLOCK_SIZE);
   const uint64_t begin = uint64_t{head.block} * BLOCK_SIZE;
   const uint64_t fileLength = uint64_t{head.lastBlock} * BLOCK_SIZE + head.tailSize;
-  MUST(message.bytes.size() == std::min<uint64_t>(BLOCK_SIZE, fileLength - begin));
+  // A block beyond its file's last has no bytes.
+  const uint64_t rest = head.block > head.lastBlock ? 0 : fileLength - begin;
+  MUST(message.bytes.size() == std::min<uint64_t>(BLOCK_SIZE, rest));
   MUST(message.bytes.data() == datagram.data() + BLOCK_HEAD_SIZE);
   MUST(BLOCK_HEAD_SIZE + message.bytes.size() <= datagram.size());
 }
@@ -68,6 +76,7 @@ void fuzz::Run(Input input) {
   const std::vector<uint8_t> datagram(bytes.begin(), bytes.end());
   std::visit([&](const auto& message) { Check(message, datagram); }, ParseFromSender(datagram));
   std::visit([&](const auto& message) { Check(message, datagram); }, ParseFromReceiver(datagram));
+  std::visit([&](const auto& message) { Check(message, datagram); }, ParseReply(datagram));
   MUST(!IsReport(datagram) || std::holds_alternative<Reject>(ParseFromSender(datagram)));
   for (const char c : Describe(datagram)) MUST(c >= 0x20 && c < 0x7F);
 }

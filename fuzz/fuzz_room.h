@@ -6,7 +6,7 @@
 #include "fuzz/fuzz_input.h"
 #include "protocol/datagrams.h"
 #include "protocol/endpoints.h"
-#include "sim/world.h"
+#include "sim/world/world.h"
 
 namespace quorl::fuzz {
 

@@ -20,6 +20,8 @@ class Session : fuzz::FuzzRoom {
     const uint32_t options = input.Take<uint8_t>();
     profile = options % 2 == 0 ? Profile::Robust : Profile::Classic;
     server.SetProfile(profile);
+    isYoung = profile == Profile::Robust && options % 16 >= 8;
+    server.SetCapabilities(isYoung ? 1 : 0);
     server.SetSendRate(options % 4 < 2 ? 0 : 20'000);
     for (const fuzz::File& file : files) machine.Disk().Write("C:" + file.name, file.content);
     world.Net().SetTap([this](const sim::SentDatagram& sent) {
@@ -59,7 +61,10 @@ class Session : fuzz::FuzzRoom {
   void Answer() {
     const uint32_t who = input.Below(12);
     const Endpoint peer = Peer(who < 10 ? static_cast<uint8_t>(who % 4) : input.Take<uint8_t>());
-    switch (input.Below(6)) {
+    switch (input.Below(isYoung ? 9 : 6)) {
+      case 6: return Reply(Build(Accept{.session = OurSession(), .instance = input.Below(3)}), peer);
+      case 7:
+      case 8: return Write(peer);
       case 0: return Reply(Build(Client{static_cast<uint8_t>(input.Below(2))}), peer);
       case 1:
       case 2: return Reply(Build(Ack{input.Number(), input.Number()}), peer);
@@ -96,11 +101,27 @@ class Session : fuzz::FuzzRoom {
     machine.Disk().Write("C:" + file.name, std::span(file.content).first(input.Below(6)));
   }
 
+  uint32_t OurSession() { return input.Below(4) == 0 ? input.Number() : session; }
+
+  void Write(Endpoint peer) {
+    const auto text = input.TakeBytes(input.Below(40));
+    Reply(
+        BuildText(Letter{.session = OurSession(), .instance = input.Below(3), .number = input.Below(8), .text = text}),
+        peer);
+    while (const auto letter = server.TakeLetter())
+      MUST(clients.contains(letter->address) && letter->text.size() <= 40);
+  }
+
   // ---- what leaves ----
 
   void Check(const sim::SentDatagram& sent) {
     if (sent.destination == REPORT_GROUP) return MUST(IsReport(sent.bytes));
     const auto command = static_cast<Command>(sent.bytes.at(2));
+    if (command == CMD_OFFER) session = std::get<Offer>(ParseFromSender(sent.bytes)).session;
+    if (command == CMD_HEARD || command == CMD_UNDERWAY) {
+      MUST(isYoung && !std::holds_alternative<Reject>(ParseReply(sent.bytes)));
+      return MUST(sent.destination.address != fuzz::GROUP.address);
+    }
     if (command == CMD_DATA || command == CMD_RESEND) {
       CheckBlock(sent, command);
     } else {
@@ -131,6 +152,8 @@ class Session : fuzz::FuzzRoom {
   Profile profile = Profile::Classic;
   CTransServer server{machine.Seam()};
   std::set<uint32_t> clients;
+  bool isYoung = false;  ///< Offers something.
+  uint32_t session = 0;
   bool hasChangedFiles = false;
   uint64_t requests = 0;
   uint64_t answers = 0;

@@ -12,11 +12,14 @@ SYSTEM_HEADER = re.compile(
     r"^((sys|netinet|net|arpa|linux|asm|bits)/.*|(unistd|pthread|fcntl|poll|signal|dirent|ifaddrs|sched|pwd|grp|"
     r"netdb|dlfcn|termios|ucontext|semaphore|syslog|mntent|windows|winsock2?|ws2tcpip|mmsystem|shlobj|io|direct|"
     r"process)\.h)$")
-# The command and the examples are programs of their own, which stand above the library.
+# The command does so in one folder an operating system; examples are programs of their own.
 # The simulated world needs the machine for one thing, the stacks of its fibers.
-MAY_NAME_THE_SYSTEM = ("src/platform/posix/", "src/platform/win32/", "cli/", "tests/", "tools/", "examples/",
-                       "sim/context.", "sim/stacks.")
-OTHERS_LIBRARY = re.compile(r"^(CLI|fmt|gtest|gmock|nlohmann|rapidjson|boost)/|^(sodium|xxhash)\.h$")
+COMMAND_SYSTEMS = ("cli/system/posix/", "cli/system/win32/")
+OF_ONE_SYSTEM = ("platform/posix/", "platform/win32/")
+MAY_NAME_THE_SYSTEM = ("src/platform/posix/", "src/platform/win32/", *COMMAND_SYSTEMS, "tests/", "tools/", "bench/",
+                       "examples/", "sim/world/fibers/")
+SYSTEM_ERRORS = re.compile(r"\b(errno|strerror|perror)\b")
+OTHERS_LIBRARY = re.compile(r"^(CLI|fmt|gtest|gmock|nlohmann|rapidjson|boost)/|^(sodium|utf8proc|xxhash)\.h$")
 BANNED_CALL = re.compile(
     r"(?<![\w.>])(?:std::|::)?(s?rand|time|u?sleep|str(?:cpy|cat)|v?sprintf|ato[ifl]|gets)\s*\(")
 LONGEST_LINE, LONGEST_FUNCTION, LONGEST_FILE = 120, 70, 500
@@ -69,8 +72,12 @@ def check_include(path, number, line):
                 offend(path, number, f"not a floor of the house: {name}")
             elif FLOORS[top] > FLOORS[floor] or (FLOORS[top] == FLOORS[floor] and top != floor):
                 offend(path, number, f"{floor} does not see {top}: {name}")
-    if house == "cli" and match.group(1) == '"' and top != "cli":
-        offend(path, number, f"the command sees the public headers only: {name}")
+    if house == "cli" and not str(path).startswith(COMMAND_SYSTEMS):
+        beneath = top == "platform" and str(path).startswith("cli/system/") and not name.startswith(OF_ONE_SYSTEM)
+        if match.group(1) == '"' and not beneath and (top != "cli" or name.startswith(COMMAND_SYSTEMS)):
+            offend(path, number, f"the command sees the public headers and its own alone: {name}")
+        if name in ("cerrno", "csignal"):
+            offend(path, number, f"names the operating system: {name}")
 
 
 def check_functions(path, lines):
@@ -94,10 +101,11 @@ def check_functions(path, lines):
 
 
 def check_types(path, lines):
-    """One name, one type: the floors share a namespace, and a linker silently takes either of two."""
+    """One name, one type: the floors share a namespace, and a linker silently takes either of two. The command has a
+    namespace of its own, and other names all the same: nobody has to ask which of two is meant."""
     for number, line in enumerate(lines, 1):
         match = re.match(r"(?:class|struct|enum class|enum) (\w+)(?: final)?(?: :.*)? \{", line)
-        if match and path.suffix == ".h" and path.parts[0] == "src":
+        if match and path.suffix == ".h" and path.parts[0] in ("src", "cli"):
             earlier = types.setdefault(match.group(1), path)
             if earlier != path:
                 offend(path, number, f"{match.group(1)} is also a type of {earlier}")
@@ -112,6 +120,8 @@ def check_cpp(path, text):
         call = BANNED_CALL.search(line)
         if call:
             offend(path, number, f"banned call: {call.group(1)}")
+        if path.parts[0] == "cli" and not str(path).startswith(COMMAND_SYSTEMS) and SYSTEM_ERRORS.search(line):
+            offend(path, number, "the errors of the system have names of the command's own")
     check_functions(path, lines)
 
 

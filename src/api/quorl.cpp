@@ -2,11 +2,18 @@
 // Nothing is thrown across them: what the work behind them cannot do is told by results and messages.
 #include <quorl/quorl.h>
 
-#include <new>
-
+#include "api/guard.h"
 #include "api/roles.h"
 
 namespace {
+
+using quorl::Client;
+using quorl::Guarded;
+using quorl::Server;
+
+// Of most functions the result says nothing.
+constexpr uint32_t ALWAYS = 1;
+constexpr uint32_t FAILED = 0;
 
 // What SetSelectFiles answers when its lists do not fit into memory.
 constexpr int32_t NO_MEMORY = 6;
@@ -24,57 +31,53 @@ std::vector<std::string> PathsOf(const char* const* paths, uint32_t count) {
 }  // namespace
 
 uint32_t InitServer(QuorlWindow window, uint32_t groupAddress, uint32_t groupPort, uint32_t localInterface) {
-  return quorl::Server().InitServer(window, groupAddress, groupPort, localInterface);
+  return Guarded(FAILED, [&] { return Server().InitServer(window, groupAddress, groupPort, localInterface); });
 }
 
 uint32_t InitClient(QuorlWindow window, uint32_t groupAddress, uint32_t groupPort, uint32_t localInterface) {
-  return quorl::Client().InitClient(window, groupAddress, groupPort, localInterface);
+  return Guarded(FAILED, [&] { return Client().InitClient(window, groupAddress, groupPort, localInterface); });
 }
 
 uint32_t DeInitServer(void) {
-  return quorl::Server().DeInitServer();
+  return Guarded(ALWAYS, [] { return Server().DeInitServer(); });
 }
 
 uint32_t DeInitClient(void) {
-  return quorl::Client().DeInitClient();
+  return Guarded(ALWAYS, [] { return Client().DeInitClient(); });
 }
 
 int32_t SetSelectFiles(const char* const* paths, uint32_t pathCount, const char* autoOpenName) {
-  try {
-    return quorl::Server().SetSelectFiles(PathsOf(paths, pathCount), TextOf(autoOpenName));
-  } catch (const std::bad_alloc&) {
-    return NO_MEMORY;
-  }
+  return Guarded(NO_MEMORY, [&] { return Server().SetSelectFiles(PathsOf(paths, pathCount), TextOf(autoOpenName)); });
 }
 
 uint32_t SetSubDirTrans(uint32_t flag) {
-  return quorl::Server().SetSubDirTrans(flag);
+  return Guarded(ALWAYS, [&] { return Server().SetSubDirTrans(flag); });
 }
 
 uint32_t SetTargetPath(uint32_t targetFolder, const char* targetPath) {
-  return quorl::Server().SetTargetPath(targetFolder, TextOf(targetPath));
+  return Guarded(ALWAYS, [&] { return Server().SetTargetPath(targetFolder, TextOf(targetPath)); });
 }
 
 uint32_t GetIsHasInvalidChar(void) {
-  return quorl::Server().GetIsHasInvalidChar();
+  return Guarded(FAILED, [] { return Server().GetIsHasInvalidChar(); });
 }
 
 uint32_t StartSend(void) {
-  return quorl::Server().StartSend();
+  return Guarded(ALWAYS, [] { return Server().StartSend(); });
 }
 
 uint32_t StopSend(void) {
-  return quorl::Server().StopSend();
+  return Guarded(ALWAYS, [] { return Server().StopSend(); });
 }
 
 uint32_t StartReceive(void) {
-  return quorl::Client().StartReceive();
+  return Guarded(ALWAYS, [] { return Client().StartReceive(); });
 }
 
 uint32_t StopReceive(void) {
-  return quorl::Client().StopReceive();
+  return Guarded(ALWAYS, [] { return Client().StopReceive(); });
 }
 
 uint32_t GetErrInfo(uint32_t* errInfoBuffer) {
-  return errInfoBuffer == nullptr ? 0 : quorl::Server().GetErrInfo(errInfoBuffer);
+  return errInfoBuffer == nullptr ? 0 : Guarded(FAILED, [&] { return Server().GetErrInfo(errInfoBuffer); });
 }

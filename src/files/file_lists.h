@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "files/survey.h"
 #include "platform/machine.h"
 
 namespace quorl {
@@ -15,7 +17,7 @@ inline constexpr std::string_view ILLEGAL_NAME_CHARS = "/*?><\"|:";
 /// A file to send: where it lies on this machine, and the name under which receivers store it.
 struct FileEntry {
   std::string fullPath;      ///< "C:\data\photos\a.jpg"
-  std::string relativeName;  ///< "\photos\a.jpg", at most 519 bytes
+  std::string relativeName;  ///< "\photos\a.jpg"; fits a name field
 
   friend bool operator==(const FileEntry&, const FileEntry&) = default;
 };
@@ -27,18 +29,24 @@ struct FileLists {
   std::vector<std::string> ArrayEmptyDir;  ///< Relative names of the visited directories without a subdirectory.
 };
 
-/// How names are cut and how deep directories are walked.
+/// Whether the host wants a path left out, a directory with all that is in it; empty: none.
+using PathFilter = std::function<bool(const std::string& path, bool isDirectory)>;
+
+/// How names are cut, how deep directories are walked, and what of them.
 struct ListRules {
   int32_t parentPathLength = 0;  ///< Leading bytes that a name loses when it was found in a directory; below 0: none.
   bool subDirTrans = false;      ///< Whether a selected directory is walked below its first level.
+  bool sorted = false;           ///< By name within a directory; else in the file system's own order.
+  PathFilter leavesOut = nullptr;
 };
 
-/// Fills the other two lists from `lists.ArrayFileName`. A path that is no file counts as a directory, a missing one as
-/// an empty directory. Files that cannot travel are left out: their name holds one of ILLEGAL_NAME_CHARS (looked for
-/// on the first level only, behind the name's first three bytes), or a backslash, or is longer than 519 bytes, or they
-/// have more blocks than can be numbered.
-/// -1 when something was left out, 0 when nothing is selected or memory ran out (what was listed stays), else the
-/// number of files. Runs on the host's thread; opens every file once.
-int32_t BuildFileList(const Machine& machine, const ListRules& rules, FileLists& lists);
+/// Fills the other two lists from `lists.ArrayFileName`. A missing path counts as an empty directory. What cannot
+/// travel is left out: a selected FIFO, socket or device, and files whose name holds one of ILLEGAL_NAME_CHARS (looked
+/// for on the first level only, behind the name's first three bytes), or a backslash, or does not fit a name field, or
+/// which have more blocks than can be numbered. -1 when such a thing was left out, 0 when nothing is selected or memory
+/// ran out (what was listed stays), else the number of files. Runs on the host's thread; opens every file once.
+/// `tell`, unless it is empty, hears of each file and directory as it is met, and of what is left out.
+int32_t BuildFileList(const Machine& machine, const ListRules& rules, FileLists& lists,
+                      const SurveyListener& tell = nullptr);
 
 }  // namespace quorl

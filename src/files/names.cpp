@@ -9,14 +9,9 @@
 
 #include <quorl/quorl.h>
 
-#include <string_view>
-
 namespace quorl {
 
 namespace {
-
-constexpr size_t LONGEST_LOCAL_PATH = 260;
-constexpr std::string_view REMOVED_CHARS = "/*?><";
 
 std::string WithoutRemovedChars(std::string text) {
   std::erase_if(text, [](char c) { return REMOVED_CHARS.find(c) != std::string_view::npos; });

@@ -1,13 +1,20 @@
 // Names from the wire, and where they lead on this machine.
 #pragma once
 
+#include <quorl/quorl.h>
+
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "platform/machine.h"
 #include "protocol/name_field.h"
 
 namespace quorl {
+
+/// A receiver's paths have at most so many bytes, and lose these characters where they name files.
+inline constexpr size_t LONGEST_LOCAL_PATH = QUORL_PATH_LENGTH;
+inline constexpr std::string_view REMOVED_CHARS = "/*?><";
 
 /// The name in `field` as this machine's 8-bit text. Only a name from a sender of the older family that reaches an NT
 /// machine changes on the way.
@@ -25,8 +32,8 @@ struct MappedPath {
   LocalPath path;  ///< Meaningful with status 0 only.
 };
 
-/// Where the file `name` goes: targetDir followed directly by name, at most 260 bytes once every one of / * ? > < has
-/// been removed from both. Refused when what remains is not beneath the target, or names no file.
+/// Where the file `name` goes: targetDir followed directly by name, at most QUORL_PATH_LENGTH bytes once every one of
+/// / * ? > < has been removed from both. Refused when what remains is not beneath the target, or names no file.
 MappedPath MapFilePath(const std::string& targetDir, const std::string& name);
 
 /// Where the directory `name` goes; nothing is removed, an empty name is the target itself. Refused when not beneath

@@ -2,6 +2,8 @@
 
 #include "files/selection.h"
 
+#include <quorl/quorl.h>
+
 #include <new>
 #include <string_view>
 
@@ -9,8 +11,8 @@ namespace quorl {
 
 namespace {
 
-constexpr size_t LONGEST_PATH = 260;
-constexpr size_t SHORTEST_PATH = 3;
+constexpr size_t LONGEST_PATH = QUORL_PATH_LENGTH;
+constexpr size_t SHORTEST_PATH = QUORL_SHORTEST_PATH;
 
 // Result codes of SetSelectFiles.
 constexpr int32_t ACCEPTED = 1;
@@ -51,15 +53,15 @@ int32_t ParentPathLength(const std::string& path) {
 
 Selection::Selection(const Machine& machine) : machine(machine), lists(std::make_shared<FileLists>()) {}
 
-int32_t Selection::SetSelectFiles(const std::vector<std::string>& paths, const std::string& newAutoOpenName) {
+int32_t Selection::SetSelectFiles(const std::vector<std::string>& paths, const std::string& newAutoOpenName,
+                                  bool sorted, const PathFilter& leavesOut) {
   ClearFileLists();
   if (paths.empty()) {
     machine.debug.Write("\nQuorl-----No files in CSringArray!\n");
     return ACCEPTED;
   }
   if (const int32_t result = AcceptPaths(paths); result != ACCEPTED) return result;
-  const ListRules rules{ParentPathLength(paths.back()), subDirTrans != 0};
-  if (BuildFileList(machine, rules, *lists) < 0) {
+  if (BuildFileList(machine, RulesFor(paths, subDirTrans != 0, sorted, leavesOut), *lists) < 0) {
     hasInvalidChar = 1;
     return NAME_LEFT_OUT;
   }
@@ -94,6 +96,14 @@ int32_t Selection::AcceptPaths(const std::vector<std::string>& paths) {
     }
   }
   return ACCEPTED;
+}
+
+bool IsAcceptedPath(const std::string& path) {
+  return CheckPath(path).result == ACCEPTED;
+}
+
+ListRules RulesFor(const std::vector<std::string>& paths, bool subDirTrans, bool sorted, const PathFilter& leavesOut) {
+  return {paths.empty() ? -1 : ParentPathLength(paths.back()), subDirTrans, sorted, leavesOut};
 }
 
 }  // namespace quorl

@@ -15,12 +15,14 @@ class Selection {
  public:
   explicit Selection(const Machine& machine);
 
-  /// Replaces the selection. Paths are full paths of 3 to 260 bytes, files and directories mixed; the last path's
-  /// parent directory is what all names lose. An empty newAutoOpenName keeps the one before.
+  /// Replaces the selection. Paths are full paths of QUORL_SHORTEST_PATH to QUORL_PATH_LENGTH bytes, files and
+  /// directories mixed; the last path's parent directory is what all names lose. An empty newAutoOpenName keeps the one
+  /// before. `sorted`, `leavesOut`: see ListRules.
   /// 1 done; 2 a path is too long; 3 too short; 4 has no colon after its first byte; 5 holds an illegal character
   /// behind its third; 6 no memory; 7 listed, but something that cannot travel was left out (autoOpenName is kept).
   /// After 2 to 6 only the paths before the failing one are held, and nothing is to be sent.
-  int32_t SetSelectFiles(const std::vector<std::string>& paths, const std::string& newAutoOpenName);
+  int32_t SetSelectFiles(const std::vector<std::string>& paths, const std::string& newAutoOpenName, bool sorted,
+                         const PathFilter& leavesOut = nullptr);
 
   /// Nonzero walks directories to any depth, from the next SetSelectFiles on.
   void SetSubDirTrans(uint32_t flag) { subDirTrans = flag; }
@@ -46,5 +48,11 @@ class Selection {
   uint32_t hasInvalidChar = 0;
   std::string autoOpenName;
 };
+
+/// Whether SetSelectFiles takes a path of this form.
+bool IsAcceptedPath(const std::string& path);
+
+/// How a selection of these paths, of which there is one at least, is listed.
+ListRules RulesFor(const std::vector<std::string>& paths, bool subDirTrans, bool sorted, const PathFilter& leavesOut);
 
 }  // namespace quorl

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <quorl/quorl.h>
+
 #include <cstdint>
 #include <string>
 
@@ -8,7 +10,7 @@
 namespace quorl {
 
 /// The folder identifier with which a sender names the target directory literally.
-inline constexpr uint32_t LITERAL_TARGET = 0xFFFFFFFF;
+inline constexpr uint32_t LITERAL_TARGET = QUORL_TARGET_IS_PATH;
 
 /// The receiver's target directory: `path` as it stands for LITERAL_TARGET, else the special folder `folder` of the
 /// user who is logged on (who may not be the user that runs the process). `previous`, the target before, when the

@@ -43,9 +43,13 @@ class OutputFile {
   virtual WriteOutcome Close() = 0;
 };
 
+/// Why something in a directory never travels.
+enum class Unsent { No, LinkToDirectory, BrokenLink, Fifo, Socket, Device, Other };
+
 struct DirectoryEntry {
   std::string name;
   bool isDirectory = false;
+  Unsent unsent = Unsent::No;
 };
 
 /// What opening a file for writing does when it does not exist.
@@ -57,6 +61,14 @@ struct OpenedOutput {
   WriteOutcome outcome = WriteOutcome::Failed;  ///< Done exactly when `file` is set.
 };
 
+/// What stands at a path, possibly reached through links.
+enum class PathKind {
+  File,
+  Directory,
+  Other,    ///< A FIFO, socket or device: nothing that could be sent.
+  Missing,  ///< Nothing, or nothing that can be looked at.
+};
+
 /// Directories and files by 8-bit paths of the form "C:\a\b". Any thread may use it.
 class Files {
  public:
@@ -64,11 +76,11 @@ class Files {
 
   // What a sender asks: paths that its own host named.
 
-  /// Whether `path` is a regular file, possibly reached through links.
-  virtual bool IsFile(const std::string& path) = 0;
+  virtual PathKind KindOf(const std::string& path) = 0;
 
-  /// The regular files (links to them too) and the directories (links to them not) in `path`, without "." and "..";
-  /// nothing when it cannot be listed.
+  /// The regular files (links to them too) and the directories (links to them not) in `path`, without "." and "..", and
+  /// what else stands there as far as the machine can tell why it is not sent,
+  /// in the order in which the file system names them; nothing when it cannot be listed.
   virtual std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& path) = 0;
 
   /// nullptr when `path` is no regular file or cannot be opened. Never waits, whatever `path` is.

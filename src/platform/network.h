@@ -1,9 +1,11 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <vector>
 
 #include "platform/threads.h"
 #include "platform/time.h"
@@ -32,8 +34,48 @@ struct Received {
   uint32_t droppedBefore = 0;  ///< Datagrams that found the receive buffer full since the one received before this.
 };
 
+/// What one receive takes of the datagrams that have come: as many as it has places for. One thread uses it.
+class DatagramBatch {
+ public:
+  struct Item {
+    std::span<const uint8_t> bytes;  ///< In its place; valid until the batch is received into again.
+    Endpoint from;
+  };
+
+  /// A datagram longer than `bytesEach` is cut.
+  DatagramBatch(size_t places, size_t bytesEach)
+      : places(places), bytesEach(bytesEach), memory(std::make_unique_for_overwrite<uint8_t[]>(places * bytesEach)) {
+    items.reserve(places);
+  }
+
+  const std::vector<Item>& Items() const { return items; }
+  bool IsFull() const { return items.size() == places; }
+  size_t PlacesLeft() const { return places - items.size(); }
+
+  // For sockets.
+
+  void Clear() { items.clear(); }
+  /// The place `ahead` behind the one that is filled next.
+  std::span<uint8_t> Place(size_t ahead = 0) { return {memory.get() + (items.size() + ahead) * bytesEach, bytesEach}; }
+  /// A datagram of that length has come into the next place.
+  void Fill(size_t length, Endpoint from) { items.push_back({Place().first(length), from}); }
+
+ private:
+  const size_t places;
+  const size_t bytesEach;
+  std::unique_ptr<uint8_t[]> memory;
+  std::vector<Item> items;
+};
+
+/// What a send waits for while the system has no room for its datagram, as when a link has stopped: for room, but no
+/// longer than this, and only until `interrupt` (may be null) is set.
+struct SendWait {
+  Duration limit = FOREVER;
+  Event* interrupt = nullptr;
+};
+
 /// An IPv4 datagram socket. Several threads may send at once; one thread receives; any thread may close it, which ends
-/// a running Receive at once. Options return false when the system refuses them.
+/// every running Send and Receive at once. Options return false when the system refuses them.
 ///
 /// A socket that is bound to a local address and has joined a group gets both the group's datagrams for its port and
 /// the unicast datagrams for its address, and everything it sends leaves from its own address and port.
@@ -53,11 +95,34 @@ class DatagramSocket {
   /// Makes Receive return at once when nothing has arrived, whatever its limit.
   virtual bool SetNonBlocking() = 0;
 
-  /// Sends one datagram. False when the system refused it or the socket is closed.
-  virtual bool Send(std::span<const uint8_t> datagram, Endpoint to) = 0;
+  /// Sends one datagram; waits for room. False when the system refused it, the wait is over, or the socket is closed.
+  virtual bool Send(std::span<const uint8_t> datagram, Endpoint to, const SendWait& wait = {}) = 0;
+
+  /// Sends several, in order, as cheaply as the machine can. False when one could not be sent; those after it are not.
+  virtual bool SendBatch(std::span<const std::span<const uint8_t>> datagrams, Endpoint to, const SendWait& wait = {}) {
+    return std::all_of(datagrams.begin(), datagrams.end(),
+                       [&](std::span<const uint8_t> datagram) { return Send(datagram, to, wait); });
+  }
 
   /// Waits at most `limit` for one datagram, or until `interrupt` (may be null) is set.
   virtual Received Receive(std::span<uint8_t> buffer, Duration limit, Event* interrupt) = 0;
+
+  /// The same for all that have come, as many as `batch` has places for; its length is that of all, and so is what was
+  /// dropped. As it stands here, one after the other.
+  virtual Received ReceiveBatch(DatagramBatch& batch, Duration limit, Event* interrupt) {
+    batch.Clear();
+    Received all = Receive(batch.Place(), limit, interrupt);
+    if (all.outcome != Received::Outcome::Datagram) return all;
+    batch.Fill(all.length, all.from);
+    while (!batch.IsFull()) {
+      const Received next = Receive(batch.Place(), Duration::zero(), nullptr);
+      if (next.outcome != Received::Outcome::Datagram) break;
+      batch.Fill(next.length, next.from);
+      all.length += next.length;
+      all.droppedBefore += next.droppedBefore;
+    }
+    return all;
+  }
 
   /// Idempotent. The port is free for others as soon as no call is running on the socket any more.
   virtual void Close() = 0;

@@ -59,6 +59,9 @@ class Shell {
   /// The extended query: bytes that the caller may still use on the drive that holds `directory`.
   virtual std::optional<uint64_t> FreeBytes(const std::string& directory) = 0;
 
+  /// Files and directories that can still be made on that drive; nothing where only their bytes count.
+  virtual std::optional<uint64_t> FreeNames(const std::string& /*directory*/) { return std::nullopt; }
+
   /// The old query, by clusters.
   virtual std::optional<FreeClusters> QueryFreeClusters(const std::string& directory) = 0;
 };

@@ -1,6 +1,8 @@
 // How a file is cut into blocks.
 #pragma once
 
+#include <quorl/quorl.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -8,7 +10,7 @@
 namespace quorl {
 
 /// Bytes of file data in every block but a file's last.
-inline constexpr size_t BLOCK_SIZE = 4254;
+inline constexpr size_t BLOCK_SIZE = QUORL_BLOCK_SIZE;
 
 /// A file's blocks are numbered 0 to lastBlock. The last one holds tailSize bytes, possibly none: a file of an exact
 /// multiple of BLOCK_SIZE, an empty one too, ends with an empty block.
@@ -25,7 +27,10 @@ struct FileShape {
 
   constexpr uint64_t BlockCount() const { return uint64_t{lastBlock} + 1; }
   constexpr uint64_t Length() const { return BlockOffset(lastBlock) + tailSize; }
-  constexpr size_t BytesInBlock(uint32_t block) const { return block < lastBlock ? BLOCK_SIZE : tailSize; }
+  constexpr size_t BytesInBlock(uint32_t block) const {
+    if (block < lastBlock) return BLOCK_SIZE;
+    return block == lastBlock ? tailSize : 0;
+  }
   static constexpr uint64_t BlockOffset(uint32_t block) { return uint64_t{block} * BLOCK_SIZE; }
 
   friend bool operator==(const FileShape&, const FileShape&) = default;

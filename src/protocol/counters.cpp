@@ -27,11 +27,12 @@ constexpr PublicName NAMES[] = {
     {Count::DroppedNotFirstSending, nullptr, "receiver.dropped.not_first_sending"},
     {Count::DroppedFileNumberZero, nullptr, "receiver.dropped.file_zero"},
     {Count::DroppedTailOutOfRange, nullptr, "receiver.dropped.tail"},
-    {Count::DroppedBlockBeyondLast, nullptr, "receiver.dropped.beyond_last"},
     {Count::DroppedBlockIncomplete, nullptr, "receiver.dropped.incomplete"},
-    {Count::DroppedMoreFilesThanBlocks, nullptr, "receiver.dropped.totals"},
+    {Count::DroppedTextTooLong, "sender.dropped.text", "receiver.dropped.text"},
     {Count::DroppedStranger, "sender.dropped.stranger", "receiver.dropped.stranger"},
     {Count::DroppedUnannounced, nullptr, "receiver.dropped.unannounced"},
+    {Count::DroppedMoreFilesThanBlocks, nullptr, "receiver.dropped.totals"},
+    {Count::DroppedBlockBeyondLast, nullptr, "receiver.dropped.beyond_last"},
     {Count::DroppedBeyondFileCount, nullptr, "receiver.dropped.beyond_files"},
     {Count::DroppedBeyondTotal, nullptr, "receiver.dropped.beyond_total"},
     {Count::DroppedSecondShape, nullptr, "receiver.dropped.second_shape"},
@@ -52,8 +53,8 @@ constexpr PublicName NAMES[] = {
 };
 static_assert(std::size(NAMES) == static_cast<size_t>(Count::COUNT));
 // One for each Reject, in its order.
-static_assert(static_cast<size_t>(Count::DroppedMoreFilesThanBlocks) - static_cast<size_t>(Count::DroppedWrongMagic) ==
-              static_cast<size_t>(Reject::MoreFilesThanBlocks));
+static_assert(static_cast<size_t>(Count::DroppedTextTooLong) - static_cast<size_t>(Count::DroppedWrongMagic) ==
+              static_cast<size_t>(Reject::TextTooLong));
 
 }  // namespace
 

@@ -25,18 +25,19 @@ enum class Count : uint8_t {
   DroppedNotFirstSending,
   DroppedFileNumberZero,
   DroppedTailOutOfRange,
-  DroppedBlockBeyondLast,
   DroppedBlockIncomplete,
-  DroppedMoreFilesThanBlocks,
+  DroppedTextTooLong,
 
-  DroppedStranger,         ///< From another address than the sender that the receiver is bound to, or than the known
-                           ///< receivers.
-  DroppedUnannounced,      ///< What only an announcement gives a meaning, without one.
-  DroppedBeyondFileCount,  ///< A block of a file beyond the announced ones,
-  DroppedBeyondTotal,      ///< or beyond the announced number of blocks,
-  DroppedSecondShape,      ///< or with another shape or name than its file has.
-  DroppedQueueFull,        ///< A block that found no room on the way to the writer.
-  DroppedMessages,         ///< Messages that found no room in the host window's queue.
+  DroppedStranger,     ///< From another address than the sender that the receiver is bound to, or than the known
+                       ///< receivers.
+  DroppedUnannounced,  ///< What only an announcement gives a meaning, without one.
+  DroppedMoreFilesThanBlocks,  ///< An announcement whose totals do not match: every file has a block.
+  DroppedBlockBeyondLast,      ///< A block after its file's last.
+  DroppedBeyondFileCount,      ///< A block of a file beyond the announced ones,
+  DroppedBeyondTotal,          ///< or beyond the announced number of blocks,
+  DroppedSecondShape,          ///< or with another shape or name than its file has.
+  DroppedQueueFull,            ///< A block that found no room on the way to the writer.
+  DroppedMessages,             ///< Messages that found no room in the host window's queue.
 
   RefusedNames,        ///< Files whose name leads nowhere beneath the target, or to the place of another file.
   RefusedDirectories,  ///< Empty directories of such a name, or beyond what one transfer may announce.

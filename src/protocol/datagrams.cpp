@@ -31,18 +31,10 @@ FromSender ParseBlock(std::span<const uint8_t> datagram) {
   if (Message::COMMAND == CMD_DATA && head.firstSending == 0) return Reject::NotFirstSending;
   if (head.file == 0) return Reject::FileNumberZero;
   if (head.tailSize >= BLOCK_SIZE) return Reject::TailOutOfRange;
-  if (head.block > head.lastBlock) return Reject::BlockBeyondLast;
   const auto bytes = datagram.subspan(BLOCK_HEAD_SIZE);
   const size_t expected = head.Shape().BytesInBlock(head.block);
   if (bytes.size() < expected) return Reject::BlockIncomplete;
   return Message{head, bytes.first(expected)};
-}
-
-FromSender ParseTask(std::span<const uint8_t> datagram) {
-  if (!IsLongEnough<Task>(datagram)) return Reject::TooShort;
-  const Task task = ReadFields<Task>(datagram);
-  if (task.fileCount > task.totalBlocks) return Reject::MoreFilesThanBlocks;
-  return task;
 }
 
 FromSender ParseEmptyDir(std::span<const uint8_t> datagram) {
@@ -57,14 +49,31 @@ FromSender ParseEmptyDir(std::span<const uint8_t> datagram) {
   return message;
 }
 
-bool IsCommand(uint8_t code) {
-  return code >= CMD_COLLECT && code <= CMD_AOFNAME;
+/// One with a version and an extension, as one alternative of `Result`. Of version 0 there is none.
+template <typename Result, typename Message>
+Result ParseGrowing(std::span<const uint8_t> datagram) {
+  if (!IsLongEnough<Message>(datagram)) return Reject::TooShort;
+  Message message = ReadFields<Message>(datagram);
+  if (message.version == 0) return Reject::UnknownCommand;
+  const auto rest = datagram.subspan(LENGTH<Message>);
+  if (rest.size() < message.extension) return Reject::TooShort;
+  if constexpr (requires { message.text; }) {
+    message.text = rest.subspan(message.extension);
+    if (message.text.size() > MAX_TEXT) return Reject::TextTooLong;
+  }
+  if constexpr (requires { message.size; }) message.size = static_cast<uint16_t>(datagram.size());
+  return message;
 }
 
-constexpr std::array<std::string_view, CMD_AOFNAME + 1> COMMAND_NAMES = {
-    "",           "CMD_COLLECT",  "CMD_CLIENT", "CMD_MASTER", "CMD_RELEASE",  "CMD_ACK",
-    "CMD_TASK",   "CMD_RESEND",   "CMD_FINISH", "CMD_STOP",   "CMD_EMPTYDIR", "CMD_DATA",
-    "CMD_ANSWER", "CMD_SERVEROS", "CMD_REPORT", "CMD_AOFNAME"};
+bool IsCommand(uint8_t code) {
+  return code >= CMD_COLLECT && code <= CMD_HEARD;
+}
+
+constexpr std::array<std::string_view, CMD_HEARD + 1> COMMAND_NAMES = {
+    "",           "CMD_COLLECT", "CMD_CLIENT", "CMD_MASTER",   "CMD_RELEASE",  "CMD_ACK",    "CMD_TASK",
+    "CMD_RESEND", "CMD_FINISH",  "CMD_STOP",   "CMD_EMPTYDIR", "CMD_DATA",     "CMD_ANSWER", "CMD_SERVEROS",
+    "CMD_REPORT", "CMD_AOFNAME", "CMD_OFFER",  "CMD_ACCEPT",   "CMD_UNDERWAY", "CMD_WORD",   "CMD_LETTER",
+    "CMD_HEARD"};
 
 std::string Escape(std::string_view text) {
   std::string escaped;
@@ -111,6 +120,12 @@ std::string DescribeFields(uint8_t code, std::span<const uint8_t> datagram) {
     case CMD_ANSWER: return DescribeFields<Answer>(datagram);
     case CMD_SERVEROS: return DescribeFields<ServerOs>(datagram);
     case CMD_AOFNAME: return DescribeFields<AutoOpenName>(datagram);
+    case CMD_OFFER: return DescribeFields<Offer>(datagram);
+    case CMD_ACCEPT: return DescribeFields<Accept>(datagram);
+    case CMD_UNDERWAY: return DescribeFields<UnderWay>(datagram);
+    case CMD_WORD: return DescribeFields<Word>(datagram);
+    case CMD_LETTER: return DescribeFields<Letter>(datagram);
+    case CMD_HEARD: return DescribeFields<Heard>(datagram);
     default: return {};
   }
 }
@@ -174,7 +189,7 @@ FromSender ParseFromSender(std::span<const uint8_t> datagram) {
     case CMD_COLLECT: return Collect{};
     case CMD_MASTER: return ParseFixed<FromSender, Master>(datagram);
     case CMD_RELEASE: return ParseFixed<FromSender, Release>(datagram);
-    case CMD_TASK: return ParseTask(datagram);
+    case CMD_TASK: return ParseFixed<FromSender, Task>(datagram);
     case CMD_RESEND: return ParseBlock<Resend>(datagram);
     case CMD_FINISH: return ParseFixed<FromSender, Finish>(datagram);
     case CMD_STOP: return Stop{};
@@ -182,6 +197,8 @@ FromSender ParseFromSender(std::span<const uint8_t> datagram) {
     case CMD_DATA: return ParseBlock<Data>(datagram);
     case CMD_SERVEROS: return ParseFixed<FromSender, ServerOs>(datagram);
     case CMD_AOFNAME: return ParseFixed<FromSender, AutoOpenName>(datagram);
+    case CMD_OFFER: return ParseGrowing<FromSender, Offer>(datagram);
+    case CMD_WORD: return ParseGrowing<FromSender, Word>(datagram);
     default: return IsCommand(datagram[2]) ? Reject::NotForThisSide : Reject::UnknownCommand;
   }
 }
@@ -194,6 +211,18 @@ FromReceiver ParseFromReceiver(std::span<const uint8_t> datagram) {
     case CMD_ACK: return ParseFixed<FromReceiver, Ack>(datagram);
     case CMD_FINISH: return ParseFixed<FromReceiver, Finish>(datagram);
     case CMD_ANSWER: return ParseFixed<FromReceiver, Answer>(datagram);
+    case CMD_ACCEPT: return ParseGrowing<FromReceiver, Accept>(datagram);
+    case CMD_LETTER: return ParseGrowing<FromReceiver, Letter>(datagram);
+    default: return IsCommand(datagram[2]) ? Reject::NotForThisSide : Reject::UnknownCommand;
+  }
+}
+
+Reply ParseReply(std::span<const uint8_t> datagram) {
+  if (!HasMagic(datagram)) return Reject::WrongMagic;
+  if (datagram.size() < HEADER_SIZE) return Reject::TooShort;
+  switch (datagram[2]) {
+    case CMD_UNDERWAY: return ParseGrowing<Reply, UnderWay>(datagram);
+    case CMD_HEARD: return ParseGrowing<Reply, Heard>(datagram);
     default: return IsCommand(datagram[2]) ? Reject::NotForThisSide : Reject::UnknownCommand;
   }
 }

@@ -1,9 +1,13 @@
 // Every datagram that sender and receivers exchange: the codes, one struct a layout, building and parsing.
 //
 // What comes off the wire is parsed here once. What cannot come from a conforming peer is rejected with its reason, so
-// that later code can trust what it gets: a block lies within its file, and all of its bytes have arrived.
+// that later code can trust what it gets: all bytes of a block have arrived. A block beyond its file's last has none.
 #pragma once
 
+#include <quorl/host.h>
+#include <quorl/quorl.h>
+
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <span>
@@ -32,6 +36,14 @@ enum Command : uint8_t {
   CMD_SERVEROS = 13,  ///< sender to all: its platform
   CMD_REPORT = 14,    ///< sender to the report group: still alive
   CMD_AOFNAME = 15,   ///< sender to all: the file to open at the end
+
+  // Younger than the others; docs/protocol.md. Each has a version and room to grow.
+  CMD_OFFER = 16,     ///< sender to all: what it is able to beyond all that
+  CMD_ACCEPT = 17,    ///< receiver: what it is able to
+  CMD_UNDERWAY = 18,  ///< sender to one: a transfer that it came too late for
+  CMD_WORD = 19,      ///< sender's host to the hosts of all
+  CMD_LETTER = 20,    ///< receiver's host to the sender's
+  CMD_HEARD = 21,     ///< sender to one: the letter has come
 };
 
 /// The bytes 0x91 0x02 begin every datagram.
@@ -168,6 +180,91 @@ struct AutoOpenName {
 template <>
 inline constexpr auto FIELDS<AutoOpenName> = std::tuple{Field{"name", 3, &AutoOpenName::name}};
 
+// ---- what younger peers say to each other ----
+
+struct Offer {
+  static constexpr Command COMMAND = CMD_OFFER;
+  uint8_t version = 1;
+  uint16_t extension = 0;
+  uint32_t session = 0;
+  uint32_t capabilities = 0;
+  uint16_t size = 0;  ///< Of the datagram that was parsed; travels in no field.
+};
+template <>
+inline constexpr auto FIELDS<Offer> =
+    std::tuple{Field{"version", 3, &Offer::version}, Field{"extension", 4, &Offer::extension},
+               Field{"session", 6, &Offer::session}, Field{"capabilities", 10, &Offer::capabilities}};
+
+struct Accept {
+  static constexpr Command COMMAND = CMD_ACCEPT;
+  uint8_t version = 1;
+  uint16_t extension = 0;
+  uint32_t session = 0;  ///< The offer's; 0: none has been heard, but a transfer has.
+  uint32_t capabilities = 0;
+  uint32_t instance = 0;  ///< Another one in each program that is started.
+  uint16_t longest = 0;   ///< Bytes of the longest offer that came.
+};
+template <>
+inline constexpr auto FIELDS<Accept> =
+    std::tuple{Field{"version", 3, &Accept::version},    Field{"extension", 4, &Accept::extension},
+               Field{"session", 6, &Accept::session},    Field{"capabilities", 10, &Accept::capabilities},
+               Field{"instance", 14, &Accept::instance}, Field{"longest", 18, &Accept::longest}};
+
+struct UnderWay {
+  static constexpr Command COMMAND = CMD_UNDERWAY;
+  uint8_t version = 1;
+  uint16_t extension = 0;
+  uint32_t session = 0;
+  uint32_t totalBlocks = 0;
+  uint32_t sentBlocks = 0;
+};
+template <>
+inline constexpr auto FIELDS<UnderWay> =
+    std::tuple{Field{"version", 3, &UnderWay::version}, Field{"extension", 4, &UnderWay::extension},
+               Field{"session", 6, &UnderWay::session}, Field{"total blocks", 10, &UnderWay::totalBlocks},
+               Field{"sent blocks", 14, &UnderWay::sentBlocks}};
+
+struct Word {
+  static constexpr Command COMMAND = CMD_WORD;
+  uint8_t version = 1;
+  uint16_t extension = 0;
+  uint32_t session = 0;
+  uint32_t number = 0;
+  std::span<const uint8_t> text{};  ///< What follows the fields, in the buffer that was parsed.
+};
+template <>
+inline constexpr auto FIELDS<Word> =
+    std::tuple{Field{"version", 3, &Word::version}, Field{"extension", 4, &Word::extension},
+               Field{"session", 6, &Word::session}, Field{"number", 10, &Word::number}};
+
+struct Letter {
+  static constexpr Command COMMAND = CMD_LETTER;
+  uint8_t version = 1;
+  uint16_t extension = 0;
+  uint32_t session = 0;
+  uint32_t instance = 0;
+  uint32_t number = 0;
+  std::span<const uint8_t> text{};
+};
+template <>
+inline constexpr auto FIELDS<Letter> =
+    std::tuple{Field{"version", 3, &Letter::version}, Field{"extension", 4, &Letter::extension},
+               Field{"session", 6, &Letter::session}, Field{"instance", 10, &Letter::instance},
+               Field{"number", 14, &Letter::number}};
+
+struct Heard {
+  static constexpr Command COMMAND = CMD_HEARD;
+  uint8_t version = 1;
+  uint16_t extension = 0;
+  uint32_t session = 0;
+  uint32_t instance = 0;
+  uint32_t number = 0;
+};
+template <>
+inline constexpr auto FIELDS<Heard> = std::tuple{
+    Field{"version", 3, &Heard::version}, Field{"extension", 4, &Heard::extension},
+    Field{"session", 6, &Heard::session}, Field{"instance", 10, &Heard::instance}, Field{"number", 14, &Heard::number}};
+
 template <typename Message>
 inline constexpr size_t LENGTH = FixedLength<Message, HEADER_SIZE>();
 
@@ -176,15 +273,19 @@ inline constexpr size_t BLOCK_HEAD_SIZE = LENGTH<BlockHead>;
 inline constexpr size_t MAX_DATAGRAM = BLOCK_HEAD_SIZE + BLOCK_SIZE;
 
 /// Directories that one CMD_EMPTYDIR announces at most, and the size of the largest: the largest datagram of all.
-inline constexpr size_t EMPTY_DIR_LIMIT = 40;
+inline constexpr size_t EMPTY_DIR_LIMIT = QUORL_EMPTY_DIRECTORIES;
 inline constexpr size_t MAX_EMPTY_DIR_DATAGRAM = LENGTH<EmptyDirHead> + EMPTY_DIR_LIMIT * WireSize<NameField>();
 
-/// The largest datagram that a receiver sends.
-inline constexpr size_t MAX_REPLY = LENGTH<Ack>;
+/// What hosts say to each other at most in one datagram.
+inline constexpr size_t MAX_TEXT = QUORL_TEXT_SIZE;
+
+/// The largest datagram that a receiver sends, with some room for extensions.
+inline constexpr size_t MAX_REPLY = 1472;
 
 static_assert(LENGTH<Collect> == 3 && LENGTH<Client> == 4 && LENGTH<Master> == 7 && LENGTH<Release> == 5);
 static_assert(LENGTH<Ack> == 11 && LENGTH<Task> == 539 && LENGTH<Finish> == 5 && LENGTH<Stop> == 3);
 static_assert(LENGTH<Answer> == 7 && LENGTH<ServerOs> == 4 && LENGTH<Report> == 7 && LENGTH<AutoOpenName> == 527);
+static_assert(LENGTH<Letter> + MAX_TEXT <= MAX_REPLY && LENGTH<Word> + MAX_TEXT <= MAX_REPLY);
 static_assert(BLOCK_HEAD_SIZE == 542 && MAX_DATAGRAM == 4796 && MAX_EMPTY_DIR_DATAGRAM == 20967);
 
 // ---- building ----
@@ -203,6 +304,16 @@ std::array<uint8_t, LENGTH<Message>> Build(const Message& message) {
 
 /// Names beyond the first EMPTY_DIR_LIMIT are left out.
 std::vector<uint8_t> BuildEmptyDir(std::span<const NameField> names);
+
+/// A Word or a Letter with its text, of which no more than MAX_TEXT bytes travel.
+template <typename Message>
+std::vector<uint8_t> BuildText(const Message& message) {
+  const auto head = Build(message);
+  const auto text = message.text.first(std::min(message.text.size(), MAX_TEXT));
+  std::vector<uint8_t> datagram(head.size() + text.size());
+  std::copy(text.begin(), text.end(), std::copy(head.begin(), head.end(), datagram.begin()));
+  return datagram;
+}
 
 /// One datagram buffer for a stream of blocks: sending a block allocates nothing. Used by one thread at a time.
 class BlockDatagram {
@@ -228,29 +339,32 @@ class BlockDatagram {
 
 /// Why a datagram goes no further.
 enum class Reject {
-  WrongMagic,           ///< Not of this system at all.
-  UnknownCommand,       ///< A code that does not exist.
-  NotForThisSide,       ///< A code that only the other side, or another socket, takes.
-  TooShort,             ///< Shorter than its layout.
-  NotFirstSending,      ///< A CMD_DATA that says it is none.
-  FileNumberZero,       ///< Files are numbered from 1.
-  TailOutOfRange,       ///< A last block of BLOCK_SIZE bytes or more.
-  BlockBeyondLast,      ///< A block after its file's last.
-  BlockIncomplete,      ///< Fewer bytes than the block has.
-  MoreFilesThanBlocks,  ///< Announced totals that do not match: every file has a block.
+  WrongMagic,       ///< Not of this system at all.
+  UnknownCommand,   ///< A code that does not exist.
+  NotForThisSide,   ///< A code that only the other side, or another socket, takes.
+  TooShort,         ///< Shorter than its layout.
+  NotFirstSending,  ///< A CMD_DATA that says it is none.
+  FileNumberZero,   ///< Files are numbered from 1.
+  TailOutOfRange,   ///< A last block of BLOCK_SIZE bytes or more.
+  BlockIncomplete,  ///< Fewer bytes than the block has.
+  TextTooLong,      ///< More than hosts may say in one datagram.
 };
 
 /// Whether the first two bytes are the magic.
 bool HasMagic(std::span<const uint8_t> datagram);
 
 /// What a receiver's data socket takes.
-using FromSender =
-    std::variant<Reject, Collect, Master, Release, Task, Resend, Finish, Stop, EmptyDir, Data, ServerOs, AutoOpenName>;
+using FromSender = std::variant<Reject, Collect, Master, Release, Task, Resend, Finish, Stop, EmptyDir, Data, ServerOs,
+                                AutoOpenName, Offer, Word>;
 FromSender ParseFromSender(std::span<const uint8_t> datagram);
 
 /// What a sender's reply socket takes.
-using FromReceiver = std::variant<Reject, Client, Ack, Finish, Answer>;
+using FromReceiver = std::variant<Reject, Client, Ack, Finish, Answer, Accept, Letter>;
 FromReceiver ParseFromReceiver(std::span<const uint8_t> datagram);
+
+/// What a receiver's letter socket takes.
+using Reply = std::variant<Reject, UnderWay, Heard>;
+Reply ParseReply(std::span<const uint8_t> datagram);
 
 /// Whether a receiver's report socket got a heartbeat.
 bool IsReport(std::span<const uint8_t> datagram);

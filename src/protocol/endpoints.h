@@ -1,6 +1,8 @@
 // Where the datagrams travel.
 #pragma once
 
+#include <quorl/quorl.h>
+
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -15,7 +17,7 @@ constexpr uint32_t Ipv4(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
 }
 
 inline constexpr uint32_t DEFAULT_GROUP = Ipv4(235, 9, 2, 9);
-inline constexpr uint16_t DEFAULT_PORT = 27001;
+inline constexpr uint16_t DEFAULT_PORT = QUORL_DEFAULT_PORT;
 
 /// The sender's heartbeat has a group and a port of its own, the same for every room.
 inline constexpr Endpoint REPORT_GROUP{Ipv4(234, 9, 2, 10), 28000};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <quorl/quorl.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -8,14 +10,14 @@
 namespace quorl {
 
 /// Bytes of the text part of a name on the wire and in the sender's lists.
-inline constexpr size_t NAME_TEXT_SIZE = 520;
+inline constexpr size_t NAME_TEXT_SIZE = QUORL_NAME_SIZE;
 
-/// A name as it travels: 520 bytes of 8-bit text with a terminator, and a length that counts the terminator.
+/// A name as it travels: a field of 8-bit text with a terminator, and a length that counts the terminator.
 struct NameField {
   std::array<char, NAME_TEXT_SIZE> text{};
   uint32_t length = 0;
 
-  /// A longer name is cut to 519 bytes. The names of listed files and directories are never longer.
+  /// A name that does not fit is cut. The names of listed files and directories are never longer.
   static NameField From(std::string_view name) {
     NameField field;
     name = name.substr(0, NAME_TEXT_SIZE - 1);

@@ -6,8 +6,6 @@ namespace quorl {
 
 namespace {
 
-constexpr size_t DATA_BUFFER_BYTES = 1048576;
-
 // A heartbeat is seven bytes and only the latest matters.
 constexpr size_t REPORT_BUFFER_BYTES = 512;
 
@@ -30,6 +28,15 @@ void ReceiverSockets::CloseReport() {
   if (reportSocket) reportSocket->Close();
 }
 
+void ReceiverSockets::CloseMail() {
+  if (mailSocket) mailSocket->Close();
+}
+
+bool ReceiverSockets::OpenMail() {
+  mailSocket = machine.network.OpenDatagramSocket();
+  return mailSocket && mailSocket->Bind({room.localInterface, 0});
+}
+
 bool ReceiverSockets::OpenData() {
   return RunSteps(machine.debug, {
                                      {[&] { return machine.network.Start(); }, "\n@@-----MtftpSocket startup failed\n"},
@@ -48,7 +55,7 @@ bool ReceiverSockets::JoinDataGroup() {
                        },
                        "\n@@-----Bind socket with sockaddr_in failed\n"},
                       // The system may grant less; the transfer then only repairs more.
-                      {[&] { return dataSocket->SetReceiveBuffer(DATA_BUFFER_BYTES), true; }, ""},
+                      {[&] { return dataSocket->SetReceiveBuffer(dataBuffer), true; }, ""},
                       {[&] { return dataSocket->SetMulticastInterface(local); }, "\n@@-----setsockeopt failed\n"},
                       {[&] { return dataSocket->JoinGroup(room.group.address, local); },
                        "\n@@-----setsockopt add membership failed\n"},

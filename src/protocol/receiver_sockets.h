@@ -10,7 +10,7 @@
 namespace quorl {
 
 /// The receiver's sockets, and how they are set up: one for everything from the sender and for the replies, one that
-/// hears the sender's heartbeat.
+/// hears the sender's heartbeat, and one for what hosts say to each other.
 ///
 /// After Open, any thread may send, one thread receives on each socket, and any thread may close.
 class ReceiverSockets {
@@ -21,8 +21,11 @@ class ReceiverSockets {
     TearDown,  ///< Failed later; the receiver is to be torn down as a whole.
   };
 
-  ReceiverSockets(const Machine& machine, const RoomAddress& room, Counters& counters)
-      : machine(machine), room(room), counters(counters) {}
+  static constexpr size_t DATA_BUFFER = 1 << 20;
+
+  /// `dataBuffer`: bytes that the system is asked to hold for the data socket; it may grant less.
+  ReceiverSockets(const Machine& machine, const RoomAddress& room, Counters& counters, size_t dataBuffer = DATA_BUFFER)
+      : machine(machine), room(room), counters(counters), dataBuffer(dataBuffer) {}
 
   SetUp Open();
 
@@ -31,12 +34,22 @@ class ReceiverSockets {
   /// Idempotent. Ends a running receive; later sends fail.
   void CloseData();
   void CloseReport();
+  void CloseMail();
+
+  /// The socket that acceptances and letters leave from.
+  bool OpenMail();
 
   bool SendToSender(uint32_t senderAddress, std::span<const uint8_t> datagram) {
     return SendCounted(dataSocket, counters, datagram, {senderAddress, room.ReplyPort()});
   }
-  Received ReceiveData(std::span<uint8_t> buffer, Duration limit, Event* interrupt) {
-    return ReceiveCounted(dataSocket, counters, buffer, limit, interrupt);
+  Received ReceiveData(DatagramBatch& batch, Duration limit, Event* interrupt) {
+    return ReceiveCounted(dataSocket, counters, batch, limit, interrupt);
+  }
+  bool SendMail(uint32_t senderAddress, std::span<const uint8_t> datagram) {
+    return SendCounted(mailSocket, counters, datagram, {senderAddress, room.ReplyPort()});
+  }
+  Received ReceiveMail(std::span<uint8_t> buffer, Duration limit, Event* interrupt) {
+    return ReceiveCounted(mailSocket, counters, buffer, limit, interrupt);
   }
   /// Never waits.
   Received ReceiveReport(std::span<uint8_t> buffer) {
@@ -51,8 +64,10 @@ class ReceiverSockets {
   const Machine& machine;
   const RoomAddress room;
   Counters& counters;
+  const size_t dataBuffer;
   std::shared_ptr<DatagramSocket> dataSocket;
   std::shared_ptr<DatagramSocket> reportSocket;
+  std::shared_ptr<DatagramSocket> mailSocket;
 };
 
 }  // namespace quorl

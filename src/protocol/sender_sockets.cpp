@@ -62,6 +62,7 @@ bool SenderSockets::OpenSendAndReply() {
 
 SenderSockets::Probe SenderSockets::LookForAnotherSender() {
   std::shared_ptr<DatagramSocket> probe;
+  std::shared_ptr<Event> interrupt;
   const uint32_t local = room.localInterface;
   const bool ready =
       RunSteps(machine.debug,
@@ -77,22 +78,25 @@ SenderSockets::Probe SenderSockets::LookForAnotherSender() {
                    {[&] { return probe->JoinGroup(room.group.address, local); },
                     "\nQuorl-----Add find socket address to Membership Failed\n"},
                    {[&] { return probe->SetTimeToLive(MULTICAST_TTL); }, "\nQuorl-----Set Find Socket TTL Failed!\n"},
+                   {[&] { return (interrupt = machine.threads.MakeEvent()) != nullptr; },
+                    "\nQuorl-----Create Find Socket Event Failed!\n"},
                });
-  const Probe result = ready ? ListenOnGroup(*probe) : Probe::Failed;
+  const Probe result = ready ? ListenOnGroup(*probe, *interrupt) : Probe::Failed;
   if (probe) probe->Close();
   return result;
 }
 
-SenderSockets::Probe SenderSockets::ListenOnGroup(DatagramSocket& probe) {
+SenderSockets::Probe SenderSockets::ListenOnGroup(DatagramSocket& probe, Event& interrupt) {
   // Three bytes are enough to know a datagram of the system; a longer one is cut to them.
   std::array<uint8_t, HEADER_SIZE> start{};
-  const Received received = probe.Receive(start, 100ms, nullptr);
+  const Received received = probe.Receive(start, 100ms, &interrupt);
   if (received.outcome == Received::Outcome::Failed) {
     machine.debug.Write("\nQuorl-----Find Socket Select Find Event Failed!\n");
     return Probe::Failed;
   }
   const bool busy =
       received.outcome == Received::Outcome::Datagram && HasMagic(std::span(start).first(received.length));
+  if (busy) otherSender = received.from.address;
   if (busy) machine.debug.Write("\nQuorl----- Another server with same MultiAddress has Exist!\n");
   probe.LeaveGroup(room.group.address, room.localInterface);
   return busy ? Probe::Busy : Probe::Free;

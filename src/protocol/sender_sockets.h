@@ -25,17 +25,27 @@ class SenderSockets {
   /// sender was found, `hostWindow` is told and the send and reply sockets stay open until Close.
   bool Open(QuorlWindow hostWindow);
 
-  /// Idempotent. Ends a running ReceiveReply; later sends fail.
+  /// Idempotent. Ends whoever sends or receives at this moment; later sends fail.
   void Close();
 
-  bool SendToGroup(std::span<const uint8_t> datagram) {
-    return SendCounted(sendSocket, counters, datagram, room.group);
+  /// The sender that Open has found active on the group; 0 for none.
+  uint32_t OtherSender() const { return otherSender; }
+
+  bool SendToGroup(std::span<const uint8_t> datagram, const SendWait& wait) {
+    return SendCounted(sendSocket, counters, datagram, room.group, wait);
   }
-  bool SendTo(Endpoint receiver, std::span<const uint8_t> datagram) {
-    return SendCounted(sendSocket, counters, datagram, receiver);
+  bool SendToGroup(std::span<const std::span<const uint8_t>> datagrams, const SendWait& wait) {
+    return SendCounted(sendSocket, counters, datagrams, room.group, wait);
   }
-  bool SendReport(std::span<const uint8_t> datagram) {
-    return SendCounted(reportSocket, counters, datagram, REPORT_GROUP);
+  bool SendTo(Endpoint receiver, std::span<const uint8_t> datagram, const SendWait& wait) {
+    return SendCounted(sendSocket, counters, datagram, receiver, wait);
+  }
+  bool SendReport(std::span<const uint8_t> datagram, const SendWait& wait) {
+    return SendCounted(reportSocket, counters, datagram, REPORT_GROUP, wait);
+  }
+  /// From the port that receivers write to, which their firewalls expect an answer from.
+  bool Reply(Endpoint receiver, std::span<const uint8_t> datagram) {
+    return SendCounted(replySocket, counters, datagram, receiver, {Duration::zero(), nullptr});
   }
   Received ReceiveReply(std::span<uint8_t> buffer, Event* interrupt) {
     return ReceiveCounted(replySocket, counters, buffer, FOREVER, interrupt);
@@ -46,12 +56,13 @@ class SenderSockets {
 
   bool OpenSendAndReply();
   Probe LookForAnotherSender();
-  Probe ListenOnGroup(DatagramSocket& probe);
+  Probe ListenOnGroup(DatagramSocket& probe, Event& interrupt);
   bool OpenReport();
 
   const Machine& machine;
   const RoomAddress room;
   Counters& counters;
+  std::atomic<uint32_t> otherSender = 0;
   std::atomic<bool> holdsNetwork = false;  // the socket library is to be given back
   std::shared_ptr<DatagramSocket> sendSocket;
   std::shared_ptr<DatagramSocket> replySocket;

@@ -2,11 +2,12 @@
 
 #include <utility>
 
-#include "receiver/receiver_session.h"
+#include "receiver/session/receiver_session.h"
 
 namespace quorl {
 
-CTransClient::CTransClient(const Machine& machine) : machine(machine) {}
+CTransClient::CTransClient(const Machine& machine)
+    : machine(machine), mail(std::make_shared<Mail>(this->machine.clock)) {}
 
 CTransClient::~CTransClient() = default;
 
@@ -18,7 +19,9 @@ uint32_t CTransClient::InitClient(QuorlWindow hostWindow, uint32_t groupAddress,
   {
     const std::scoped_lock locked(lock);
     fresh = std::make_shared<ReceiverSession>(
-        machine, hostWindow, RoomAddress::From(groupAddress, groupPort, localInterface), profile, receiveRoot);
+        machine, hostWindow, RoomAddress::From(groupAddress, groupPort, localInterface), profile, receiveRoot, mail);
+    fresh->SetHeld(std::exchange(held, BlockRanges()));
+    mail->SetCapabilities(capabilities);
   }
   if (!fresh->PrepareEvents()) return 0;
   const bool opened = fresh->OpenSockets();
@@ -61,6 +64,26 @@ void CTransClient::SetReceiveRoot(const std::string& drivePath) {
 void CTransClient::SetSender(uint32_t address) {
   const std::scoped_lock locked(lock);
   onlySender = address;
+}
+
+void CTransClient::SetCapabilities(uint32_t bits) {
+  const std::scoped_lock locked(lock);
+  capabilities = bits;
+}
+
+void CTransClient::SetHeldBlocks(BlockRanges blocks) {
+  const std::scoped_lock locked(lock);
+  // For the session that listens, or for the one to come.
+  if (session && !session->IsClosed()) {
+    session->SetHeld(std::move(blocks));
+  } else {
+    held = std::move(blocks);
+  }
+}
+
+std::vector<BlockRange> CTransClient::StoredBlocks() {
+  const auto current = Session();
+  return current ? current->StoredBlocks() : std::vector<BlockRange>();
 }
 
 ReceiveState CTransClient::GetState() {

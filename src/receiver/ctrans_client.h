@@ -8,9 +8,11 @@
 #include <vector>
 
 #include "platform/machine.h"
+#include "protocol/block_ranges.h"
 #include "protocol/counters.h"
 #include "protocol/profile.h"
-#include "receiver/receive_state.h"
+#include "receiver/mail/mail.h"
+#include "receiver/session/receive_state.h"
 
 namespace quorl {
 
@@ -51,6 +53,16 @@ class CTransClient {
   /// The only address to listen to, network byte order; 0: anyone. For the next StartReceive.
   void SetSender(uint32_t address);
 
+  /// For the next InitClient.
+  void SetCapabilities(uint32_t capabilities);
+  bool SendLetter(std::span<const uint8_t> text) { return mail->Send(text); }
+  uint32_t LettersOnTheirWay() const { return mail->OnTheirWay(); }
+  std::optional<Mail::HeardWord> TakeWord() { return mail->TakeWord(); }
+
+  /// For the next transfer that is announced.
+  void SetHeldBlocks(BlockRanges blocks);
+  std::vector<BlockRange> StoredBlocks();
+
   /// Stays readable after DeInitClient, until the next InitClient.
   ReceiveState GetState();
 
@@ -62,11 +74,14 @@ class CTransClient {
   std::shared_ptr<ReceiverSession> Exchange(std::shared_ptr<ReceiverSession> next);
 
   const Machine machine;
+  const std::shared_ptr<Mail> mail;
 
   std::mutex lock;  // guards what follows
   Profile profile = Profile::Classic;
   std::string receiveRoot;
   uint32_t onlySender = 0;
+  uint32_t capabilities = 0;
+  BlockRanges held;
   std::shared_ptr<ReceiverSession> session;
 };
 

@@ -8,43 +8,38 @@
 
 namespace quorl {
 
-std::optional<BlockCount> CountBlocks(Files& files, const FileLists& lists) {
+BlockCount CountBlocks(Files& files, const FileLists& lists) {
   uint64_t total = 0;
   BlockCount count;
   for (const FileEntry& entry : lists.ArraySendFile) {
     const auto file = files.OpenInput(entry.fullPath);
     const auto length = file ? file->Length() : std::nullopt;
-    const auto shape = FileShape::Of(length.value_or(0));
-    if (!shape) return std::nullopt;
-    total += shape->BlockCount();
-    count.shapes.push_back(length ? shape : std::nullopt);
+    const auto shape = length ? FileShape::Of(*length) : std::nullopt;
+    total += shape ? shape->BlockCount() : 1;
+    count.fits = count.fits && (shape || !length) && total <= UINT32_MAX;
+    count.shapes.push_back(shape);
   }
-  if (total > UINT32_MAX) return std::nullopt;
   count.total = static_cast<uint32_t>(total);
   return count;
 }
 
-bool SendServerOs(SenderContext& context) {
+bool SendServerOs(SenderContext& context, const SendWait& wait) {
   const uint8_t platform = context.machine.shell.IsNtPlatform() ? 1 : 0;
-  if (context.SendRepeatedly(Build(ServerOs{platform}), ANNOUNCEMENT_COPIES, ANNOUNCEMENT_PAUSE)) return true;
-  context.Debug("\nQuorl-----Send Server OS Packet Failed!\n");
-  return false;
+  return context.SendRepeatedly(Build(ServerOs{platform}), ANNOUNCEMENT_COPIES, ANNOUNCEMENT_PAUSE, wait);
 }
 
-void SendAutoOpenName(SenderContext& context, const std::string& autoOpenName) {
+void SendAutoOpenName(SenderContext& context, const std::string& autoOpenName, const SendWait& wait) {
   const auto datagram = Build(AutoOpenName{NameField::From(autoOpenName)});
   for (int i = 0; i < ANNOUNCEMENT_COPIES; ++i)
-    if (!context.SendRepeatedly(datagram, 1, ANNOUNCEMENT_PAUSE))
+    if (!context.SendRepeatedly(datagram, 1, ANNOUNCEMENT_PAUSE, wait))
       context.Debug("\nQuorl-----Send CMD_AOFNAME auto open file name Failed\n");
 }
 
-bool SendTask(SenderContext& context, const Task& task) {
-  if (context.SendRepeatedly(Build(task), ANNOUNCEMENT_COPIES, ANNOUNCEMENT_PAUSE)) return true;
-  context.Debug("\nQuorl-----Send  Task Packet Failed!\n");
-  return false;
+bool SendTask(SenderContext& context, const Task& task, const SendWait& wait) {
+  return context.SendRepeatedly(Build(task), ANNOUNCEMENT_COPIES, ANNOUNCEMENT_PAUSE, wait);
 }
 
-bool SendEmptyDirs(SenderContext& context, const FileLists& lists) {
+bool SendEmptyDirs(SenderContext& context, const FileLists& lists, const SendWait& wait) {
   if (lists.ArrayEmptyDir.empty()) return true;
   std::vector<NameField> names;
   for (const std::string& name : lists.ArrayEmptyDir) {
@@ -52,11 +47,9 @@ bool SendEmptyDirs(SenderContext& context, const FileLists& lists) {
     names.push_back(NameField::From(name));
   }
   const auto datagram = BuildEmptyDir(names);
-  const bool sent = context.profile == Profile::Robust
-                        ? context.SendRepeatedly(datagram, ANNOUNCEMENT_COPIES, ANNOUNCEMENT_PAUSE)
-                        : context.sockets.SendToGroup(datagram);
-  if (!sent) context.Debug("\nQuorl-----Send Empty Directory Failed!\n");
-  return sent;
+  return context.profile == Profile::Robust
+             ? context.SendRepeatedly(datagram, ANNOUNCEMENT_COPIES, ANNOUNCEMENT_PAUSE, wait)
+             : context.sockets.SendToGroup(datagram, wait);
 }
 
 }  // namespace quorl

@@ -25,6 +25,14 @@ constexpr int RESTARTS_MAX = 2;
 
 }  // namespace
 
+// Nothing else is reset: a master of the transfer before is still one, and served, until the stream is out.
+void ClassicFlow::BeginTransfer(uint32_t count) {
+  fileCount = count;
+  firstMasterPending = true;
+  watchdog = {};
+  table.ForgetAnswers();
+}
+
 bool ClassicFlow::HandOver(Orders& orders) {
   masterIndex = NextMaster(table, pass, -1);
   return SendMaster(1, true, orders);
@@ -117,68 +125,68 @@ void ClassicFlow::ResendBlock(Orders& orders) const {
 }
 
 WatchNext ClassicFlow::Watch(Orders& orders) {
-  if (latestAck == Request{} && !roomAddressed) return WatchSilentRoom(orders);
-  roomAddressed = false;
-  if (remembered.file != 0 && latestAck == remembered) {
+  if (latestAck == Request{} && !watchdog.roomAddressed) return WatchSilentRoom(orders);
+  watchdog.roomAddressed = false;
+  if (watchdog.remembered.file != 0 && latestAck == watchdog.remembered) {
     if (!WantsNothing()) return WatchStalledMaster(orders);
     return masterIndex == masterSeen ? WatchIdleMaster(orders) : WatchNewMaster(orders);
   }
-  remembered = latestAck;
-  stall = 0;
+  watchdog.remembered = latestAck;
+  watchdog.stall = 0;
   return WatchNext::Pause;
 }
 
 /// Nobody has asked for anything yet.
 WatchNext ClassicFlow::WatchSilentRoom(Orders& orders) {
-  if (silentTries > SILENT_TRIES_MAX) {
+  if (watchdog.silentTries > SILENT_TRIES_MAX) {
     orders.push_back(EndOrder{QUORL_STATUS_TIMED_OUT});
     return WatchNext::End;
   }
   masterIndex = NextMaster(table, pass, -1);
   SendMaster(1, true, orders);
-  ++silentTries;
-  roomAddressed = true;
+  ++watchdog.silentTries;
+  watchdog.roomAddressed = true;
   return WatchNext::PauseInCycle;
 }
 
 /// The latest request said that nothing is lacking, and its sender has gone quiet.
 WatchNext ClassicFlow::WatchIdleMaster(Orders& orders) {
-  ++doneIdle;
-  if (doneIdle > DONE_IDLE_MAX) {
+  ++watchdog.doneIdle;
+  if (watchdog.doneIdle > DONE_IDLE_MAX) {
     if (!ReplaceMaster(orders)) return WatchNext::End;
-    doneIdle = 0;
+    watchdog.doneIdle = 0;
     return WatchNext::AtOnce;
   }
-  if (doneIdle > 1 && !SendMaster(0, false, orders)) return WatchNext::End;
+  if (watchdog.doneIdle > 1 && !SendMaster(0, false, orders)) return WatchNext::End;
   return WatchNext::Pause;
 }
 
 /// A master has been named since the latest datagram, and nothing has come from it.
 WatchNext ClassicFlow::WatchNewMaster(Orders& orders) {
-  doneIdle = 0;
+  watchdog.doneIdle = 0;
   if (!SendMaster(1, false, orders)) return WatchNext::End;
-  ++newMasterIdle;
-  if (newMasterIdle <= NEW_MASTER_IDLE_MAX) return WatchNext::Pause;
+  ++watchdog.newMasterIdle;
+  if (watchdog.newMasterIdle <= NEW_MASTER_IDLE_MAX) return WatchNext::Pause;
   MarkMaster();
   if (!ReplaceMaster(orders)) return WatchNext::End;
-  newMasterIdle = 0;
+  watchdog.newMasterIdle = 0;
   return WatchNext::AtOnce;
 }
 
 /// The latest request names a block and does not change.
 WatchNext ClassicFlow::WatchStalledMaster(Orders& orders) {
-  newMasterIdle = 0;
-  ++stall;
-  if (stall == STALL_RESEND) ResendBlock(orders);
-  if (stall <= STALL_MAX) return WatchNext::Pause;
+  watchdog.newMasterIdle = 0;
+  ++watchdog.stall;
+  if (watchdog.stall == STALL_RESEND) ResendBlock(orders);
+  if (watchdog.stall <= STALL_MAX) return WatchNext::Pause;
   return firstMasterPending ? GiveUpFirstMaster(orders) : GiveUpLaterMaster(orders);
 }
 
 /// While no master has come to its end, only so many are given up: something is wrong with the whole room.
 WatchNext ClassicFlow::GiveUpFirstMaster(Orders& orders) {
-  if (restarts <= RESTARTS_MAX) {
-    ++restarts;
-    remembered = {};
+  if (watchdog.restarts <= RESTARTS_MAX) {
+    ++watchdog.restarts;
+    watchdog.remembered = {};
     MarkMaster();
     if (table.Count() != 1) {
       ReplaceMaster(orders);
@@ -194,8 +202,8 @@ WatchNext ClassicFlow::GiveUpLaterMaster(Orders& orders) {
     MarkMaster();
     if (!ReplaceMaster(orders)) return WatchNext::End;
   }
-  remembered = {1, 0};
-  stall = 0;
+  watchdog.remembered = {1, 0};
+  watchdog.stall = 0;
   return WatchNext::Pause;
 }
 

@@ -5,12 +5,13 @@
 
 namespace quorl {
 
-/// The flow control of the classic profile.
+/// The flow control of the classic profile, from one initialisation of the sender to the next.
 class ClassicFlow final : public MasterFlow {
  public:
-  ClassicFlow(ReceiverTable& table, uint32_t fileCount, uint32_t totalBlocks)
-      : table(table), fileCount(fileCount), totalBlocks(totalBlocks) {}
+  explicit ClassicFlow(ReceiverTable& table) : table(table) {}
 
+  void BeginTransfer(uint32_t count) override;
+  void BlocksCounted(uint32_t count) override { totalBlocks = count; }
   void StreamSent() override {}
   bool HandOver(Orders& orders) override;
   bool TakeAck(const Ack& ack, Endpoint from, Orders& orders) override;
@@ -44,8 +45,8 @@ class ClassicFlow final : public MasterFlow {
   WatchNext GiveUpLaterMaster(Orders& orders);
 
   ReceiverTable& table;
-  const uint32_t fileCount;
-  const uint32_t totalBlocks;
+  uint32_t fileCount = 0;
+  uint32_t totalBlocks = 0;
 
   int32_t masterIndex = 0;  ///< Row of the master; the table's count when there is none.
   int32_t masterSeen = 0;   ///< The master when the latest datagram had been handled.
@@ -54,14 +55,17 @@ class ClassicFlow final : public MasterFlow {
   bool firstMasterPending = true;  ///< No master has said yet that it lacks nothing.
   int32_t failedCount = 0;         ///< Receivers that have reported a failure.
 
-  // The watchdog's own.
-  Request remembered;          ///< The request of the latest cycle that saw a new one.
-  bool roomAddressed = false;  ///< This cycle has already named a master to a silent room.
-  int silentTries = 0;
-  int doneIdle = 0;
-  int newMasterIdle = 0;
-  int stall = 0;
-  int restarts = 0;
+  /// What the watchdog of one transfer remembers.
+  struct Watchdog {
+    Request remembered;          ///< The request of the latest cycle that saw a new one.
+    bool roomAddressed = false;  ///< This cycle has already named a master to a silent room.
+    int silentTries = 0;
+    int doneIdle = 0;
+    int newMasterIdle = 0;
+    int stall = 0;
+    int restarts = 0;
+  };
+  Watchdog watchdog;
 };
 
 }  // namespace quorl

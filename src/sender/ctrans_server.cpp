@@ -23,7 +23,7 @@ uint32_t CTransServer::InitServer(QuorlWindow window, uint32_t groupAddress, uin
   {
     const std::scoped_lock lock(mutex);
     const RoomAddress room = RoomAddress::From(groupAddress, groupPort, localInterface);
-    fresh = std::make_shared<SenderSession>(machine, window, room, profile);
+    fresh = std::make_shared<SenderSession>(machine, window, room, profile, capabilities);
   }
   const bool open = fresh->Open();
   {
@@ -41,7 +41,7 @@ uint32_t CTransServer::DeInitServer() {
 
 int32_t CTransServer::SetSelectFiles(const std::vector<std::string>& paths, const std::string& autoOpenName) {
   const auto changed = std::make_shared<Selection>(*CurrentSelection());
-  const int32_t result = changed->SetSelectFiles(paths, autoOpenName);
+  const int32_t result = changed->SetSelectFiles(paths, autoOpenName, SelectsSorted(), Filter());
   ReplaceSelection(changed);
   return result;
 }
@@ -75,6 +75,8 @@ uint32_t CTransServer::StartSend() {
     plan.targetFolder = targetFolder;
     plan.targetPath = targetPath;
     plan.rate = sendRate;
+    plan.skipped = std::exchange(skipped, BlockRanges());
+    plan.listener = std::exchange(listener, nullptr);
   }
   if (current) current->StartTransfer(std::move(plan));
   return 1;
@@ -106,6 +108,31 @@ void CTransServer::SetProfile(Profile newProfile) {
   profile = newProfile;
 }
 
+void CTransServer::SetCapabilities(uint32_t bits) {
+  const std::scoped_lock lock(mutex);
+  capabilities = bits;
+}
+
+bool CTransServer::SendWord(std::span<const uint8_t> text) {
+  const auto current = Session();
+  return current && text.size() <= MAX_TEXT && current->SendWord(text);
+}
+
+std::optional<Correspondence::Received> CTransServer::TakeLetter() {
+  const auto current = Session();
+  return current ? current->TakeLetter() : std::nullopt;
+}
+
+void CTransServer::SetSkippedBlocks(BlockRanges blocks) {
+  const std::scoped_lock lock(mutex);
+  skipped = std::move(blocks);
+}
+
+void CTransServer::SetBlockListener(BlockListener next) {
+  const std::scoped_lock lock(mutex);
+  listener = std::move(next);
+}
+
 SendState CTransServer::GetState() {
   const auto current = Session();
   return current ? current->State() : SendState{};
@@ -119,6 +146,26 @@ std::vector<NamedCount> CTransServer::GetCounters() {
 std::shared_ptr<SenderSession> CTransServer::Session() {
   const std::scoped_lock lock(mutex);
   return session;
+}
+
+// Files of one directory arrive in the same order on every run, where that is allowed.
+bool CTransServer::SelectsSorted() {
+  const std::scoped_lock lock(mutex);
+  return profile == Profile::Robust;
+}
+
+PathFilter CTransServer::Filter() {
+  const std::scoped_lock lock(mutex);
+  return filter;
+}
+
+void CTransServer::SetSelectionFilter(PathFilter leavesOut) {
+  const std::scoped_lock lock(mutex);
+  filter = std::move(leavesOut);
+}
+
+ListRules CTransServer::SelectionRules(const std::vector<std::string>& paths, bool subDirTrans) {
+  return RulesFor(paths, subDirTrans, SelectsSorted(), Filter());
 }
 
 std::shared_ptr<Selection> CTransServer::CurrentSelection() {

@@ -3,20 +3,27 @@
 #include <quorl/quorl.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "files/file_lists.h"
 #include "platform/machine.h"
+#include "protocol/block_ranges.h"
 #include "protocol/counters.h"
 #include "protocol/profile.h"
+#include "sender/correspondence.h"
 #include "sender/send_state.h"
 
 namespace quorl {
 
 class Selection;
 class SenderSession;
+using BlockListener = std::function<void(uint32_t file, uint32_t block, std::span<const uint8_t> bytes)>;
 
 /// The sender: what the sender's exports of <quorl/quorl.h> do. Calls in a wrong order are harmless, and so are calls
 /// from several threads. Destroying it stops nothing; a host calls DeInitServer first.
@@ -44,13 +51,27 @@ class CTransServer {
   uint32_t GetReceivers(uint32_t* addresses, uint32_t capacity);
   /// For the next InitServer.
   void SetProfile(Profile newProfile);
+  /// For the next InitServer.
+  void SetCapabilities(uint32_t bits);
+  bool SendWord(std::span<const uint8_t> text);
+  std::optional<Correspondence::Received> TakeLetter();
+  /// For the next StartSend alone.
+  void SetSkippedBlocks(BlockRanges blocks);
+  void SetBlockListener(BlockListener listener);
   SendState GetState();
   /// Since the latest InitServer.
   std::vector<NamedCount> GetCounters();
 
+  /// Paths that the host wants left out of a selection.
+  void SetSelectionFilter(PathFilter leavesOut);
+  /// How a selection of these paths would be listed.
+  ListRules SelectionRules(const std::vector<std::string>& paths, bool subDirTrans);
+
  private:
   std::shared_ptr<SenderSession> Session();
   std::shared_ptr<Selection> CurrentSelection();
+  bool SelectsSorted();
+  PathFilter Filter();
   void ReplaceSelection(std::shared_ptr<Selection> changed);
 
   const Machine machine;
@@ -61,6 +82,10 @@ class CTransServer {
   std::string targetPath;
   uint32_t sendRate = 0;
   Profile profile = Profile::Classic;
+  PathFilter filter;
+  uint32_t capabilities = 0;
+  BlockRanges skipped;
+  BlockListener listener;
 };
 
 }  // namespace quorl

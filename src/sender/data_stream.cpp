@@ -1,56 +1,84 @@
 // The data stream, on SendThread. No receiver is waited for and nothing is sent twice; what is missed is repaired
-// afterwards. The host is told each block's file name before the block leaves, and the pause between two datagrams
-// comes after that, so that reading and telling cost no time of their own.
+// afterwards. With a rate, what may leave within a millisecond goes out at once. The host is told each block's file
+// name before the block leaves, and the pause between two datagrams comes after that, so that reading and telling cost
+// no time of their own.
 #include "sender/data_stream.h"
 
-#include "sender/transfer.h"
+#include <algorithm>
 
 namespace quorl {
 
-DataStream::DataStream(Transfer& transfer) : transfer(transfer), pacer(transfer.Plan().rate) {}
+namespace {
 
-bool DataStream::Run() {
-  const size_t count = transfer.Plan().lists->ArraySendFile.size();
-  for (size_t i = 1; i <= count; ++i)
-    if (!SendFile(static_cast<uint32_t>(i))) return false;
-  return true;
+// As many as the system may cut out of one send.
+constexpr size_t DATAGRAMS_AT_ONCE = 13;
+
+constexpr size_t BLOCKS_AHEAD = 60;
+
+}  // namespace
+
+DataStream::DataStream(const TransferParts& parts)
+    : parts(parts),
+      pacer(parts.plan.rate),
+      datagrams(pacer.Burst(MAX_DATAGRAM, DATAGRAMS_AT_ONCE), BlockDatagram(CMD_DATA)),
+      file(parts.context.machine.clock, BLOCKS_AHEAD) {}
+
+StreamEnd DataStream::Run() {
+  for (uint32_t number = 1; number <= parts.plan.FileCount(); ++number)
+    if (const StreamEnd end = SendFile(number); end != StreamEnd::Complete) return end;
+  return StreamEnd::Complete;
 }
 
-bool DataStream::SendFile(uint32_t number) {
-  const FileEntry& entry = transfer.Plan().lists->ArraySendFile[number - 1];
-  if (!file.Open(transfer.Context().machine.files, entry.fullPath, transfer.Plan().blocks.shapes[number - 1])) {
-    transfer.OrderEnd(QUORL_STATUS_FILE_UNREADABLE);
-    return false;
+StreamEnd DataStream::SendFile(uint32_t number) {
+  const std::string& name = parts.plan.File(number).relativeName;
+  const auto announced = parts.progress.AnnouncedShape(number);
+  if (announced && parts.plan.skipped.CountOf(number, announced->BlockCount()) == announced->BlockCount()) {
+    parts.progress.NoteSkipped(announced->BlockCount());
+    return StreamEnd::Complete;
   }
+  if (!OpenForTransfer(file, parts, number)) return StreamEnd::FileUnreadable;
   const FileShape shape = file.Shape();
-  datagram.SetFile(number, entry.relativeName, shape);
+  // A file of one block fills one datagram.
+  for (size_t i = 0; i < std::min<uint64_t>(datagrams.size(), shape.BlockCount()); ++i)
+    datagrams[i].SetFile(number, name, shape);
   for (uint64_t block = 0; block < shape.BlockCount(); ++block)
-    if (!SendBlock(number, static_cast<uint32_t>(block), entry.relativeName)) return false;
-  return true;
+    if (const StreamEnd end = SendBlock(number, static_cast<uint32_t>(block)); end != StreamEnd::Complete) return end;
+  return gathered.empty() ? StreamEnd::Complete : SendGathered(number);
 }
 
-bool DataStream::SendBlock(uint32_t number, uint32_t block, const std::string& name) {
-  SenderContext& context = transfer.Context();
+StreamEnd DataStream::SendBlock(uint32_t number, uint32_t block) {
+  SenderContext& context = parts.context;
+  if (parts.plan.skipped.Has(number, block)) {
+    parts.progress.NoteSkipped(1);
+    return parts.end.IsStopRequested() ? StreamEnd::Stopped : StreamEnd::Complete;
+  }
+  BlockDatagram& datagram = datagrams[gathered.size()];
   datagram.SetBlock(block);
   const auto read = file.Read(block, datagram.BlockBytes());
-  if (!read) {
-    transfer.OrderEnd(QUORL_STATUS_FILE_UNREADABLE);
-    return false;
-  }
-  if (read->isShort) transfer.NoteShrunkFile(number);
+  if (!read) return StreamEnd::FileUnreadable;
+  if (read->isShort) parts.progress.NoteShrunkFile(number);
   if (block == file.Shape().lastBlock) file.Close();
 
-  context.PostFileName(name);
-  if (const auto next = pacer.NextSend(context.fastPacing)) transfer.PauseUntil(*next);
-  if (transfer.IsStopRequested()) return false;
-  const auto bytes = datagram.Datagram(read->bytes);
-  if (!context.sockets.SendToGroup(bytes)) {
-    transfer.FailSend("\nQuorl-----Send Data form write file!\n");
-    return false;
+  if (parts.plan.listener) parts.plan.listener(number, block, datagram.BlockBytes().first(read->bytes));
+  // A slow disk may have let the transfer be stopped meanwhile.
+  if (parts.end.IsStopRequested()) return StreamEnd::Stopped;
+  context.PostFileName(number, parts.plan.File(number).relativeName);
+  gathered.push_back(datagram.Datagram(read->bytes));
+  return gathered.size() == datagrams.size() ? SendGathered(number) : StreamEnd::Complete;
+}
+
+StreamEnd DataStream::SendGathered(uint32_t number) {
+  SenderContext& context = parts.context;
+  if (const auto next = pacer.NextSend(context.fastPacing)) parts.end.PauseUntil(*next);
+  if (parts.end.IsStopRequested()) return StreamEnd::Stopped;
+  if (!context.sockets.SendToGroup(gathered, parts.end.Patience())) return StreamEnd::SendFailed;
+  const Moment now = context.machine.clock.Now();
+  for (const auto& bytes : gathered) {
+    pacer.Sent(now, bytes.size());
+    parts.progress.NoteBlock(number, false);
   }
-  pacer.Sent(context.machine.clock.Now(), bytes.size());
-  transfer.NoteBlock(number, false);
-  return true;
+  gathered.clear();
+  return StreamEnd::Complete;
 }
 
 }  // namespace quorl

@@ -5,10 +5,9 @@
 
 namespace quorl {
 
-std::unique_ptr<MasterFlow> MakeMasterFlow(Profile profile, ReceiverTable& table, uint32_t fileCount,
-                                           uint32_t totalBlocks) {
-  if (profile == Profile::Robust) return std::make_unique<RobustFlow>(table, fileCount, totalBlocks);
-  return std::make_unique<ClassicFlow>(table, fileCount, totalBlocks);
+std::unique_ptr<MasterFlow> MakeMasterFlow(Profile profile, ReceiverTable& table) {
+  if (profile == Profile::Robust) return std::make_unique<RobustFlow>(table);
+  return std::make_unique<ClassicFlow>(table);
 }
 
 }  // namespace quorl

@@ -27,6 +27,10 @@ class MasterFlow {
  public:
   virtual ~MasterFlow() = default;
 
+  // In this order in every transfer. Before the first one the receivers may be heard already.
+
+  virtual void BeginTransfer(uint32_t fileCount) = 0;
+  virtual void BlocksCounted(uint32_t totalBlocks) = 0;
   /// Every block is out; from now on receivers answer what they lack.
   virtual void StreamSent() = 0;
 
@@ -44,12 +48,14 @@ class MasterFlow {
   /// One step of the watchdog, about every 500 ms.
   virtual WatchNext Watch(Orders& orders) = 0;
 
+  /// Whether the master has not been heard for a while.
+  virtual bool IsMasterSilent() const { return false; }
+
   /// Row of the current master; nothing when there is none.
   virtual std::optional<int32_t> CurrentMaster() const = 0;
 };
 
 /// `table` outlives the result.
-std::unique_ptr<MasterFlow> MakeMasterFlow(Profile profile, ReceiverTable& table, uint32_t fileCount,
-                                           uint32_t totalBlocks);
+std::unique_ptr<MasterFlow> MakeMasterFlow(Profile profile, ReceiverTable& table);
 
 }  // namespace quorl

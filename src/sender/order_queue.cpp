@@ -1,5 +1,7 @@
 #include "sender/order_queue.h"
 
+#include <utility>
+
 namespace quorl {
 
 namespace {
@@ -29,11 +31,16 @@ void OrderQueue::CarryOut() {
   while (!waiting.empty()) {
     const Order next = waiting.front();
     waiting.pop_front();
+    ++begun;
     lock.unlock();
     carryOut(next);
     lock.lock();
   }
   busy = false;
+}
+
+bool OrderQueue::IsHeldUp() {
+  return std::exchange(lastBegun, begun) == begun && busy;
 }
 
 }  // namespace quorl

@@ -28,12 +28,17 @@ class OrderQueue {
   /// To be called without the mutex. Returns at once while another thread, or a caller of this one, is at it.
   void CarryOut();
 
+  /// Whether somebody is still at the order that he was at when this was asked last. To be called with the mutex held.
+  bool IsHeldUp();
+
  private:
   std::mutex& decisions;
   Counters& counters;
   const std::function<void(const Order&)> carryOut;
   std::deque<Order> waiting;
   bool busy = false;
+  uint64_t begun = 0;      ///< Orders that have been begun.
+  uint64_t lastBegun = 0;  ///< The same when IsHeldUp was asked last.
 };
 
 }  // namespace quorl

@@ -21,6 +21,7 @@ constexpr Duration FAST_PAUSE = 10ms;
 constexpr uint32_t SLOW_RUN = 1;  ///< Datagrams between two pauses.
 constexpr uint32_t FAST_RUN = 2;
 constexpr Duration BURST = 2ms;
+constexpr Duration LONGEST_BURST = 1ms;
 
 }  // namespace
 
@@ -29,6 +30,11 @@ std::optional<Moment> Pacer::NextSend(bool fastPacing) {
   if (sentSincePause < (fastPacing ? FAST_RUN : SLOW_RUN)) return std::nullopt;
   sentSincePause = 0;
   return lastSent + (fastPacing ? FAST_PAUSE : SLOW_PAUSE);
+}
+
+size_t Pacer::Burst(size_t length, size_t most) const {
+  if (rate == 0) return 1;
+  return std::clamp<size_t>(static_cast<size_t>(LONGEST_BURST / TimeOnWire(length)), 1, most);
 }
 
 void Pacer::Sent(Moment now, size_t length) {

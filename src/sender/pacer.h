@@ -19,6 +19,10 @@ class Pacer {
   /// each datagram. `fastPacing` matters to the fixed pacing only and may change from one datagram to the next.
   std::optional<Moment> NextSend(bool fastPacing);
 
+  /// How many datagrams of `length` bytes may leave one right after the other when one may: what a rate takes a
+  /// millisecond for, `most` at most. With the fixed pacing each waits for its own moment.
+  size_t Burst(size_t length, size_t most) const;
+
   /// A datagram of `length` bytes has left at `now`.
   void Sent(Moment now, size_t length);
 

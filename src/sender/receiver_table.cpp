@@ -27,8 +27,15 @@ void ReceiverTable::TakeAnswer(uint32_t address, uint32_t missing, uint32_t tota
   }
 }
 
-void ReceiverTable::BeginTransfer() {
-  for (ClientEntry& row : rows) row = ClientEntry{.addr = row.addr};
+void ReceiverTable::Forget() {
+  for (ClientEntry& row : rows) row = ClientEntry{.addr = row.addr, .peer = row.peer};
+}
+
+void ReceiverTable::ForgetAnswers() {
+  for (ClientEntry& row : rows) {
+    row.complete = false;
+    row.missing.reset();
+  }
 }
 
 int32_t ReceiverTable::FindClient(uint32_t address) const {

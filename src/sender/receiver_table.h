@@ -1,5 +1,7 @@
 #pragma once
 
+#include <quorl/quorl.h>
+
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -7,6 +9,15 @@
 #include "platform/network.h"
 
 namespace quorl {
+
+/// What has been heard of a receiver that knows the younger datagrams. Outlives a transfer.
+struct KnownPeer {
+  uint32_t capabilities = 0;
+  uint32_t instance = 0;  ///< 0: it has accepted no offer.
+  uint16_t longestOffer = 0;
+  uint32_t writer = 0;  ///< The instance whose letters are counted.
+  uint32_t lastLetter = 0;
+};
 
 /// One receiver in the sender's table.
 struct ClientEntry {
@@ -18,6 +29,7 @@ struct ClientEntry {
   bool complete = false;              ///< Has said that it lacks nothing.
   bool reportedFailure = false;       ///< Has sent a CMD_FINISH with a failure.
   std::optional<uint32_t> missing{};  ///< What its CMD_ANSWER said.
+  KnownPeer peer{};
 
   /// Whether the first pass may name it.
   bool IsCandidate() const { return !noTurn && status == 0; }
@@ -29,7 +41,7 @@ struct ClientEntry {
 /// two receivers on one machine only the first gets a row. Not synchronised.
 class ReceiverTable {
  public:
-  static constexpr int32_t CAPACITY = 200;
+  static constexpr int32_t CAPACITY = QUORL_RECEIVERS;
 
   /// Gives the source of a CMD_CLIENT a row, unless its address has one. False when the table is full.
   bool AddClient(Endpoint source);
@@ -38,8 +50,10 @@ class ReceiverTable {
   /// than `neverTooMuch` blocks: it is given up.
   void TakeAnswer(uint32_t address, uint32_t missing, uint32_t totalBlocks, uint32_t neverTooMuch = 0);
 
-  /// Forgets what an earlier transfer left in the rows; the receivers stay.
-  void BeginTransfer();
+  /// Forgets everything that earlier transfers left in the rows; the receivers stay.
+  void Forget();
+  /// Forgets what they have said of an earlier transfer for the host to see, but no rule's marks.
+  void ForgetAnswers();
 
   /// The row with this address; Count() when there is none.
   int32_t FindClient(uint32_t address) const;

@@ -1,19 +1,22 @@
 #pragma once
 
+#include "protocol/datagrams.h"
 #include "sender/block_source.h"
 #include "sender/orders.h"
 #include "sender/pacer.h"
+#include "sender/transfer_parts.h"
 
 namespace quorl {
-
-class Transfer;
 
 /// Carries out what the flow control has ordered. Used by one thread at a time.
 class Repair {
  public:
-  Repair(Transfer& transfer, uint32_t rate) : transfer(transfer), pacer(rate), rate(rate) {}
+  explicit Repair(const TransferParts& parts);
 
   void CarryOut(const Order& order);
+
+  /// Whether the disk has kept the thread that is at it for as long as `limit`. Any thread.
+  bool IsStuckFor(Duration limit) const { return resendFile.IsStuckFor(limit); }
 
  private:
   void Do(const SendMasterOrder& order);
@@ -24,14 +27,15 @@ class Repair {
   void Do(const CloseResendFileOrder& order);
 
   bool OpenResendFile(uint32_t number);
+  void FailToName(uint32_t state);
+  void FailToResend();
   bool HoldToRate();
 
-  Transfer& transfer;
+  const TransferParts parts;
   BlockDatagram datagram{CMD_RESEND};
   BlockSource resendFile;       ///< Stays open while successive requests name the same file.
   uint32_t lastResentFile = 0;  ///< The number of that file.
   Pacer pacer;
-  const uint32_t rate;
 };
 
 }  // namespace quorl

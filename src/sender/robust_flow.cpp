@@ -8,10 +8,10 @@
 // - Nothing can be complete before the stream is out: what says so is a late copy from an earlier transfer.
 // - A receiver that says it is complete is, whenever and however often it says so; a failure that it reports sticks,
 //   and counts once.
-// - Every receiver that is given up is marked, gets one more turn in the second pass, and is reported if that
-//   fails too. So no receiver is left incomplete without a status, and the repair is bounded: two turns for each row,
-//   and in a turn no more requests than a transfer of this size can need. A master that asks without end, for one block
-//   and another in turns, would else hold the room for as long as it likes.
+// - Every receiver that is given up is marked, gets one more turn in the second pass, a longer one if it asks in vain,
+//   and is reported if that fails too. So no receiver is left incomplete without a status, and the repair is bounded:
+//   two turns for each row, and in a turn no more requests than a transfer of this size can need. A master that asks
+//   without end, for one block and another in turns, would else hold the room for as long as it likes.
 // - CMD_RELEASE never carries the second-pass byte: it would send a receiver away that still lacks blocks.
 #include "sender/robust_flow.h"
 
@@ -28,6 +28,11 @@ constexpr int IDLE_REPEAT = 2;        ///< One that has been heard gets CMD_MAST
 constexpr int IDLE_MAX = 8;           ///< After these it is given up,
 constexpr int IDLE_COMPLETE_MAX = 3;  ///< or taken as complete if its last word was that it lacks nothing.
 
+// Cycles in the second pass, of a master that asks for one block all the time and does not get it. A system that has
+// filled its memory for fragments with blocks of which one got lost puts none together any more until it forgets those;
+// Linux does after 30 s.
+constexpr int IDLE_ASKING_MAX = 70;
+
 // Blocks. Repairs of this size are done in a moment, whatever share of the transfer they are: of a single block, one
 // lost datagram would be all.
 constexpr uint32_t SMALL_REPAIR = 1000;
@@ -35,6 +40,8 @@ constexpr uint32_t SMALL_REPAIR = 1000;
 // Requests in one turn. A block needs 16 on average when three of four datagrams are lost in either direction.
 constexpr uint64_t REQUESTS_PER_BLOCK = 16;
 constexpr uint64_t REQUESTS_AT_LEAST = 1000;
+
+constexpr size_t REMEMBERED_REQUESTS = 65536;
 
 }  // namespace
 
@@ -61,14 +68,20 @@ bool RobustFlow::TakeAck(const Ack& ack, Endpoint from, Orders& orders) {
     GiveUpMaster(false);
     return NameMaster(masterIndex, orders);
   }
-  progress.ackFile = ack.file;
-  progress.ackBlock = ack.block;
+  progress.wantsNothing = wantsNothing;
   if (wantsNothing) {
     SendMaster(0, orders);
   } else {
+    if (IsNewRequest(ack)) ++progress.blocksAskedFor;
     orders.push_back(ResendOrder{ack.file, ack.block});
   }
   return true;
+}
+
+// In a repair of more blocks than are remembered, a request that comes again after so many others counts once more.
+bool RobustFlow::IsNewRequest(const Ack& ack) {
+  if (askedFor.size() == REMEMBERED_REQUESTS) askedFor.clear();
+  return askedFor.insert(uint64_t{ack.file} << 32 | ack.block).second;
 }
 
 bool RobustFlow::TakeFinish(uint16_t status, Endpoint from, Orders& orders) {
@@ -114,17 +127,19 @@ WatchNext RobustFlow::Watch(Orders& orders) {
   if (!HasMaster()) return WatchNext::End;
   if (progress != watched) {
     watched = progress;
-    idleCycles = 0;
+    idleCycles = silentCycles = 0;
     return WatchNext::Pause;
   }
   ++idleCycles;
-  const bool heard = progress.ackFile != 0;
-  const bool wantsNothing = progress.ackFile > fileCount;
-  if (idleCycles > (wantsNothing ? IDLE_COMPLETE_MAX : IDLE_MAX)) {
+  silentCycles = requestsInTurn == watchedRequests ? silentCycles + 1 : 0;
+  watchedRequests = requestsInTurn;
+  const bool heard = requestsInTurn != 0;
+  const bool wantsNothing = progress.wantsNothing;
+  if (IsGivenUp(wantsNothing)) {
     GiveUpMaster(wantsNothing);
     if (!NameMaster(masterIndex, orders)) return WatchNext::End;
     watched = progress;
-    idleCycles = 0;
+    idleCycles = silentCycles = 0;
     return WatchNext::Pause;
   }
   if (!heard || idleCycles >= IDLE_REPEAT) SendMaster(wantsNothing ? 0 : 1, orders);
@@ -133,6 +148,10 @@ WatchNext RobustFlow::Watch(Orders& orders) {
 
 std::optional<int32_t> RobustFlow::CurrentMaster() const {
   return HasMaster() ? std::optional(masterIndex) : std::nullopt;
+}
+
+bool RobustFlow::IsMasterSilent() const {
+  return HasMaster() && idleCycles >= IDLE_REPEAT;
 }
 
 void RobustFlow::SendMaster(uint32_t state, Orders& orders) const {
@@ -147,8 +166,9 @@ bool RobustFlow::NameMaster(int32_t current, Orders& orders) {
     return End(EndCode(), orders);
   }
   table[masterIndex].needsTurn = false;
-  progress = {progress.turn + 1, 0, 0};
+  progress = {.turn = progress.turn + 1};
   requestsInTurn = 0;
+  askedFor.clear();
   SendMaster(1, orders);
   return true;
 }
@@ -164,6 +184,11 @@ int32_t RobustFlow::NextMaster(int32_t current) {
   for (int32_t next = current + 1; next < count; ++next)
     if (table[next].needsTurn) return next;
   return count;
+}
+
+bool RobustFlow::IsGivenUp(bool wantsNothing) const {
+  if (wantsNothing) return idleCycles > IDLE_COMPLETE_MAX;
+  return silentCycles > IDLE_MAX || idleCycles > (secondPass ? IDLE_ASKING_MAX : IDLE_MAX);
 }
 
 void RobustFlow::GiveUpMaster(bool wantsNothing) {

@@ -1,15 +1,18 @@
 #pragma once
 
+#include <unordered_set>
+
 #include "sender/master_flow.h"
 
 namespace quorl {
 
-/// The flow control of the robust profile.
+/// The flow control of the robust profile, for one transfer.
 class RobustFlow final : public MasterFlow {
  public:
-  RobustFlow(ReceiverTable& table, uint32_t fileCount, uint32_t totalBlocks)
-      : table(table), fileCount(fileCount), totalBlocks(totalBlocks) {}
+  explicit RobustFlow(ReceiverTable& table) : table(table) {}
 
+  void BeginTransfer(uint32_t count) override { fileCount = count; }
+  void BlocksCounted(uint32_t count) override { totalBlocks = count; }
   void StreamSent() override;
   bool HandOver(Orders& orders) override;
   bool TakeAck(const Ack& ack, Endpoint from, Orders& orders) override;
@@ -18,13 +21,15 @@ class RobustFlow final : public MasterFlow {
   void DatagramHandled() override {}
   WatchNext Watch(Orders& orders) override;
   std::optional<int32_t> CurrentMaster() const override;
+  bool IsMasterSilent() const override;
 
  private:
-  /// What the watchdog compares: whose turn it is, and what the master has asked for in it.
+  /// What the watchdog compares: whose turn it is, and how far the master has come in it. One that asks for the same
+  /// blocks in a circle does not come on.
   struct Progress {
     uint32_t turn = 0;
-    uint32_t ackFile = 0;
-    uint32_t ackBlock = 0;
+    uint64_t blocksAskedFor = 0;  ///< Each counts once.
+    bool wantsNothing = false;
     friend bool operator==(const Progress&, const Progress&) = default;
   };
 
@@ -34,8 +39,10 @@ class RobustFlow final : public MasterFlow {
   void SendMaster(uint32_t state, Orders& orders) const;
   bool NameMaster(int32_t current, Orders& orders);
   int32_t NextMaster(int32_t current);
+  bool IsGivenUp(bool wantsNothing) const;
   void GiveUpMaster(bool wantsNothing);
   bool HasAskedTooMuch() const;
+  bool IsNewRequest(const Ack& ack);
   bool TakeCompletion(ClientEntry& row, Orders& orders);
   bool TakeFailure(ClientEntry& row, uint16_t status, Orders& orders);
   void ReportUnserved();
@@ -43,8 +50,8 @@ class RobustFlow final : public MasterFlow {
   uint32_t EndCode() const;
 
   ReceiverTable& table;
-  const uint32_t fileCount;
-  const uint32_t totalBlocks;
+  uint32_t fileCount = 0;
+  uint32_t totalBlocks = 0;
 
   enum class Phase { Streaming, Answering, Repairing, Over };
   Phase phase = Phase::Streaming;
@@ -52,11 +59,14 @@ class RobustFlow final : public MasterFlow {
   int32_t masterIndex = 0;
   Progress progress;
   uint64_t requestsInTurn = 0;
+  std::unordered_set<uint64_t> askedFor;  ///< The blocks, in this turn.
   int32_t failedCount = 0;
 
   // The watchdog's own.
   Progress watched;
-  int idleCycles = 0;
+  uint64_t watchedRequests = 0;
+  int idleCycles = 0;    // in which it has not come on
+  int silentCycles = 0;  // in which it has not been heard
 };
 
 }  // namespace quorl

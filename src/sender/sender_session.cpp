@@ -5,11 +5,12 @@
 // when the transfer is over, when a decision says so, or at once when the transfer is stopped. So a thread that was
 // held up, in a slow read for a repair say, knows only the transfer that is over.
 //
-// What anybody on the network can force here: rows in the table (200 at most), and through the flow control blocks that
-// are sent again, one for each datagram.
+// What anybody on the network can force here: rows in the table, QUORL_RECEIVERS at most, and through the flow control
+// blocks that are sent again, one for each datagram.
 #include "sender/sender_session.h"
 
 #include <array>
+#include <utility>
 
 #include "protocol/datagrams.h"
 #include "sender/announcements.h"
@@ -26,8 +27,9 @@ constexpr Duration FAILED_RECEIVE_PAUSE = 10ms;  ///< A socket that fails at onc
 
 }  // namespace
 
-SenderSession::SenderSession(const Machine& machine, QuorlWindow hostWindow, const RoomAddress& room, Profile profile)
-    : context(std::make_shared<SenderContext>(machine, hostWindow, room, profile)),
+SenderSession::SenderSession(const Machine& machine, QuorlWindow hostWindow, const RoomAddress& room, Profile profile,
+                             uint32_t capabilities)
+    : context(std::make_shared<SenderContext>(machine, hostWindow, room, profile, capabilities)),
       transfer(std::make_shared<Transfer>(context, TransferPlan{.lists = std::make_shared<const FileLists>()})) {}
 
 bool SenderSession::Open() {
@@ -39,7 +41,7 @@ bool SenderSession::Collect() {
     Close();
     return false;
   }
-  if (!context->SendRepeatedly(Build(quorl::Collect{}), ANNOUNCEMENT_COPIES, COLLECT_PAUSE)) {
+  if (!Ask()) {
     context->Debug("\nQuorl-----Can not Collect Client!\n");
     Close();
     return false;
@@ -48,37 +50,72 @@ bool SenderSession::Collect() {
   return true;
 }
 
-void SenderSession::StartTransfer(TransferPlan plan) {
-  auto blocks = CountBlocks(context->machine.files, *plan.lists);
-  if (!blocks) {
-    context->Debug("\nQuorl-----Too many blocks to send!\n");
-    context->Post(WM_TRANS_STATUS, QUORL_STATUS_FILE_UNREADABLE, 0);
-    return;
+// False when nobody could be asked.
+bool SenderSession::Ask() {
+  if (!context->correspondence.IsOn())
+    return context->SendRepeatedly(Build(quorl::Collect{}), ANNOUNCEMENT_COPIES, COLLECT_PAUSE, SendWait{});
+  const auto offer = Build(context->correspondence.OurOffer());
+  bool asked = false;
+  for (int i = 0; i < ANNOUNCEMENT_COPIES; ++i) {
+    asked = context->sockets.SendToGroup(Build(quorl::Collect{}), SendWait{}) || asked;
+    context->SendRepeatedly(offer, 1, COLLECT_PAUSE, SendWait{});
   }
-  plan.blocks = std::move(*blocks);
-  Latest()->Abandon();
+  return asked;
+}
+
+bool SenderSession::SendWord(std::span<const uint8_t> text) {
+  std::vector<uint8_t> datagram;
+  {
+    const std::scoped_lock lock(context->mutex);
+    if (!context->correspondence.IsOn() || closed) return false;
+    datagram = BuildText(context->correspondence.NextWord(text));
+  }
+  return context->SendRepeatedly(datagram, ANNOUNCEMENT_COPIES, ANNOUNCEMENT_PAUSE, SendWait{});
+}
+
+std::optional<Correspondence::Received> SenderSession::TakeLetter() {
+  const std::scoped_lock lock(context->mutex);
+  return context->correspondence.Take();
+}
+
+void SenderSession::StartTransfer(TransferPlan plan) {
   const auto next = std::make_shared<Transfer>(context, std::move(plan));
-  Install(next);
+  bool isClosed = false;
+  std::shared_ptr<Transfer> earlier;
+  {
+    // From here on somebody else who starts a transfer, or closes the sender, finds this one and ends it.
+    const std::scoped_lock lock(context->mutex);
+    isClosed = closed;
+    earlier = std::exchange(transfer, next);
+    next->Supersede(*earlier);
+  }
+  earlier->Abandon();
+  if (isClosed) next->Close();
   StartReplyThread(next);
   next->Start();
 }
 
-void SenderSession::Install(std::shared_ptr<Transfer> next) {
-  const std::scoped_lock lock(context->mutex);
-  context->table.BeginTransfer();
-  transfer.swap(next);
+void SenderSession::Close() {
+  {
+    const std::scoped_lock lock(context->mutex);
+    closed = true;
+  }
+  Latest()->Close();
 }
 
 bool SenderSession::StartReplyThread(const std::shared_ptr<Transfer>& current) {
   const bool started =
-      current->ReplyStop() &&
-      current->Adopt(context->machine.threads.Start(
-          "ReplyThread", Priority::AboveNormal, [self = shared_from_this(), current] { self->ReplyThread(*current); }));
+      current->IsReady() && current->Adopt(context->machine.threads.Start("ReplyThread", Priority::AboveNormal,
+                                                                          [self = shared_from_this(), current] {
+                                                                            self->HearReceivers(*current);
+                                                                            self->HearLetters(*current);
+                                                                            current->ReplyThreadEnds();
+                                                                          }));
   if (!started) context->Debug("\nQuorl------Create the Receive Thread Failed!\n");
   return started;
 }
 
-void SenderSession::ReplyThread(Transfer& current) {
+void SenderSession::HearReceivers(Transfer& current) {
   std::array<uint8_t, MAX_REPLY> buffer{};
   while (!current.IsOver()) {
     const Received received = context->sockets.ReceiveReply(buffer, current.ReplyStop());
@@ -94,9 +131,51 @@ void SenderSession::ReplyThread(Transfer& current) {
   }
 }
 
+/// What becomes of a transfer is told when it is over: by letters, until the sender is closed or begins another one.
+void SenderSession::HearLetters(Transfer& current) {
+  if (!context->correspondence.IsOn()) return;
+  std::array<uint8_t, MAX_REPLY> buffer{};
+  while (!current.ReplyStop()->IsSet()) {
+    const Received received = context->sockets.ReceiveReply(buffer, current.ReplyStop());
+    if (received.outcome == Received::Outcome::Interrupted || received.outcome == Received::Outcome::Closed) return;
+    if (received.outcome == Received::Outcome::Datagram) {
+      TakeLetter(current, ParseFromReceiver(std::span(buffer).first(received.length)), received.from);
+    } else {
+      current.ReplyStop()->Wait(FAILED_RECEIVE_PAUSE);
+    }
+  }
+}
+
+/// False when it was none of what younger peers say.
+bool SenderSession::TakeLetter(Transfer& current, const FromReceiver& reply, Endpoint from) {
+  const auto* accept = std::get_if<Accept>(&reply);
+  const auto* letter = std::get_if<Letter>(&reply);
+  if (!context->correspondence.IsOn() || (!accept && !letter)) return false;
+  std::optional<Heard> heard;
+  std::optional<UnderWay> underWay;
+  {
+    const std::scoped_lock lock(context->mutex);
+    if (letter) heard = context->correspondence.TakeLetter(*letter, from.address, context->table);
+    if (accept) {
+      using Accepted = Correspondence::Accepted;
+      const bool inTransfer = current.IsUnderWay();
+      const Accepted accepted = context->correspondence.TakeAccept(*accept, from.address, context->table, inTransfer);
+      if (accepted == Accepted::Replaced) current.TakeReply(Finish{QUORL_STATUS_LEFT}, from);
+      if (accepted != Accepted::Known) underWay = current.Describe();
+    }
+  }
+  if (underWay) context->sockets.Reply(from, Build(*underWay));
+  if (heard) context->sockets.Reply(from, Build(*heard));
+  current.CarryOutOrders();
+  return true;
+}
+
 /// False when ReplyThread has to end.
 bool SenderSession::Handle(Transfer& current, std::span<const uint8_t> datagram, Endpoint from) {
-  const FromReceiver reply = ParseFromReceiver(datagram);
+  FromReceiver reply = ParseFromReceiver(datagram);
+  if (TakeLetter(current, reply, from)) return true;
+  // Who has offered nothing knows no such codes.
+  if (std::holds_alternative<Accept>(reply) || std::holds_alternative<Letter>(reply)) reply = Reject::UnknownCommand;
   if (const auto* rejected = std::get_if<Reject>(&reply)) {
     context->counters.AddRejected(*rejected);
     if (*rejected == Reject::WrongMagic) return true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "sender/sender_context.h"
@@ -12,17 +13,22 @@ namespace quorl {
 /// transfer. Its threads hold it alive while they run.
 class SenderSession : public std::enable_shared_from_this<SenderSession> {
  public:
-  SenderSession(const Machine& machine, QuorlWindow hostWindow, const RoomAddress& room, Profile profile);
+  SenderSession(const Machine& machine, QuorlWindow hostWindow, const RoomAddress& room, Profile profile,
+                uint32_t capabilities);
 
   /// Opens the sockets. False when that failed or another sender uses the group.
   bool Open();
   /// Starts to hear the receivers and asks who listens; takes about 0.8 s. On failure everything is closed.
   bool Collect();
-  /// Stops an earlier transfer and starts a new one. `plan` has no total yet; it is counted here.
+  /// Stops an earlier transfer and starts a new one.
   void StartTransfer(TransferPlan plan);
   void StopTransfer() { Latest()->Stop(); }
   /// Closes the sockets and wakes every thread. Idempotent.
-  void Close() { Latest()->Close(); }
+  void Close();
+
+  /// False when nobody could be told.
+  bool SendWord(std::span<const uint8_t> text);
+  std::optional<Correspondence::Received> TakeLetter();
 
   uint32_t FillErrInfo(uint32_t* errInfoBuffer);
   uint32_t FillReceivers(uint32_t* addresses, uint32_t capacity);
@@ -31,15 +37,18 @@ class SenderSession : public std::enable_shared_from_this<SenderSession> {
 
  private:
   std::shared_ptr<Transfer> Latest();
-  void Install(std::shared_ptr<Transfer> next);
+  bool Ask();
   bool StartReplyThread(const std::shared_ptr<Transfer>& current);
-  void ReplyThread(Transfer& current);
+  void HearReceivers(Transfer& current);
+  void HearLetters(Transfer& current);
   bool Handle(Transfer& current, std::span<const uint8_t> datagram, Endpoint from);
+  bool TakeLetter(Transfer& current, const FromReceiver& reply, Endpoint from);
 
   const std::shared_ptr<SenderContext> context;
 
-  std::shared_ptr<Transfer>
-      transfer;  ///< Never null, before the first StartSend an empty one. Under the context's mutex.
+  // Guarded by the context's mutex.
+  std::shared_ptr<Transfer> transfer;  ///< Never null, before the first StartSend an empty one.
+  bool closed = false;
 };
 
 }  // namespace quorl

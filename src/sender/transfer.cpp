@@ -7,10 +7,13 @@
 //
 // The stream does not care whether the transfer has ended: when every receiver has failed meanwhile, others that were
 // never in the table may still be taking it in.
+//
+// A disk can keep the thread that reads from it for as long as it likes. While it keeps one that carries out an order,
+// the watchdog waits: nobody is given up for an answer that has not been sent. In the robust profile ReportThread,
+// which touches no disk, gives the transfer up when that takes too long.
 #include "sender/transfer.h"
 
 #include "sender/announcements.h"
-#include "sender/data_stream.h"
 
 namespace quorl {
 
@@ -19,58 +22,86 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr Duration FINISH_PAUSE = 500ms;  ///< Before and after CMD_FINISH.
+
+/// Robust, before it: what comes late does no harm there, and each receiver takes its datagrams in their order.
+constexpr Duration SHORT_FINISH_PAUSE = 20ms;
+
 constexpr Duration REPORT_PERIOD = 5000ms;
 constexpr Duration WATCH_START = 1000ms;
 constexpr Duration WATCH_PERIOD = 500ms;
 constexpr Duration THREAD_END_LIMIT = 5000ms;  ///< A thread can hang in a read of a file; nobody hangs with it.
 
+/// Disks spin up and network drives fail over in less.
+constexpr Duration DISK_PATIENCE = 60s;
+
 }  // namespace
 
-Transfer::Transfer(std::shared_ptr<SenderContext> context, TransferPlan plan)
-    : context(std::move(context)),
-      plan(std::move(plan)),
-      wake(this->context->machine.threads.MakeEvent()),
-      replyStop(this->context->machine.threads.MakeEvent()),
-      answered(this->context->machine.threads.MakeEvent()),
-      flow(MakeMasterFlow(this->context->profile, this->context->table,
-                          static_cast<uint32_t>(this->plan.lists->ArraySendFile.size()), this->plan.blocks.total)),
-      orders(this->context->mutex, this->context->counters, [this](const Order& order) { repair.CarryOut(order); }),
-      repair(*this, this->plan.rate) {}
+Transfer::Transfer(std::shared_ptr<SenderContext> sharedContext, TransferPlan newPlan)
+    : context(std::move(sharedContext)),
+      plan(std::move(newPlan)),
+      progress(*context, plan),
+      end(*context, progress),
+      stream({*context, plan, progress, end}),
+      repair({*context, plan, progress, end}),
+      orders(context->mutex, context->counters, [this](const Order& order) { repair.CarryOut(order); }) {}
+
+void Transfer::Supersede(Transfer& earlier) {
+  earlier.end.RequestStop();
+  context->BeginTransfer(plan.FileCount());
+}
 
 void Transfer::Start() {
-  Advance(SendPhase::Ready, SendPhase::Announcing);
-  if (!wake || !answered) {
+  progress.Advance(SendPhase::Ready, SendPhase::Announcing);
+  if (!end.IsReady()) {
     context->Debug("\nQuorl------Create the Send Thread Failed!\n");
-    phase = SendPhase::Ended;
+    progress.Reach(SendPhase::Ended);
     return;
   }
-  if (!Announce()) {
-    CloseSockets();
-    phase = SendPhase::Ended;
-    return;
-  }
-  if (IsStopRequested()) return;
-  if (!SendEmptyDirs(*context, *plan.lists)) CloseSockets();
+  if (!Announce() || end.IsStopRequested()) return;
   StartThread("SendThread", &Transfer::SendThread, "\nQuorl------Create the Send Thread Failed!\n");
   StartThread("ReportThread", &Transfer::ReportThread, "\nQuorl------Create the Send Report Thread Failed!\n");
 }
 
 bool Transfer::Announce() {
-  if (!SendServerOs(*context)) return false;
-  if (!plan.autoOpenName.empty()) SendAutoOpenName(*context, plan.autoOpenName);
-  // Stopped from another thread: nobody is to get ready for a transfer that does not come.
-  if (IsStopRequested()) return true;
-  const Task task{plan.blocks.total, static_cast<uint32_t>(plan.lists->ArraySendFile.size()), plan.targetFolder,
-                  NameField::From(plan.targetPath)};
-  announced = true;
-  if (!SendTask(*context, task)) return false;
+  const SendWait patience = end.Patience();
+  if (!SendServerOs(*context, patience)) return FailToAnnounce("\nQuorl-----Send Server OS Packet Failed!\n");
+  if (!plan.autoOpenName.empty()) SendAutoOpenName(*context, plan.autoOpenName, patience);
+  BlockCount blocks = CountBlocks(context->machine.files, *plan.lists);
+  if (!blocks.fits && IsRobust()) return FailToCount();
+  const Task task{blocks.total, plan.FileCount(), plan.targetFolder, NameField::From(plan.targetPath)};
   int32_t receivers = 0;
   {
     const std::scoped_lock lock(context->mutex);
+    // Stopped from another thread: nobody is to get ready for a transfer that does not come.
+    if (end.IsStopRequested()) return false;
+    context->flow->BlocksCounted(blocks.total);
+    progress.NoteAnnounced(std::move(blocks));
     receivers = context->table.Count();
   }
-  context->Post(WM_TASK_INFO, static_cast<uintptr_t>(receivers), static_cast<intptr_t>(plan.blocks.total));
-  return true;
+  announced = true;
+  if (!SendTask(*context, task, patience)) return FailToAnnounce("\nQuorl-----Send  Task Packet Failed!\n");
+  context->Post(WM_TASK_INFO, static_cast<uintptr_t>(receivers), static_cast<intptr_t>(task.totalBlocks));
+  if (SendEmptyDirs(*context, *plan.lists, patience)) return true;
+  // The classic threads start all the same, and find the sockets closed.
+  return FailToAnnounce("\nQuorl-----Send Empty Directory Failed!\n") || !IsRobust();
+}
+
+bool Transfer::FailToAnnounce(const char* debugLine) {
+  if (IsRobust()) {
+    end.FailSend(debugLine);
+  } else {
+    context->Debug(debugLine);
+    context->sockets.Close();
+    progress.Reach(SendPhase::Ended);
+  }
+  return false;
+}
+
+bool Transfer::FailToCount() {
+  context->Debug("\nQuorl-----Too many blocks to send!\n");
+  end.RequestStop();
+  context->Post(WM_TRANS_STATUS, QUORL_STATUS_FILE_UNREADABLE, 0);
+  return false;
 }
 
 void Transfer::StartThread(const char* name, void (Transfer::*run)(), const char* failure) {
@@ -88,38 +119,67 @@ bool Transfer::Adopt(std::shared_ptr<Thread> thread) {
 
 void Transfer::SendThread() {
   const Moment start = context->machine.clock.Now();
-  Advance(SendPhase::Announcing, SendPhase::Streaming);
-  if (!DataStream(*this).Run()) return;
-  Advance(SendPhase::Streaming, SendPhase::Finishing);
-  if (!Pause(FINISH_PAUSE)) return;
+  progress.Advance(SendPhase::Announcing, SendPhase::Streaming);
+  if (!RunStream()) return;
+  progress.Advance(SendPhase::Streaming, SendPhase::Finishing);
+  if (!end.Pause(IsRobust() ? SHORT_FINISH_PAUSE : FINISH_PAUSE)) return;
   {
     const std::scoped_lock lock(context->mutex);
-    flow->StreamSent();
+    if (end.IsStopRequested()) return;
+    context->flow->StreamSent();
   }
-  SendFinish();
-  if (!WaitForAnswers()) return;
+  if (!SendFinish() || !WaitForAnswers()) return;
   const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(context->machine.clock.Now() - start);
   context->Debug("Time = " + std::to_string(taken.count()) + "\n");
   HandOver();
 }
 
+/// False when not every block is out; who has to know has been told then.
+bool Transfer::RunStream() {
+  switch (stream.Run()) {
+    case StreamEnd::Complete: return true;
+    case StreamEnd::Stopped: break;
+    case StreamEnd::SendFailed: end.FailSend("\nQuorl-----Send Data form write file!\n"); break;
+    case StreamEnd::FileUnreadable: {
+      const std::scoped_lock lock(context->mutex);
+      orders.Append({EndOrder{QUORL_STATUS_FILE_UNREADABLE}});
+    }
+  }
+  CarryOutOrders();
+  return false;
+}
+
+/// False when the transfer has come to its end by that.
+bool Transfer::SendFinish() {
+  const auto finish = Build(Finish{});
+  for (int i = 0; i < ANNOUNCEMENT_COPIES; ++i) {
+    if (!context->sockets.SendToGroup(finish, end.Patience())) {
+      FailToAnnounce("\nQuorl-----Send CMD_FINISH Failed\n");
+      return !IsRobust();
+    }
+    context->machine.clock.Sleep(ANNOUNCEMENT_PAUSE);
+  }
+  return true;
+}
+
 bool Transfer::WaitForAnswers() {
-  if (context->profile == Profile::Classic) return Pause(FINISH_PAUSE);
+  if (!IsRobust()) return end.Pause(FINISH_PAUSE);
   {
     const std::scoped_lock lock(context->mutex);
-    if (context->table.AllAnswered()) return !wake->IsSet();
+    if (context->table.AllAnswered()) return !end.IsWoken();
   }
-  answered->Wait(FINISH_PAUSE);
-  return !wake->IsSet();
+  end.Answered()->Wait(FINISH_PAUSE);
+  return !end.IsWoken();
 }
 
 void Transfer::HandOver() {
-  Advance(SendPhase::Finishing, SendPhase::Repairing);
+  progress.Advance(SendPhase::Finishing, SendPhase::Repairing);
   bool hasMaster = false;
   {
     const std::scoped_lock lock(context->mutex);
+    if (end.IsStopRequested()) return;
     Orders decided;
-    hasMaster = flow->HandOver(decided);
+    hasMaster = context->flow->HandOver(decided);
     orders.Append(decided);
   }
   CarryOutOrders();
@@ -128,31 +188,38 @@ void Transfer::HandOver() {
 }
 
 void Transfer::MasterWatchThread() {
-  if (!Pause(WATCH_START)) return;
+  if (!end.Pause(WATCH_START)) return;
   WatchNext next = WatchNext::AtOnce;
   while (next == WatchNext::PauseInCycle || !IsOver()) {
+    bool isHeldUp = false;
     {
       const std::scoped_lock lock(context->mutex);
+      if (end.IsStopRequested()) return;
+      isHeldUp = orders.IsHeldUp();
       Orders decided;
-      next = flow->Watch(decided);
+      if (!isHeldUp) next = context->flow->Watch(decided);
       orders.Append(decided);
     }
     CarryOutOrders();
     if (next == WatchNext::End) return;
-    if (next != WatchNext::AtOnce && !Pause(WATCH_PERIOD)) return;
+    if ((isHeldUp || next != WatchNext::AtOnce) && !end.Pause(WATCH_PERIOD)) return;
   }
 }
 
 void Transfer::ReportThread() {
   const auto report = Build(Report{});
   while (!IsOver()) {
-    if (!context->sockets.SendReport(report)) return FailSend("\nQuorl-----Send Report Data Failed!\n");
-    Pause(REPORT_PERIOD);
+    if (IsRobust() && (stream.IsStuckFor(DISK_PATIENCE) || repair.IsStuckFor(DISK_PATIENCE)))
+      return end.GiveUp(QUORL_STATUS_FILE_UNREADABLE);
+    if (!context->sockets.SendReport(report, end.Patience()))
+      return end.FailSend("\nQuorl-----Send Report Data Failed!\n");
+    end.Pause(REPORT_PERIOD);
   }
 }
 
 bool Transfer::TakeReply(const FromReceiver& reply, Endpoint from) {
-  if (context->profile == Profile::Robust) {
+  if (end.IsStopRequested()) return false;
+  if (IsRobust()) {
     if (!announced) return true;
     if (!context->table.Find(from.address)) {
       // What is not understood, or finds the table full, has been counted for that.
@@ -163,39 +230,45 @@ bool Transfer::TakeReply(const FromReceiver& reply, Endpoint from) {
   }
   Orders decided;
   const bool goesOn = TakeParsed(reply, from, decided);
-  if (goesOn) flow->DatagramHandled();
+  if (goesOn) context->flow->DatagramHandled();
   orders.Append(decided);
-  if (context->table.AllAnswered() && answered) answered->Set();
+  if (context->table.AllAnswered()) end.Answered()->Set();
   return goesOn;
 }
 
 bool Transfer::TakeParsed(const FromReceiver& reply, Endpoint from, Orders& decided) {
+  MasterFlow& flow = *context->flow;
   if (const auto* ack = std::get_if<Ack>(&reply)) {
-    if (ack->file >= 1 && ack->file <= plan.lists->ArraySendFile.size()) context->counters.Add(Count::RepairsAsked);
-    return flow->TakeAck(*ack, from, decided);
+    if (ack->file >= 1 && ack->file <= plan.FileCount()) context->counters.Add(Count::RepairsAsked);
+    return flow.TakeAck(*ack, from, decided);
   }
-  if (const auto* finish = std::get_if<Finish>(&reply)) return flow->TakeFinish(finish->status, from, decided);
-  if (const auto* answer = std::get_if<Answer>(&reply)) return flow->TakeAnswer(answer->missingBlocks, from, decided);
+  if (const auto* finish = std::get_if<Finish>(&reply)) return flow.TakeFinish(finish->status, from, decided);
+  if (const auto* answer = std::get_if<Answer>(&reply)) return flow.TakeAnswer(answer->missingBlocks, from, decided);
   return true;
 }
 
-bool Transfer::PauseUntil(Moment moment) {
-  Clock& clock = context->machine.clock;
-  for (Duration left = moment - clock.Now(); left > Duration::zero(); left = moment - clock.Now())
-    if (wake->Wait(left)) return false;
-  return !wake->IsSet();
+void Transfer::ReplyThreadEnds() {
+  {
+    const std::scoped_lock lock(context->mutex);
+    orders.Append({CloseResendFileOrder{}});
+  }
+  CarryOutOrders();
 }
 
-void Transfer::Wake() {
-  if (wake) wake->Set();
-  if (answered) answered->Set();
+void Transfer::Stop() {
+  // First the own threads, so that no block follows the news that the transfer is over.
+  end.RequestStop();
+  end.SendStopWithoutThem();
+}
+
+void Transfer::Close() {
+  context->sockets.Close();
+  progress.Reach(progress.Phase() == SendPhase::Ready ? SendPhase::Idle : SendPhase::Ended);
+  end.Wake();
 }
 
 void Transfer::Abandon() {
-  stopRequested = true;
-  phase = SendPhase::Ended;
-  Wake();
-  if (replyStop) replyStop->Set();
+  end.RequestStop();
   for (size_t i = 0;; ++i) {
     std::shared_ptr<Thread> thread;
     {
@@ -205,6 +278,37 @@ void Transfer::Abandon() {
     }
     thread->WaitForEnd(THREAD_END_LIMIT);
   }
+}
+
+SendState Transfer::State() const {
+  SendState state = progress.State();
+  state.otherSender = context->sockets.OtherSender();
+  for (int32_t row = 0; row < context->table.Count(); ++row) state.receivers.push_back(ReportOn(row));
+  return state;
+}
+
+UnderWay Transfer::Describe() const {
+  const SendState state = progress.State();
+  return {.session = context->correspondence.OurOffer().session,
+          .totalBlocks = state.totalBlocks,
+          .sentBlocks = static_cast<uint32_t>(state.blocksSent + state.blocksSkipped)};
+}
+
+ReceiverReport Transfer::ReportOn(int32_t row) const {
+  const ClientEntry& entry = context->table[row];
+  ReceiverReport report{entry.addr.address, ReceiverState::Waiting, entry.status, entry.missing,
+                        entry.peer.capabilities};
+  const SendPhase reached = progress.Phase();
+  if (entry.status != 0) {
+    report.state = ReceiverState::Failed;
+  } else if (entry.complete) {
+    report.state = ReceiverState::Complete;
+  } else if (reached == SendPhase::Idle || reached == SendPhase::Ready) {
+    report.state = ReceiverState::Listening;
+  } else if (reached == SendPhase::Repairing && context->flow->CurrentMaster() == row) {
+    report.state = context->flow->IsMasterSilent() ? ReceiverState::Silent : ReceiverState::Master;
+  }
+  return report;
 }
 
 }  // namespace quorl

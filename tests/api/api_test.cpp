@@ -14,6 +14,10 @@
 #include <mutex>
 #include <thread>
 
+/// Allocations that the calling thread may still make, in this program and in the library; below 0, as at first, there
+/// is no end of them.
+extern thread_local int allocationsLeft;
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -107,7 +111,7 @@ class Api : public testing::Test {
   }
 
   static uint64_t Counter(std::string_view name) {
-    std::vector<QuorlCounter> counters(GetCounters(nullptr, 0));
+    std::vector<QuorlCounter> counters(GetCounters(nullptr, 0), {.size = sizeof(QuorlCounter)});
     EXPECT_EQ(GetCounters(counters.data(), static_cast<uint32_t>(counters.size())), counters.size());
     const auto found =
         std::find_if(counters.begin(), counters.end(), [&](const auto& one) { return one.name == name; });
@@ -154,18 +158,63 @@ TEST_F(Api, AFileArrivesAndBothHostsAreTold) {
   EXPECT_TRUE(receiverHost.WaitFor([](const Seen& s) { return s.message == WM_FILE_NAME && s.text == "\\file.bin"; }));
   EXPECT_TRUE(ReadTarget("file.bin") == Pattern(30000));
 
-  QuorlReceiveState received{};
+  QuorlReceiveState received{.size = sizeof received};
   EXPECT_EQ(GetReceiveState(&received), 1u);
   EXPECT_EQ(received.complete, 1u);
   EXPECT_EQ(received.blocksStored, 8u);
+  EXPECT_EQ(received.bytesStored, 30000u);
   EXPECT_EQ(received.senderAddress, inet_addr("127.0.0.1"));
   EXPECT_STREQ(received.currentFile, "\\file.bin");
   EXPECT_GT(Counter("sender.datagrams_out"), 8u);
   EXPECT_GT(Counter("receiver.bytes_in"), 30000u);
   EXPECT_EQ(Counter("receiver.dropped.stranger"), 0u);
-  QuorlReceiverState row{};
+  QuorlReceiverState row{.size = sizeof row};
   EXPECT_EQ(GetReceiverStates(&row, 1), 1u);
   EXPECT_EQ(row.state, uint32_t{QUORL_RECEIVER_COMPLETE});
+}
+
+TEST_F(Api, AStructureIsFilledAsFarAsTheHostKnowsIt) {
+  QuorlSendState tooSmall{.size = offsetof(QuorlSendState, blocksResent), .phase = 99};
+  EXPECT_EQ(GetSendState(&tooSmall), 0u);
+  EXPECT_EQ(tooSmall.phase, 99u);
+  struct OfTomorrow {
+    QuorlCounter counter;
+    uint64_t later;
+  };
+  std::vector<OfTomorrow> counters(GetCounters(nullptr, 0), {{}, 7});
+  EXPECT_EQ(GetCounters(&counters[0].counter, 2), 0u) << "no size";
+  counters[0].counter.size = sizeof(OfTomorrow);
+  EXPECT_EQ(GetCounters(&counters[0].counter, static_cast<uint32_t>(counters.size())), counters.size());
+  for (const OfTomorrow& one : counters)
+    EXPECT_TRUE(one.counter.name && one.counter.size == sizeof(OfTomorrow) && one.later == 7);
+}
+
+TEST_F(Api, NoShortageOfMemoryCrossesTheBoundary) {
+  const std::string path = (root / "source").string();
+  const char* const selected[] = {"D:\\a name that is too long to be kept without memory"};
+  SetProfile(1);
+  // Each answers what it does when it has failed.
+  const std::vector<std::pair<std::function<int64_t()>, int64_t>> calls{
+      {[&] { return InitServer(senderHost.Window(), 0, port, inet_addr("127.0.0.1")); }, 0},
+      {[&] { return SetSelectFiles(selected, 1, ""); }, 6},
+      {[&] { return SetTargetPath(0, selected[0]); }, 1},
+      {[&] { return SetSubDirTrans(1); }, 1},
+      {[&] { return StartSend(); }, 1},
+      {[&] { return InitClient(receiverHost.Window(), 0, port, inet_addr("127.0.0.2")); }, 0},
+      {[&] { return StartReceive(); }, 1},
+      {[&] { return DeInitClient(); }, 1},
+      {[&] { return MapDrive('D', path.c_str()); }, 0},
+      {[&] { return SetReceiveRoot(path.c_str()); }, 0},
+      {[&] { return GetCounters(nullptr, 0); }, 0},
+      {[] { return CreateHostWindow([](void*, uint32_t, uintptr_t, intptr_t) {}, nullptr) ? 1 : 0; }, 0}};
+  for (int allowed = 0; allowed < 8; ++allowed) {
+    for (size_t i = 0; i < calls.size(); ++i) {
+      allocationsLeft = allowed;
+      const int64_t answer = calls[i].first();
+      allocationsLeft = -1;
+      EXPECT_TRUE(allowed > 0 || answer == calls[i].second) << "call " << i << " answers " << answer;
+    }
+  }
 }
 
 TEST_F(Api, OnlyTheNamedSenderIsHeard) {

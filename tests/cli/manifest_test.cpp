@@ -1,5 +1,5 @@
 // The manifest: its text, what is made of hostile text, and what it vouches for.
-#include "cli/manifest.h"
+#include "cli/manifest/manifest.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,9 +10,9 @@
 #include <filesystem>
 #include <fstream>
 
-#include "cli/manifest_build.h"
-#include "cli/manifest_verify.h"
-#include "cli/outcome.h"
+#include "cli/manifest/send_manifest.h"
+#include "cli/manifest/verify.h"
+#include "cli/outcome/exits.h"
 #include "temp_tree.h"
 
 namespace quorl::cli {
@@ -41,8 +41,8 @@ std::string WhyNot(const std::string& text, const ManifestKey* key = nullptr) {
 TEST(Manifest, ReadsWhatItWrites) {
   Manifest manifest;
   manifest.onlyFor = {0x0100007f, 0x0200007f};
-  manifest.files = {{"z\n\x01 \xff", 0, Digest{1}, -5, 0, false},
-                    {"a/b c", uint64_t{1} << 63, Digest{}, 1700000000, 12, true}};
+  manifest.files = {{"z\n\x01 \xff", 0, Digest{1}, {-5, 0}, false},
+                    {"a/b c", uint64_t{1} << 63, Digest{}, {1700000000, 12}, true}};
   manifest.emptyDirectories = {"a/empty"};
   const std::string zeros(62, '0');
   const std::string text = Sealed(
@@ -113,9 +113,10 @@ class ManifestOnDisk : public TempTreeTest {
     fs::permissions(root / "run", fs::perms::owner_all);
     const timespec times[] = {{1, 0}, {1'000'000'000, 5}};
     utimensat(AT_FDCWD, (root / "run").c_str(), times, 0);
-    sources.emptyDirectories = {"empty"};
-    for (const char* name : {"a/b", "c*.txt", "run"}) sources.files.push_back({(root / name).native(), name});
-    text = *BuildManifest(sources, nullptr, nullptr);
+    for (const char* name : {"a/b", "c*.txt", "run"}) sources.push_back({(root / name).native(), name});
+    for (const ManifestSource& source : sources) manifest.files.push_back(*ReadEntry(source, nullptr));
+    manifest.emptyDirectories = {"empty"};
+    text = FormatManifest(manifest, nullptr);
     fs::rename(root / "c*.txt", root / "c.txt");
     fs::permissions(root / "run", fs::perms::owner_read | fs::perms::group_read);
     utimensat(AT_FDCWD, (root / "run").c_str(), nullptr, 0);
@@ -123,17 +124,19 @@ class ManifestOnDisk : public TempTreeTest {
   /// The differences, "name: why".
   std::vector<std::string> Differences() {
     Write(".quorl-manifest", text);
-    const FileHandle directory(open(root.c_str(), O_RDONLY | O_DIRECTORY));
-    const StagedTree tree = ListTree(directory.Get());
-    const auto found = FindManifest(directory.Get(), tree, nullptr);
-    verified = *VerifyTree(directory.Get(), tree, std::get<ReadManifest>(*found).manifest, nullptr);
+    const Directory directory = Directory::Open(root.native());
+    const StagedTree tree = ListTree(directory);
+    const auto found = FindManifest(directory, tree, nullptr);
+    verified = *VerifyTree(directory, tree, std::get<ReadManifest>(*found).manifest, inPlace, nullptr);
     std::vector<std::string> texts;
     for (const auto& [name, why] : verified.differences) texts.push_back(name + ": " + why);
     return texts;
   }
 
-  ManifestSources sources;
+  std::vector<ManifestSource> sources;
+  Manifest manifest;
   std::string text;
+  InPlace inPlace;
   Verification verified;
 };
 
@@ -160,6 +163,31 @@ TEST_F(ManifestOnDisk, EveryKindOfDifferenceIsNamed) {
   EXPECT_TRUE(verified.verified.files.empty());
 }
 
+TEST_F(ManifestOnDisk, WhatStandsInItsPlaceNeedNotArriveAndWhatChangedIsNotTaken) {
+  inPlace = {{"run", DigestOf("run")}, {"a/b", Digest{}}};
+  fs::remove(root / "run");
+  fs::remove(root / "a/b");
+  EXPECT_EQ(Differences(), std::vector<std::string>{});
+  EXPECT_EQ(verified.inPlace, 2u);
+  inPlace["run"] = DigestOf("another");
+  manifest.files[1].digest = Digest{};
+  text = FormatManifest(manifest, nullptr);
+  EXPECT_EQ(Differences(),
+            (std::vector<std::string>{"c*.txt: changed while it was sent", "run: has another content in its place"}));
+}
+
+TEST(Catalogue, KeepsTheOrderOfTheTransferAndHoldsNoNameTwice) {
+  Manifest catalogue;
+  catalogue.files = {{"z", 1}, {"a", 2}};
+  const std::string text = FormatCatalogue(catalogue, nullptr);
+  const auto parsed = ParseCatalogue(text, nullptr);
+  ASSERT_TRUE(std::holds_alternative<ReadManifest>(parsed));
+  EXPECT_EQ(std::get<ReadManifest>(parsed).manifest.files[1].name, "a");
+  EXPECT_NE(WhyNot(text), "") << "it is no manifest";
+  catalogue.files[1].name = "z";
+  EXPECT_TRUE(std::holds_alternative<std::string>(ParseCatalogue(FormatCatalogue(catalogue, nullptr), nullptr)));
+}
+
 TEST_F(ManifestOnDisk, TwoNamesThatBecomeOneAreADifference) {
   const std::string line = "file 6 0.000000000 - " + ToHex(DigestOf("c*.txt")) + " ";
   text = Sealed(line + "c*.txt\n" + line + "c?.txt\n");
@@ -171,17 +199,13 @@ TEST_F(ManifestOnDisk, TwoNamesThatBecomeOneAreADifference) {
 
 TEST_F(ManifestOnDisk, TheSenderStopsAtAFileThatItCannotList) {
   const auto listing = [&](const std::string& path, const DigestProgress& progress) {
-    ManifestSources one;
-    one.files.push_back({path, "name"});
-    return BuildManifest(one, nullptr, progress);
+    return ReadEntry({path, "name"}, progress).has_value();
   };
   const std::string path = (root / "a/b").native();
   EXPECT_THROW(listing(path, [&](uint64_t) { return std::ofstream(path, std::ios::app) << "grows", true; }), Failure);
   EXPECT_THROW(listing((root / "none").native(), nullptr), Failure);
   EXPECT_THROW(listing("/dev/null", nullptr), Failure);
-  EXPECT_EQ(listing(path, [](uint64_t) { return false; }), std::nullopt);
-  sources.files.push_back(sources.files[0]);
-  EXPECT_THROW(BuildManifest(sources, nullptr, nullptr), Failure) << "one name twice";
+  EXPECT_FALSE(listing(path, [](uint64_t) { return false; }));
 }
 
 TEST_F(ManifestOnDisk, KeyFilesAreNeitherShortNorStrange) {
@@ -190,8 +214,6 @@ TEST_F(ManifestOnDisk, KeyFilesAreNeitherShortNorStrange) {
   Write("short", std::string(15, 'k'));
   Write("long", std::string((1 << 20) + 1, 'k'));
   for (const char* name : {"short", "long", "none", "a"}) EXPECT_THROW(ReadKeyFile((root / name).native()), Failure);
-  const ManifestFile file("text");
-  EXPECT_EQ(fs::file_size(file.Directory() + "/.quorl-manifest"), 4u);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
-#include "cli/options.h"
+#include "cli/options/options.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
-#include "cli/outcome.h"
-#include "cli/units.h"
+#include "cli/outcome/exits.h"
+#include "cli/show/units.h"
 
 namespace quorl::cli {
 namespace {
@@ -30,12 +30,13 @@ std::string Refusal(const std::vector<const char*>& words) {
 
 TEST(Options, ValuesAreWhatTheCommandWorksWith) {
   SendOptions send = Parse({"send", "a", "--wait", "9m", "--target", "/srv/in/", "--open-name", "docs/start.html",
-                            "--only", "10.0.0.1,10.0.0.2,10.0.0.1", "--rate", "1.5G"})
+                            "--only", "10.0.0.1,lab-01,10.0.0.2,10.0.0.1,lab-01", "--rate", "1.5G"})
                          .options.send;
   EXPECT_EQ(send.wait, std::chrono::minutes(9));
   EXPECT_EQ(send.target, "C:\\srv\\in");
   EXPECT_EQ(send.openName, "\\docs\\start.html");
-  EXPECT_EQ(send.only.size(), 2u);
+  EXPECT_EQ(send.only.addresses.size(), 2u);
+  EXPECT_EQ(send.only.names, std::vector<std::string>{"lab-01"});
   EXPECT_EQ(send.rate, 1500000u);
   EXPECT_EQ(Parse({"send", "a", "-vv"}).options.output.verbosity, 2u);
   EXPECT_EQ(Parse({"receive", "--to", "in"}).options.receive.directory, "in");
@@ -51,7 +52,7 @@ TEST(Options, TheEnvironmentStandsInForWhatIsNotGiven) {
   EXPECT_EQ(Parse({"receive"}).options.receive.directory, "elsewhere");
   setenv("QUORL_WAIT_FOR", "many", 1);
   setenv("QUORL_JSON", "0", 1);
-  EXPECT_NE(Refusal({"send", "a"}).find("many"), std::string::npos);
+  EXPECT_EQ(Refusal({"send", "a"}).find("QUORL_WAIT_FOR cannot be taken: \"many\""), 0u);
   EXPECT_FALSE(Parse({"receive"}).options.output.json);
   for (const char* name : {"QUORL_WAIT_FOR", "QUORL_JSON", "QUORL_TO"}) unsetenv(name);
 }
@@ -66,7 +67,7 @@ TEST(Options, WrongUseNamesTheFaultAndWhatIsNear) {
       {{"send", "a", "--wait-for", "201"}, "201"},
       {{"send", "a", "--wait", "9 d"}, "9 d"},
       {{"send", "a", "--wait", "169h"}, "169h"},
-      {{"send", "a", "--only", "10.0.0.1,x"}, "\"x\""},
+      {{"send", "a", "--only", "10.0.0.1,10.0.0.300"}, "\"10.0.0.300\""},
       {{"send", "a", "--only", "@/nowhere"}, "/nowhere"},
       {{"send", "a", "--target", "in"}, "--target"},
       {{"send", "a", "--color", "red\x1b"}, "red\\x1b"},
@@ -85,15 +86,19 @@ TEST(Options, TheLineThatRepeatsATransferIsOneForAShell) {
   EXPECT_EQ(
       AgainText({"send", "a b", "it's", "--only", "10.0.0.1", "-n", "3", "--wait-for=4", "--yes", "--rate", "5M"}),
       "quorl send 'a b' 'it'\\''s' --rate 5M");
+  EXPECT_EQ(AgainText({"send", "--rate", "5M", "--", "--yes"}), "quorl send --rate 5M ./--yes");
   EXPECT_EQ(AgainText({"send", "a\x1b'\\"}), "quorl send $'a\\x1b\\'\\\\'") << "nothing that steers a terminal";
 }
 
 TEST(Options, TargetsAreDrivePathsOfAtMost519Bytes) {
-  EXPECT_EQ(TargetFromText("/"), "C:\\");
-  EXPECT_EQ(TargetFromText("D:\\in"), "D:\\in");
-  EXPECT_EQ(TargetFromText("/a\\b"), "") << "a backslash in a local name would arrive as a directory";
-  EXPECT_EQ(TargetFromText("/" + std::string(516, 'x')).size(), 519u);
-  EXPECT_EQ(TargetFromText("/" + std::string(517, 'x')), "");
+  const auto target = [](const std::string& text) {
+    return Parse({"send", "a", "--target", text.c_str()}).options.send.target;
+  };
+  EXPECT_EQ(target("/"), "C:\\");
+  EXPECT_EQ(target("D:\\in"), "D:\\in");
+  EXPECT_EQ(target("/" + std::string(516, 'x')).size(), 519u);
+  EXPECT_THROW(target("/" + std::string(517, 'x')), Failure);
+  EXPECT_THROW(target("/a\\b"), Failure) << "a backslash in a local name would arrive as a directory";
 }
 
 TEST(Units, RatesAreBitsASecond) {

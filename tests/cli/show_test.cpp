@@ -1,13 +1,16 @@
 // What the command shows and what it ends with.
 #include <gtest/gtest.h>
 
-#include "cli/escape.h"
-#include "cli/fact.h"
-#include "cli/findings.h"
-#include "cli/interfaces.h"
-#include "cli/outcome.h"
-#include "cli/progress.h"
-#include "cli/send_view.h"
+#include <sstream>
+
+#include "cli/commands/findings.h"
+#include "cli/outcome/exits.h"
+#include "cli/room/venue.h"
+#include "cli/show/escape.h"
+#include "cli/show/fact.h"
+#include "cli/show/progress.h"
+#include "cli/show/views.h"
+#include "cli/system/network.h"
 
 namespace quorl::cli {
 namespace {
@@ -58,7 +61,7 @@ TEST(Interfaces, TheWantedOneComesFirstThenTheRouteThenWhatCanMulticast) {
   EXPECT_EQ(routed.name, "wlan0");
   EXPECT_EQ(routed.others, std::vector<std::string>{"eth0 192.168.1.10"});
   EXPECT_EQ(ChooseInterface("", all, 0).name, "eth0");
-  EXPECT_EQ(ChooseInterface("", std::span(all).first(2), 0).address, Ip(127, 0, 0, 1));
+  EXPECT_EQ(ChooseInterface("", std::span(all).first(2), Ip(127, 0, 0, 1)).address, 0u) << "loopback has to be named";
   EXPECT_THROW(ChooseInterface("192.168.1.11", all, 0), Failure);
 }
 
@@ -75,26 +78,16 @@ TEST(Findings, EachFaultOfAMachineIsSeen) {
   EXPECT_EQ(JudgeBuffers(212992, false).next, std::vector<std::string>{"sysctl -w net.core.rmem_max=1048576"});
   EXPECT_EQ(JudgeRoute({.address = 1, .name = "eth0"}, 2, 3).severity, Severity::Hint);
   EXPECT_EQ(JudgeOverflows(7).severity, Severity::Hint);
+  EXPECT_EQ(JudgeReassembly(sound, Reassembly{4 << 20, 30, 0}).severity, Severity::Hint);
+  EXPECT_EQ(JudgeReassembly(sound, Reassembly{64 << 20, 2, 0}).severity, Severity::Fine);
+  EXPECT_NE(JudgeReassembly(sound, Reassembly{64 << 20, 2, 1234}).text.find("1 234 fragments"), std::string::npos);
+  EXPECT_EQ(JudgeListeners({"eth0", "lo"}, {.address = 1, .name = "eth0"}).severity, Severity::Hint);
   EXPECT_EQ(JudgeFirewall(std::nullopt, 27001).severity, Severity::Hint);
 }
 
 QuorlReceiverState Row(uint32_t address, uint32_t state, uint32_t missing = 0) {
-  return {Ip(10, 0, 0, address), state, state == QUORL_RECEIVER_FAILED ? 112u : 0u, missing};
-}
-
-TEST(Outcome, TheExitCodeCountsReceiversAndFiles) {
-  const QuorlReceiverState complete = Row(1, QUORL_RECEIVER_COMPLETE);
-  const QuorlReceiverState failed = Row(2, QUORL_RECEIVER_FAILED);
-  const QuorlReceiverState silent = Row(3, QUORL_RECEIVER_WAITING);
-  using Rows = std::vector<QuorlReceiverState>;
-  EXPECT_EQ(SenderExit(0, Rows{complete, silent}, false), Exit::Partly) << "who says nothing is not complete";
-  EXPECT_EQ(SenderExit(0, Rows{failed, silent}, false), Exit::AllFailed);
-  EXPECT_EQ(SenderExit(QUORL_STATUS_FILE_UNREADABLE, Rows{complete}, false), Exit::LocalFiles);
-  EXPECT_EQ(SenderExit(QUORL_STATUS_SEND_FAILED, Rows{complete}, false), Exit::Other);
-  QuorlReceiveState state{};
-  state.complete = 1;
-  state.blocksMissing = 1;
-  EXPECT_EQ(ReceiverExit(state), Exit::PeerLost) << "complete only with every block";
+  return {sizeof(QuorlReceiverState), Ip(10, 0, 0, address), state, state == QUORL_RECEIVER_FAILED ? 112u : 0u,
+          missing};
 }
 
 TEST(Progress, TheRateIsThatOfTheLastSecondsAndAHundredPerCentIsTheEnd) {
@@ -103,7 +96,7 @@ TEST(Progress, TheRateIsThatOfTheLastSecondsAndAHundredPerCentIsTheEnd) {
   RateMeter::Clock::time_point start{};
   for (int second = 0; second <= 16; ++second)
     meter.Add(start + std::chrono::seconds(second), std::min(second, 10) * uint64_t{1000});
-  EXPECT_DOUBLE_EQ(meter.PerSecond(), 0) << "a stall shows after five seconds";
+  EXPECT_DOUBLE_EQ(meter.PerSecond().value(), 0) << "a stall shows after five seconds";
   EXPECT_EQ(meter.TimeFor(1000), std::nullopt);
 }
 
@@ -111,6 +104,8 @@ TEST(Progress, LinesFitTheirWidthAndLosePartsFromTheRight) {
   const std::vector<std::string> parts = {"58 %", "1.07 of 1.84 GB", "25.0 MB/s", "31 s left"};
   EXPECT_EQ(BarLine("Sending", 0.588, parts, 60), "Sending    ███████████░░░░░░░░░   58 %   1.07 of 1.84 GB");
   for (size_t width = 1; width < 120; ++width) EXPECT_LT(Columns(BarLine("Sending", 1, parts, width)), width);
+  for (const auto& [text, columns] : {std::pair{"Привет", 6u}, {"写真", 4u}, {"u\u0308", 1u}, {"😀…█", 4u}})
+    EXPECT_EQ(Columns(text), columns) << text;
   EXPECT_EQ(ShownName("\\images\\render\\scene_0000000_final.exr", 24), "images/rend…00_final.exr");
   for (size_t columns = 0; columns < 30; ++columns) {
     std::string shown = ShownName("a\xff/ü写真写真b\n真/😀😀😀 end.jpg", columns);
@@ -119,9 +114,27 @@ TEST(Progress, LinesFitTheirWidthAndLosePartsFromTheRight) {
   }
 }
 
+TEST(Progress, AListOfReceiversFitsItsWidthAndItsLines) {
+  const auto list = [](size_t count, size_t width, size_t lines) {
+    return InColumns(std::vector<std::string>(count, "192.168.1.31"), width, lines, " (l: list)");
+  };
+  EXPECT_EQ(list(24, 100, 1),
+            "  192.168.1.31    192.168.1.31    192.168.1.31    192.168.1.31    ... 20 more (l: list)");
+  EXPECT_EQ(list(2, 20, 1), "  ... 2 more (l: list)");
+  for (size_t count = 1; count < 30; ++count) {
+    for (size_t width = 24; width < 120; ++width) {
+      std::istringstream lines(list(count, width, 2));
+      size_t used = 0;
+      for (std::string line; std::getline(lines, line); ++used) EXPECT_LE(Columns(line), width) << count;
+      EXPECT_LE(used, 2u);
+    }
+  }
+}
+
 TEST(Progress, TheRepairCountsDownAndSaysForWhom) {
   HostNames names;
-  SendView view(1'000'000, 3, 1, names);
+  const Contents contents;
+  SendView view(contents, 1, names, {});
   std::vector<QuorlReceiverState> rows = {Row(1, QUORL_RECEIVER_COMPLETE), Row(2, QUORL_RECEIVER_MASTER, 300),
                                           Row(3, QUORL_RECEIVER_WAITING, 100)};
   SendMoment moment{.rows = rows};
@@ -135,6 +148,32 @@ TEST(Progress, TheRepairCountsDownAndSaysForWhom) {
   EXPECT_EQ(shown.lines[0].substr(shown.lines[0].find("   3")), "   3 receivers: 1 complete, 1 waiting, 1 in repair");
   EXPECT_EQ(shown.lines[1], "           10.0.0.2: 200 of 300 blocks left   3 s left");
   EXPECT_EQ(shown.plain, "repairing, 1 of 3 receivers complete, 300 blocks left");
+}
+
+TEST(Progress, RatesAndSizesAreOfContentsFromTheFirstLineOn) {
+  HostNames names;
+  Contents contents;
+  for (int i = 0; i < 3000; ++i) contents.Add(100, 1);
+  contents.Add(4254 * 1000, 1001);
+  SendView sending(contents, 1, names, {});
+  SendMoment moment{.now = RateMeter::Clock::time_point(std::chrono::seconds(10))};
+  moment.state.phase = QUORL_PHASE_STREAMING;
+  moment.state.blocksTotal = 4011;
+  moment.state.blocksSent = 3010;
+  EXPECT_EQ(sending.Show(moment, 100).plain, "75 %  0.30 of 4.55 MB  30.0 kB/s  2 min 22 s left")
+      << "the manifest has ten";
+
+  ReceiveView receiving;
+  QuorlReceiveState state{.blocksExpected = 4011, .blocksStored = 3010, .blocksMissing = 1001};
+  state.phase = QUORL_PHASE_STREAMING;
+  state.bytesStored = 300'000;
+  EXPECT_EQ(receiving.Show(moment.now, state, 0, 100).plain, " 75 %  300 kB  30.0 kB/s  4 s left");
+  state.phase = QUORL_PHASE_REPAIRING;
+  state.isMaster = 1;
+  EXPECT_TRUE(receiving.Show(moment.now, state, 4'554'000, 100).plain.ends_with("1001 of 1 001 blocks left"));
+  state.isMaster = 0;
+  EXPECT_TRUE(
+      receiving.Show(moment.now, state, 0, 100).plain.ends_with("1 001 blocks missing, others have their turn"));
 }
 
 }  // namespace

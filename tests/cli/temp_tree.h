@@ -1,10 +1,10 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 
 namespace quorl::cli {
@@ -13,14 +13,21 @@ namespace quorl::cli {
 class TempTreeTest : public ::testing::Test {
  protected:
   TempTreeTest() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "quorl-test-XXXXXX").native();
-    root = std::filesystem::canonical(mkdtemp(pattern.data()));
+    const std::filesystem::path temporary = std::filesystem::canonical(std::filesystem::temp_directory_path());
+    root = temporary / ("quorl-test-" + std::to_string(std::random_device()()));
+    EXPECT_TRUE(std::filesystem::create_directory(root));
   }
   ~TempTreeTest() override { std::filesystem::remove_all(root); }
 
   void Write(const std::filesystem::path& name, const std::string& text) const {
     std::filesystem::create_directories((root / name).parent_path());
     std::ofstream(root / name) << text;
+  }
+
+  /// A link to the whole tree, where the system lets tests make links.
+  void LinkToRoot(const std::filesystem::path& name) const {
+    std::error_code ignored;
+    std::filesystem::create_directory_symlink(root, root / name, ignored);
   }
 
   std::filesystem::path root;

@@ -1,55 +1,44 @@
 // What the command reads from disks: selections, and the demo's comparison.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
-#include "cli/demo_tree.h"
-#include "cli/outcome.h"
-#include "cli/selection.h"
+#include "cli/commands/demo_tree.h"
+#include "cli/outcome/exits.h"
+#include "cli/transfer/send_plan.h"
+#include "temp_tree.h"
 
 namespace quorl::cli {
 namespace {
 
 namespace fs = std::filesystem;
 
-class Trees : public ::testing::Test {
+class Trees : public TempTreeTest {
  protected:
-  Trees() {
-    std::string pattern = (fs::temp_directory_path() / "quorl-test-XXXXXX").native();
-    root = fs::canonical(mkdtemp(pattern.data()));
-  }
-  ~Trees() override { fs::remove_all(root); }
-
-  std::string Make(const std::string& name, size_t size = 10) {
-    fs::path path = root / name;
-    fs::create_directories(path.parent_path());
-    std::ofstream(path) << std::string(size, 'x');
-    return path.native();
+  std::string Make(const std::string& name, size_t size = 10) const {
+    Write(name, std::string(size, 'x'));
+    return (root / name).native();
   }
 
   static Exit Refusal(const std::vector<std::string>& paths) {
     try {
-      SurveySelection(paths, true);
+      if (!PlanSending(paths, {}).unfit.empty()) return Exit::LocalFiles;
     } catch (const Failure& failure) {
       return failure.code;
     }
     return Exit::Complete;
   }
-
-  fs::path root;
 };
 
 TEST_F(Trees, EveryParentGetsADriveOfItsOwn) {
   std::string first = Make("one/a.txt");
   std::string second = Make("two/deeper/b.txt", 4254);
-  Selection selection = SurveySelection({first, second, Make("one/c.txt"), first}, true);
-  EXPECT_EQ(selection.paths, (std::vector<std::string>{"D:\\a.txt", "E:\\b.txt", "D:\\c.txt"}));
-  ASSERT_EQ(selection.files.size(), 3u);
-  EXPECT_EQ(selection.PathOf(selection.files[1]), second);
-  EXPECT_EQ(selection.blocks, 4u) << "a full block is followed by an empty one";
+  SendPlan plan = PlanSending({first, second, Make("one/c.txt"), first}, {});
+  EXPECT_EQ(plan.paths, (std::vector<std::string>{"D:\\a.txt", "E:\\b.txt", "D:\\c.txt"}));
+  ASSERT_EQ(plan.files.size(), 3u);
+  EXPECT_EQ(plan.PathOf(plan.files[1]), second);
+  EXPECT_EQ(plan.blocks, 4u) << "a full block is followed by an empty one";
 }
 
 TEST_F(Trees, ADirectoryIsCountedAsItWillTravel) {
@@ -59,17 +48,17 @@ TEST_F(Trees, ADirectoryIsCountedAsItWillTravel) {
   fs::create_directory_symlink(root / "tree/sub", root / "tree/link");
   fs::create_symlink("a.txt", root / "tree/alias");
   fs::create_symlink("nowhere", root / "tree/broken");
-  Selection all = SurveySelection({(root / "tree/").native()}, true);
+  SendPlan all = PlanSending({(root / "tree/").native()}, {});
   EXPECT_EQ(all.paths, std::vector<std::string>{"D:\\tree"});
   EXPECT_EQ(all.files.size(), 4u) << "a.txt, alias, sub/b.txt, sub/c?d.txt";
   EXPECT_EQ(all.leftOut.size(), 4u) << "what?.txt, sub/back\\slash, link, broken";
   EXPECT_EQ(all.lost, 2u) << "links are told, but nothing that was chosen is missing";
   EXPECT_EQ(all.renamed.size(), 1u);
   EXPECT_EQ(all.emptyDirectories, std::vector<std::string>{"tree/bare/barer"});
-  EXPECT_EQ(SurveySelection({(root / "tree").native()}, false).files.size(), 2u);
+  EXPECT_EQ(PlanSending({(root / "tree").native()}, {.subdirectories = false, .exclude = {}}).files.size(), 2u);
   fs::create_directory_symlink(root / "tree", root / "way");
   for (const char* text : {"tree/.", "tree/sub/..", "way", "way/"}) {
-    EXPECT_EQ(SurveySelection({(root / text).native()}, true).paths, all.paths) << text;
+    EXPECT_EQ(PlanSending({(root / text).native()}, {}).paths, all.paths) << text;
   }
 }
 
@@ -89,6 +78,21 @@ TEST_F(Trees, WhatCannotBeSentIsRefused) {
   EXPECT_EQ(Refusal(scattered), Exit::Usage) << "more parents than drive letters";
   scattered.pop_back();
   EXPECT_EQ(Refusal(scattered), Exit::Complete);
+}
+
+TEST(Exclusions, PatternsAreForNamesOrForPaths) {
+  const Exclusion exclusion({"*.o", "cache/", "doc/**/*.tmp", "/tree/x?", "[!a-c]z", "\\*", "[["});
+  const std::vector<std::pair<const char*, bool>> names = {
+      {"tree/a.o", true}, {"a.o/x", false},           {"tree/a.obj", false},   {"tree/cache/", true},
+      {"cache", false},   {"tree/doc/b/c.tmp", true}, {"doc/a/b/c.tmp", true}, {"adoc/b/c.tmp", false},
+      {"tree/xy", true},  {"tree/x", false},          {"sub/tree/xy", false},  {"tree/x\xc3\xa4", true},
+      {"tree/dz", true},  {"tree/bz", false},         {"tree/*", true},        {"tree/**", false},
+      {"tree/[[", true}};
+  for (const auto& [name, excluded] : names) {
+    const bool isDirectory = std::string_view(name).ends_with('/');
+    const std::string plain(name, std::string_view(name).size() - (isDirectory ? 1 : 0));
+    EXPECT_EQ(exclusion.Excludes(plain, isDirectory), excluded) << name;
+  }
 }
 
 TEST_F(Trees, TheDemoSeesEveryKindOfDifference) {

@@ -54,6 +54,9 @@ TEST_F(DiskSpaceTest, WithoutTheExtendedQueryClustersDecideAfterThreeLookups) {
   EXPECT_EQ(world.Now(), Moment{std::chrono::milliseconds(600)});
   EXPECT_EQ(checkByClusters(40961), 0u);
   EXPECT_EQ(TakeDebug(), "\n@@2 tosize  = 40961, DiskSize = 40960 \n\nQuorl-----No free space to write file\n");
+  disk.SetFreeBytes((uint64_t{1} << 32) + 40960);
+  EXPECT_EQ(checkByClusters(40961), 0u) << "reckoned with 32 bits";
+  TakeDebug();
   shell.freeSpaceFails = true;
   EXPECT_EQ(checkByClusters(0), 0u);
   EXPECT_EQ(TakeDebug(), "\nQuorl-----GetDiskFreeSpace false\n");

@@ -1,5 +1,8 @@
 #include "files/file_lists.h"
 
+#include <tuple>
+
+#include "files/selection.h"
 #include "tests/files/one_machine.h"
 
 namespace quorl {
@@ -10,9 +13,18 @@ constexpr bool ANY_DEPTH = true;
 
 class FileListsTest : public OneMachineTest {
  protected:
-  int32_t Build(Texts selected, int32_t parentPathLength, bool subDirTrans) {
+  int32_t Build(Texts selected, int32_t parentPathLength, bool subDirTrans, bool sorted = false) {
     lists = {std::move(selected), {}, {}};
-    return BuildFileList(machine, {parentPathLength, subDirTrans}, lists);
+    Texts told;
+    bool toldOfObstacle = false;
+    const int32_t result =
+        BuildFileList(machine, {parentPathLength, subDirTrans, sorted}, lists, [&](const Surveyed& found) {
+          if (found.kind == Surveyed::Kind::File) told.push_back(found.name);
+          if (found.kind == Surveyed::Kind::LeftOut) toldOfObstacle = true;
+        });
+    EXPECT_EQ(told, Names()) << "what is told is what is listed";
+    EXPECT_EQ(toldOfObstacle, result == -1);
+    return result;
   }
 
   Texts Names() const {
@@ -25,16 +37,20 @@ class FileListsTest : public OneMachineTest {
 };
 
 TEST_F(FileListsTest, FollowsTheSelectionAndWalksASubdirectoryWhereItIsMet) {
-  Make({"C:\\p\\one.txt", "C:\\p\\d\\a.txt", "C:\\p\\d\\s\\m.txt", "C:\\p\\d\\s\\u\\", "C:\\p\\d\\t\\n.txt",
-        "C:\\p\\d\\z.txt"});
+  // The disk names what is in a directory in the order in which it was made.
+  Make({"C:\\p\\one.txt", "C:\\p\\d\\z.txt", "C:\\p\\d\\t\\n.txt", "C:\\p\\d\\s\\m.txt", "C:\\p\\d\\s\\u\\",
+        "C:\\p\\d\\a.txt"});
 
   EXPECT_EQ(Build({"C:\\p\\d", "C:\\p\\one.txt"}, 4, ANY_DEPTH), 5);
-  EXPECT_EQ(Names(), (Texts{"\\d\\a.txt", "\\d\\s\\m.txt", "\\d\\t\\n.txt", "\\d\\z.txt", "\\one.txt"}));
-  EXPECT_EQ(lists.ArraySendFile[1].fullPath, "C:\\p\\d\\s\\m.txt");
-  EXPECT_EQ(lists.ArrayEmptyDir, (Texts{"\\d\\s\\u", "\\d\\t"}));
+  EXPECT_EQ(Names(), (Texts{"\\d\\z.txt", "\\d\\t\\n.txt", "\\d\\s\\m.txt", "\\d\\a.txt", "\\one.txt"}));
+  EXPECT_EQ(lists.ArraySendFile[2].fullPath, "C:\\p\\d\\s\\m.txt");
+  EXPECT_EQ(lists.ArrayEmptyDir, (Texts{"\\d\\t", "\\d\\s\\u"}));
 
-  EXPECT_EQ(Build({"C:\\p\\one.txt", "C:\\p\\d"}, 4, FIRST_LEVEL), 3);
-  EXPECT_EQ(Names(), (Texts{"\\one.txt", "\\d\\a.txt", "\\d\\z.txt"}));
+  EXPECT_EQ(Build({"C:\\p\\one.txt", "C:\\p\\d"}, 4, ANY_DEPTH, true), 5);
+  EXPECT_EQ(Names(), (Texts{"\\one.txt", "\\d\\a.txt", "\\d\\s\\m.txt", "\\d\\t\\n.txt", "\\d\\z.txt"}));
+
+  EXPECT_EQ(Build({"C:\\p\\d"}, 4, FIRST_LEVEL), 2);
+  EXPECT_EQ(Names(), (Texts{"\\d\\z.txt", "\\d\\a.txt"}));
   EXPECT_EQ(lists.ArrayEmptyDir, Texts{});
 
   // Files alone leave a directory "empty", and a file selected twice travels twice.
@@ -58,6 +74,15 @@ TEST_F(FileListsTest, ExaminesNamesOnTheFirstLevelOnly) {
   }
   Make({"C:\\e\\xy?z"});
   EXPECT_EQ(Build({"C:\\e\\xy?z"}, 4, FIRST_LEVEL), -1);
+}
+
+TEST_F(FileListsTest, ASelectedFifoIsToldOfAndSkipped) {
+  Make({"C:\\p\\d\\a.txt"});
+  disk.MakeFifo("C:\\p\\fifo");
+  EXPECT_EQ(Build({"C:\\p\\fifo", "C:\\p\\d\\a.txt", "C:\\p\\none"}, 4, FIRST_LEVEL), -1);
+  EXPECT_EQ(Names(), Texts{"\\a.txt"});
+  EXPECT_EQ(lists.ArrayEmptyDir, Texts{"\\none"});
+  EXPECT_EQ(TakeDebug(), "\nQuorl-----Neither a file nor a directory: C:\\p\\fifo\n");
 }
 
 TEST_F(FileListsTest, ANameWithABackslashNeverTravels) {
@@ -87,6 +112,46 @@ TEST_F(FileListsTest, WalksDeepTreesAsFarAsTheirNamesFitADatagram) {
   EXPECT_EQ(Build({"C:\\d"}, 2, ANY_DEPTH), -1);
   EXPECT_EQ(lists.ArraySendFile, (std::vector<FileEntry>{{folder + "\\bottom", folder.substr(2) + "\\bottom"}}));
   EXPECT_EQ(lists.ArrayEmptyDir, Texts{});
+}
+
+TEST_F(FileListsTest, ASurveyNamesEveryObstacle) {
+  using Kind = Surveyed::Kind;
+  const std::string longName(255, 'x');
+  const std::string longest(260, 'y');
+  Make({"C:\\p\\d\\a?b", "C:\\p\\d\\s\\c?d", "C:\\p\\d\\s\\locked", "C:\\p\\d\\t<\\", "C:\\p\\d\\" + longName,
+        "C:\\p\\d\\" + longest + "\\" + longest + "\\"});
+  disk.Write("C:\\p\\d\\s\\full", std::string(4254, 'x'));
+  disk.RefuseName([](const std::string& name) { return name == "locked"; });
+  Make({"C:\\p\\d\\s\\v\\unwanted\\in", "C:\\p\\d\\s\\v\\x.o"});
+  std::vector<std::tuple<std::string, Kind, Obstacle>> told;
+  uint64_t bytes = 0;
+  uint64_t blocks = 0;
+  const Texts paths = {"C:\\p\\no?", "C:\\p\\d", "C:\\p\\gone"};
+  const PathFilter filter = [](const std::string& path, bool isDirectory) {
+    return isDirectory ? path.ends_with("\\unwanted") : path.ends_with(".o");
+  };
+  SurveySelection(machine, paths, RulesFor(paths, ANY_DEPTH, true, filter), [&](const Surveyed& found) {
+    told.emplace_back(found.leaf, found.kind, found.obstacle);
+    bytes += found.length;
+    blocks += found.blocks;
+  });
+  EXPECT_EQ(told, (decltype(told){{"C:\\p\\no?", Kind::LeftOut, Obstacle::PathRefused},
+                                  {"d", Kind::Directory, Obstacle::None},
+                                  {"a?b", Kind::LeftOut, Obstacle::IllegalChar},
+                                  {"s", Kind::Directory, Obstacle::None},
+                                  {"c?d", Kind::File, Obstacle::DeletedChar},
+                                  {"full", Kind::File, Obstacle::None},
+                                  {"locked", Kind::File, Obstacle::Unreadable},
+                                  {"v", Kind::Directory, Obstacle::None},
+                                  {"unwanted", Kind::LeftOut, Obstacle::Filtered},
+                                  {"x.o", Kind::LeftOut, Obstacle::Filtered},
+                                  {"t<", Kind::Directory, Obstacle::DeletedChar},
+                                  {longName, Kind::File, Obstacle::None},
+                                  {longest, Kind::Directory, Obstacle::TooLong},
+                                  {longest, Kind::LeftOut, Obstacle::NameTooLong},
+                                  {"gone", Kind::Directory, Obstacle::Unreadable}}));
+  EXPECT_EQ(bytes, 4254u);
+  EXPECT_EQ(blocks, 5u);
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "protocol/endpoints.h"
-#include "sim/world.h"
+#include "sim/world/world.h"
 
 namespace quorl {
 

@@ -28,8 +28,8 @@ TEST_F(SelectionTest, RefusesAPathWithItsResultAndItsMessage) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.path);
-    ASSERT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\kept"), 1);
-    EXPECT_EQ(selection.SetSelectFiles({"C:\\d\\b.txt", c.path, "C:\\d\\a.txt"}, "\\ignored"), c.result);
+    ASSERT_EQ(selection.SetSelectFiles({"C:\\d\\a.txt"}, "\\kept", false), 1);
+    EXPECT_EQ(selection.SetSelectFiles({"C:\\d\\b.txt", c.path, "C:\\d\\a.txt"}, "\\ignored", false), c.result);
     EXPECT_EQ(TakeDebug(), c.message);
     EXPECT_EQ(selection.Lists()->ArrayFileName, Texts{"C:\\d\\b.txt"});
     EXPECT_TRUE(selection.Lists()->ArraySendFile.empty());
@@ -40,17 +40,17 @@ TEST_F(SelectionTest, RefusesAPathWithItsResultAndItsMessage) {
 
 TEST_F(SelectionTest, AcceptsPathsAtTheLimitsAndDoesNotExamineTheFirstThreeBytes) {
   for (const std::string& path : {"C:\\" + std::string(257, 'x'), std::string("C:\\"), std::string("*:?")}) {
-    EXPECT_EQ(selection.SetSelectFiles({path}, ""), 1) << path;
+    EXPECT_EQ(selection.SetSelectFiles({path}, "", false), 1) << path;
   }
   for (const char illegal : std::string("/*?><\"|:")) {
-    EXPECT_EQ(selection.SetSelectFiles({std::string("C:\\x") + illegal}, ""), 5) << illegal;
+    EXPECT_EQ(selection.SetSelectFiles({std::string("C:\\x") + illegal}, "", false), 5) << illegal;
   }
 }
 
 TEST_F(SelectionTest, TheLastBackslashOfTheLastPathCutsAllNames) {
   Make({"C:\\data\\photos\\a.jpg"});
   const auto nameWithLastPath = [this](const std::string& last) {
-    EXPECT_EQ(selection.SetSelectFiles({"C:\\data\\photos", last}, ""), 1);
+    EXPECT_EQ(selection.SetSelectFiles({"C:\\data\\photos", last}, "", false), 1);
     return selection.Lists()->ArraySendFile.at(0).relativeName;
   };
   EXPECT_EQ(nameWithLastPath("C:\\data\\other"), "\\photos\\a.jpg");
@@ -61,17 +61,17 @@ TEST_F(SelectionTest, TheLastBackslashOfTheLastPathCutsAllNames) {
 TEST_F(SelectionTest, ALeftOutNameGivesSevenAndShowsUntilTheNextSelection) {
   Make({"C:\\bad\\a?b.txt", "C:\\bad\\good.txt"});
   const Texts good = {"C:\\d\\a.txt"}, bad = {"C:\\bad"};
-  ASSERT_EQ(selection.SetSelectFiles(good, "\\kept"), 1);
+  ASSERT_EQ(selection.SetSelectFiles(good, "\\kept", false), 1);
   EXPECT_EQ(selection.GetIsHasInvalidChar(), 0u);
-  EXPECT_EQ(selection.SetSelectFiles(bad, "\\ignored"), 7);
+  EXPECT_EQ(selection.SetSelectFiles(bad, "\\ignored", false), 7);
   EXPECT_EQ(TakeDebug(), "");
   EXPECT_EQ(selection.GetIsHasInvalidChar(), 1u);
   EXPECT_EQ(selection.AutoOpenName(), "\\kept");
   EXPECT_EQ(selection.Lists()->ArraySendFile, (std::vector<FileEntry>{{"C:\\bad\\good.txt", "\\bad\\good.txt"}}));
 
-  EXPECT_EQ(selection.SetSelectFiles(good, "\\new"), 1);
+  EXPECT_EQ(selection.SetSelectFiles(good, "\\new", false), 1);
   EXPECT_EQ(selection.GetIsHasInvalidChar(), 0u);
-  selection.SetSelectFiles(bad, "");
+  selection.SetSelectFiles(bad, "", false);
   EXPECT_EQ(selection.AutoOpenName(), "\\new") << "only a reset clears it";
   selection.Reset();
   EXPECT_EQ(selection.AutoOpenName(), "");

@@ -1,8 +1,11 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
+#include <thread>
 #include <vector>
 
 #include "platform/real_machine.h"
@@ -88,6 +91,39 @@ TEST(DatagramSocket, AnEventThatIsSetEndsEveryReceive) {
   std::array<uint8_t, 16> buffer{};
   for (int i = 0; i < 2; ++i)
     EXPECT_EQ(socket->Receive(buffer, FOREVER, interrupt.get()).outcome, Outcome::Interrupted);
+}
+
+/// Gives the calling thread a loopback of its own, which takes a hundred bytes a second. False without the right to
+/// that.
+bool MakeSlowLink() {
+  return unshare(CLONE_NEWNET) == 0 &&
+         std::system(
+             "{ ip link set lo up && tc qdisc replace dev lo root tbf rate 1kbit burst 10kb limit 100mb; }"
+             " >/dev/null 2>&1") == 0;
+}
+
+TEST(DatagramSocket, ASendWaitsForRoomUntilItsLimitItsInterruptOrAClose) {
+  std::shared_ptr<DatagramSocket> socket;
+  std::thread([&] {
+    if (MakeSlowLink()) socket = OpenMember("127.0.0.1", 0);
+  }).join();
+  if (!socket) GTEST_SKIP() << "no right to make a network";
+  const Endpoint group{GROUP, PORT};
+  int sent = 0;
+  while (sent < 10'000 && socket->Send(Bytes(4796), group, {0ns, nullptr})) ++sent;
+  ASSERT_LT(sent, 10'000) << "a slow link has no end of room";
+  const Moment before = RealMachine().clock.Now();
+  EXPECT_FALSE(socket->Send(Bytes(4796), group, {50ms, nullptr}));
+  EXPECT_GE(RealMachine().clock.Now() - before, 50ms);
+  const auto interrupt = RealMachine().threads.MakeEvent();
+  for (const bool closes : {false, true}) {
+    const auto sender = RealMachine().threads.Start("test", Priority::Normal, [&] {
+      EXPECT_FALSE(socket->Send(Bytes(4796), group, {FOREVER, closes ? nullptr : interrupt.get()}));
+    });
+    EXPECT_FALSE(sender->WaitForEnd(closes ? 1200ms : 20ms)) << "without a limit it waits as long as it takes";
+    closes ? socket->Close() : interrupt->Set();
+    ASSERT_TRUE(sender->WaitForEnd(1s));
+  }
 }
 
 TEST(DatagramSocket, ClosingWakesWhoSendsAndReceivesAndFreesThePort) {

@@ -20,6 +20,9 @@ TEST(Drives, OnlyDriveCIsThereAtFirst) {
     EXPECT_FALSE(drives.Resolve(none)) << none;
   EXPECT_EQ(Local(drives.ResolveTarget("")), "/");
   EXPECT_EQ(Local(drives.ResolveTarget("in\\box")), "/in/box");
+  // A target that its sender wrote with slashes, for directories and as it is left for files.
+  EXPECT_EQ(Local(drives.ResolveTarget("C:/in/box")), "/in/box");
+  EXPECT_EQ(Local(drives.ResolveTarget("C:inbox")), "/inbox");
   EXPECT_FALSE(drives.ResolveTarget("..\\in"));
 }
 

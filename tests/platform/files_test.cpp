@@ -8,6 +8,7 @@
 #include <sys/syscall.h>
 
 #include <cerrno>
+#include <map>
 #include <thread>
 
 #include "platform/posix/open_files.h"
@@ -128,6 +129,28 @@ TEST_P(FilesTest, OffsetsHave64BitsAndAFullDiskIsTold) {
   EXPECT_EQ(opened.file->WriteAt(~uint64_t{0}, Bytes("end")), WriteOutcome::DiskFull);
   EXPECT_EQ(opened.file->Close(), WriteOutcome::Done);
   EXPECT_EQ(fs::file_size(temp / "in/big"), BEYOND + 3);
+  for (const int full : {ENOSPC, EDQUOT, EFBIG}) EXPECT_EQ(OutcomeOf(full), WriteOutcome::DiskFull) << full;
+  EXPECT_EQ(OutcomeOf(EIO), WriteOutcome::Failed);
+}
+
+TEST_P(FilesTest, ZerosTakeNoRoomAndEveryByteIsInItsPlace) {
+  files.MakeTarget("T:\\in");
+  std::string text(1 << 20, '\0');
+  text[300'000] = 'a';
+  text[700'001] = 'b';
+  const OpenedOutput opened = Open("sparse");
+  ASSERT_TRUE(opened.file);
+  for (const size_t at : {0, 200'000, 600'000, 1'000'000}) {
+    const std::string_view run = std::string_view(text).substr(at, at == 0 ? 200'000 : 400'000);
+    EXPECT_EQ(opened.file->WriteAt(at, Bytes(run)), WriteOutcome::Done);
+  }
+  EXPECT_EQ(opened.file->WriteAt(700'000, Bytes(std::string_view("\0\0", 2))), WriteOutcome::Done);
+  text[700'001] = '\0';
+  EXPECT_EQ(opened.file->Close(), WriteOutcome::Done);
+  EXPECT_EQ(ReadText(temp / "in/sparse"), text);
+  struct stat status {};
+  ASSERT_EQ(stat((temp / "in/sparse").c_str(), &status), 0);
+  EXPECT_LE(status.st_blocks * 512, 16384) << "two pages";
 }
 
 /// In this thread openat2 fails from now on: as on an old kernel, or as some containers have it.
@@ -160,7 +183,7 @@ TEST(ResolverProbe, FallsBackWhereTheCallIsMissingOrForbiddenAndOnlyThen) {
   }
 }
 
-TEST(SenderFiles, ListsFilesAndDirectoriesByNameAndOpensOnlyFiles) {
+TEST(SenderFiles, ListsFilesAndDirectoriesInTheDisksOwnOrderAndOpensOnlyFiles) {
   const TempDirectory temp;
   Drives drives;
   ASSERT_TRUE(drives.Map('T', temp.Path()));
@@ -171,11 +194,27 @@ TEST(SenderFiles, ListsFilesAndDirectoriesByNameAndOpensOnlyFiles) {
   fs::create_directory_symlink("b dir", temp / "linked dir");
   fs::create_symlink("loop", temp / "loop");
   ASSERT_EQ(mkfifo((temp / "fifo").c_str(), 0600), 0);
-  std::string listed;
   const auto entries = files.ListDirectory("T:\\");
   ASSERT_TRUE(entries);
-  for (const DirectoryEntry& entry : *entries) listed += entry.name + (entry.isDirectory ? "|d " : " ");
-  EXPECT_EQ(listed, ".hidden a b dir|d back\\slash linked \xC3\xA4 ");
+  std::vector<std::string> listed, there;
+  std::map<std::string, Unsent> unsent;
+  for (const DirectoryEntry& entry : *entries) {
+    if (entry.unsent != Unsent::No) unsent[entry.name] = entry.unsent;
+    if (entry.unsent == Unsent::No) listed.push_back(entry.name + (entry.isDirectory ? "|d" : ""));
+  }
+  EXPECT_EQ(unsent,
+            (std::map<std::string, Unsent>{
+                {"fifo", Unsent::Fifo}, {"linked dir", Unsent::LinkToDirectory}, {"loop", Unsent::BrokenLink}}));
+  for (const auto& entry : fs::directory_iterator(temp.Path())) {
+    std::error_code isNoFile;
+    if (entry.path().filename() == "b dir") there.push_back("b dir|d");
+    if (entry.is_regular_file(isNoFile)) there.push_back(entry.path().filename());
+  }
+  EXPECT_EQ(listed, there);
+  std::sort(listed.begin(), listed.end());
+  EXPECT_EQ(listed, (std::vector<std::string>{".hidden", "a", "b dir|d", "back\\slash", "linked", "\xC3\xA4"}));
+  EXPECT_EQ(files.KindOf("T:\\linked dir"), PathKind::Directory);
+  EXPECT_EQ(files.KindOf("T:\\fifo"), PathKind::Other);
   for (const char* path : {"T:\\a", "T:\\linked", "T:a"}) EXPECT_TRUE(files.OpenInput(path)) << path;
   for (const char* path : {"T:\\b dir", "T:\\fifo", "T:\\loop", "T:\\b dir\\..\\a", "T:\\back\\slash", ""})
     EXPECT_FALSE(files.OpenInput(path)) << path;

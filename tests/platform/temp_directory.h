@@ -1,11 +1,11 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 namespace quorl {
@@ -14,8 +14,10 @@ namespace quorl {
 class TempDirectory {
  public:
   TempDirectory() {
-    std::string pattern = std::filesystem::canonical(testing::TempDir()).string() + "/quorl-XXXXXX";
-    path = mkdtemp(pattern.data());
+    std::random_device random;
+    path = std::filesystem::canonical(std::filesystem::temp_directory_path()).string() + "/quorl-" +
+           std::to_string(random()) + std::to_string(random());
+    std::filesystem::create_directory(path);
   }
   ~TempDirectory() { std::filesystem::remove_all(path); }
   TempDirectory(const TempDirectory&) = delete;
@@ -28,12 +30,12 @@ class TempDirectory {
   std::string path;
 };
 
-inline void WriteText(const std::string& path, const std::string& text) {
-  std::ofstream(path) << text;
+inline void WriteText(const std::filesystem::path& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
 }
 
-inline std::string ReadText(const std::string& path) {
-  std::ifstream file(path);
+inline std::string ReadText(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 

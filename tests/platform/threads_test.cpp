@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include "platform/real_machine.h"
 #include "temp_directory.h"
@@ -17,6 +18,26 @@ TEST(Threads, WhatTheBodyHeldIsGoneWhenTheEndIsReported) {
     ASSERT_TRUE(thread->WaitForEnd(10s));
     EXPECT_TRUE(watch.expired());
   }
+}
+
+/// The nice value of a thread of that priority that is started here.
+int NiceOf(Priority priority) {
+  int nice = 0;
+  const auto thread = RealMachine().threads.Start(
+      "nice", priority, [&] { nice = getpriority(PRIO_PROCESS, static_cast<id_t>(gettid())); });
+  EXPECT_TRUE(thread->WaitForEnd(10s));
+  return nice;
+}
+
+TEST(Threads, ANormalOneThatARaisedOneStartsIsNotRaised) {
+  const int here = getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
+  const int raised = NiceOf(Priority::AboveNormal);
+  EXPECT_LE(raised, here);
+  const auto thread = RealMachine().threads.Start("raised", Priority::AboveNormal, [&] {
+    EXPECT_EQ(NiceOf(Priority::Normal), here);
+    EXPECT_EQ(NiceOf(Priority::AboveNormal), raised) << "one step is all";
+  });
+  EXPECT_TRUE(thread->WaitForEnd(10s));
 }
 
 /// How many of the things that need a descriptor could be made.

@@ -53,6 +53,7 @@ TEST(WindowQueue, DestroyingWaitsForTheProcedureAndDropsTheRest) {
   ASSERT_TRUE(host.entered->Wait(10s));
   host.Post(STATUS, 0);
   const auto queued = InThread([&] { host.Send(STATUS, 1); });
+  EXPECT_FALSE(queued->WaitForEnd(20ms));
   const auto destroyer = InThread([&] { host.queue.Destroy(host.window); });
   // The senders are let go while the procedure still runs.
   EXPECT_TRUE(handled->WaitForEnd(10s));

@@ -36,7 +36,8 @@ Bytes operator+(Bytes left, const Bytes& right) {
   return left;
 }
 
-Reject RejectOf(const FromSender& parsed) {
+template <typename Parsed>
+Reject RejectOf(const Parsed& parsed) {
   EXPECT_TRUE(std::holds_alternative<Reject>(parsed));
   return std::holds_alternative<Reject>(parsed) ? std::get<Reject>(parsed) : Reject{-1};
 }
@@ -62,6 +63,7 @@ TEST(Datagrams, FixedOnesHaveTheirBytes) {
   EXPECT_EQ(ToBytes(Build(Answer{300})), FromHex("91 02 0C 2C 01 00 00"));
   EXPECT_EQ(ToBytes(Build(ServerOs{1})), FromHex("91 02 0D 01"));
   EXPECT_EQ(ToBytes(Build(Report{})), FromHex("91 02 0E 00 00 00 00"));
+  EXPECT_FALSE(IsReport(FromHex("91 02 0E 00 00 00")));
 }
 
 TEST(Datagrams, NamesTravelInTheirFields) {
@@ -127,6 +129,36 @@ TEST(Datagrams, EveryTruncationIsRejected) {
     for (size_t length = 0; length < whole.size(); ++length)
       EXPECT_TRUE(std::holds_alternative<Reject>(ParseFromReceiver(std::span(whole).first(length))));
   }
+}
+
+TEST(Datagrams, YoungerOnesGrowAndCarryATextWithinBounds) {
+  EXPECT_EQ(ToBytes(Build(Offer{.session = 0x01020304, .capabilities = 5})),
+            FromHex("91 02 10 01 00 00 04 03 02 01 05 00 00 00"));
+  const Bytes text(MAX_TEXT, 'x');
+  const Bytes letter = BuildText(Letter{.session = 1, .instance = 2, .number = 3, .text = text});
+  EXPECT_EQ(std::get<Letter>(ParseFromReceiver(letter)).text.size(), MAX_TEXT);
+  EXPECT_EQ(RejectOf(ParseFromReceiver(letter + Bytes{'x'})), Reject::TextTooLong);
+
+  Bytes grown = BuildText(Word{.session = 1, .number = 7, .text = text});
+  grown[4] = 2;  // two bytes of an extension that this version does not know
+  EXPECT_EQ(std::get<Word>(ParseFromSender(grown)).text.size(), MAX_TEXT - 2);
+  grown[5] = 0xFF;
+  EXPECT_EQ(RejectOf(ParseFromSender(grown)), Reject::TooShort);
+  grown[3] = 0;
+  EXPECT_EQ(RejectOf(ParseFromSender(grown)), Reject::UnknownCommand) << "there is no version 0";
+
+  Bytes padded = ToBytes(Build(Offer{.session = 9})) + Bytes(100, 0);
+  EXPECT_EQ(std::get<Offer>(ParseFromSender(padded)).size, padded.size());
+  EXPECT_EQ(std::get<Heard>(ParseReply(Build(Heard{.number = 4}))).number, 4u);
+  EXPECT_EQ(std::get<UnderWay>(ParseReply(Build(UnderWay{.totalBlocks = 8}))).totalBlocks, 8u);
+  for (const Bytes& whole :
+       {ToBytes(Build(Accept{})), ToBytes(Build(UnderWay{})), ToBytes(Build(Heard{})), padded, letter})
+    for (size_t length = 0; length < 14; ++length) {
+      const auto cut = std::span(whole).first(length);
+      EXPECT_TRUE(std::holds_alternative<Reject>(ParseFromReceiver(cut)) &&
+                  std::holds_alternative<Reject>(ParseFromSender(cut)) &&
+                  std::holds_alternative<Reject>(ParseReply(cut)));
+    }
 }
 
 TEST(Datagrams, EmptyDirectories) {

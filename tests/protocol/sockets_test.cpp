@@ -3,7 +3,7 @@
 
 #include "protocol/receiver_sockets.h"
 #include "protocol/sender_sockets.h"
-#include "sim/world.h"
+#include "sim/world/world.h"
 
 namespace quorl {
 namespace {
@@ -23,7 +23,7 @@ struct Failed {
   size_t openSockets = 0;
 };
 
-/// Makes `Sockets` on a machine whose `nth` network call fails, and runs `open` on them.
+/// Makes `Sockets` on a machine whose `nth` call for sockets or events fails, and runs `open` on them.
 template <typename Sockets, typename Open>
 Failed FailNth(uint64_t nth, const Open& open) {
   sim::World world(1);
@@ -31,7 +31,7 @@ Failed FailNth(uint64_t nth, const Open& open) {
   Failed failed;
   uint64_t calls = 0;
   machine.FailEvery([&](std::string_view call) {
-    if (!call.starts_with("network.") || ++calls != nth) return false;
+    if ((!call.starts_with("network.") && call != "threads.event") || ++calls != nth) return false;
     failed.call = call;
     return true;
   });
@@ -62,6 +62,7 @@ const std::vector<Step> SENDER_STEPS = {
     {"network.interface", "\nQuorl-----Can not MultiCast!\n"},
     {"network.join", "\nQuorl-----Add find socket address to Membership Failed\n"},
     {"network.ttl", "\nQuorl-----Set Find Socket TTL Failed!\n"},
+    {"threads.event", "\nQuorl-----Create Find Socket Event Failed!\n"},
     {"network.receive", "\nQuorl-----Find Socket Select Find Event Failed!\n"},
     {"network.leave", ""},
     {"network.open", "\nQuorl------Create Send Report Socket Failed!\n"},

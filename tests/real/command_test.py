@@ -12,7 +12,8 @@ import unittest
 from pathlib import Path
 
 import testbed
-from room import QUORL, Room, differences, write
+from room import QUORL, Room, differences, works, write
+from root import AS_ROOT, mount_small
 
 JSON_DOCUMENT = Path(__file__).resolve().parents[2] / "docs" / "json.md"
 
@@ -78,13 +79,21 @@ class CommandTest(unittest.TestCase):
     def test_only_those_named_count_and_keep_what_came(self):
         meant, other = self.room.receiver(1), self.room.receiver(2, "--timeout", "6")
         failed = self.room.path / "failed"
-        named = self.room.path / "named"
-        named.write_text("127.0.0.2\n")
-        self.expect(self.room.sender(self.tree, "--only", f"@{named}", "--failed-to", failed), 0,
-                    "127.0.0.3 listens too", "to 1 of 1 receiver")
+        failed.write_text("127.0.0.2\n")
+        again = ("--only", f"@{failed}", "--failed-to", failed)
+        self.expect(self.room.sender(self.tree, *again), 0, "127.0.0.3 listens too", "to 1 of 1 receiver")
         self.expect(meant, 0)
         self.expect(other, 3, "Not meant for this machine")
         self.assertEqual((failed.read_text(), list(self.room.target(2).iterdir())), ("", []))
+        self.expect(self.room.sender(self.tree, *again), 0, "the list of --only is empty")
+        failed.write_text("127.0.0.2\n127.0.0.9\n")
+        self.expect(self.room.sender(self.tree, *again, "--wait", "0"), 3, "no receiver answered")
+        self.assertEqual(failed.read_text(), "127.0.0.2\n127.0.0.9\n", "nobody of them has got it")
+        late = self.room.receiver(1)
+        self.expect(self.room.sender(self.tree, *again, "--wait", "1", "--yes"), 4, "Sending    0 files",
+                    "to 1 receiver at", "to 1 of 2 receivers", "not there       1   127.0.0.9")
+        self.expect(late, 0)
+        self.assertEqual(failed.read_text(), "127.0.0.9\n")
 
     def test_two_senders_on_one_group_and_a_port_that_is_taken(self):
         self.room.receiver(1)
@@ -130,6 +139,24 @@ class CommandTest(unittest.TestCase):
         dry = self.room.sender(self.tree, "--no-subdirs", "--dry-run")
         self.expect(dry, 0, "4 files in 1 folder", "2.00 MB  tree/big", "It would be 476 blocks")
 
+    @unittest.skipUnless(works("setpriv", "--bounding-set", "-dac_override,-dac_read_search", "true") or os.geteuid(),
+                         "root reads everything here")
+    def test_what_is_left_out_and_what_stands_in_the_way_is_told_at_once(self):
+        like_others = () if os.geteuid() else ("setpriv", "--bounding-set", "-dac_override,-dac_read_search")
+        for name in ("locked", "closed"):
+            write(self.tree / name, 10)
+            (self.tree / name).chmod(0)
+        words = (self.tree, self.room.path / "missing", "--exclude", "c/", "--exclude", "block*")
+        stopped = self.room.sender(*words, prefix=like_others)
+        self.expect(stopped, 7, "error: 3 names cannot be sent", '/closed": Permission denied\n', '/locked": Perm',
+                    '/missing": No such file or directory\n', "--exclude wants it: 3 names")
+        receiver = self.room.receiver(1)
+        sender = self.room.sender(self.tree, *words[2:], "--skip-unreadable", prefix=like_others)
+        self.expect(sender, 11, "2 files", '/locked" (Permission denied)')
+        self.expect(receiver, 0, "verified 2 of 2")
+        names = sorted(str(path.relative_to(self.room.target(1))) for path in self.room.target(1).rglob("*"))
+        self.assertEqual(names, ["tree", "tree/a", "tree/a/b", "tree/big", "tree/empty", "tree/nothing"])
+
     def test_hostile_names_reach_neither_terminal_nor_json_raw(self):
         (self.tree / "invalid\udcff").write_bytes(b"x")
         write(self.tree / "red\x1b[31m\u202egnp.exe", 5000)
@@ -137,11 +164,11 @@ class CommandTest(unittest.TestCase):
         write(self.tree / "what?\x1b", 10)
         receiver = self.room.receiver(1)
         sender = self.room.sender(self.tree, "--json", "-vv")
-        self.expect(sender, 4)
+        self.expect(sender, 11)
         names = {fact["name"] for fact in self.facts(sender) if fact["type"] == "file"}
         self.assertLessEqual({"tree/red\x1b[31m\u202egnp.exe", "tree/sub/line\nbreak", "tree/invalid\ufffd"}, names)
         self.expect(receiver, 0)
-        people = self.room.sender(self.tree, "--dry-run", "--open-name", "x")
+        people = self.room.sender(self.tree, "--dry-run", "--open-name", "tree/big")
         self.expect(people, 0, 'skipped: "', "what?\\x1b", "tree/red\\x1b[31m", "invalid\\xff")
         for command in (sender, receiver, people):
             self.assertNotRegex(command.output(), "[\x00-\x09\x0b-\x1f\x7f\u202e]")
@@ -158,6 +185,7 @@ class CommandTest(unittest.TestCase):
                 (("send", self.tree, "--yes", "--interface", "nosuch0"), 2, "no interface of this machine"),
                 (("send", self.tree, "--yes", "--key-file", short, "--no-manifest"), 2, "exclude each other"),
                 (("send", self.tree, "--yes", "--key-file", short), 7, "too short"),
+                (("send", self.tree, "--yes", "--open-name", "c/deep"), 2, 'Did you mean "tree/a/b/c/deep"?'),
                 (("send", self.tree, "--yes", "--log", "/nowhere/log"), 7, "\"/nowhere/log\" cannot be written"),
                 (("send", self.tree, "--yes", "--failed-to", "/nowhere/f"), 7, "\"/nowhere/f\" cannot be written"),
                 (("send", self.room.path / "missing", "--yes"), 7, "No such file or directory")):
@@ -165,15 +193,27 @@ class CommandTest(unittest.TestCase):
         told = self.room.start("send", self.tree, "--rate", "fast", "--json")
         told.wait(5)
         self.assertEqual(self.facts(told)[1]["why"], '"fast" is no rate; say 200M, 1.5G or compatible')
+        (self.room.path / "--yes").touch()
+        here = {"cwd": self.room.path}
+        self.expect(self.room.start("send", "--yes", "key", **here), 2, '"--yes" may be an option or the file')
+        self.expect(self.room.start("send", "--dry-run", "--", "--yes", **here), 0, "0 B  --yes")
+        with open("/dev/full", "wb") as full:
+            words = [QUORL, "send", "--dry-run", "--json", self.tree]
+            lost = subprocess.run(words, stdout=full, stderr=subprocess.PIPE)
+        self.assertEqual((lost.returncode, lost.stderr[:38]), (1, b"error: the facts for --json cannot be "))
 
     def test_quiet_lines_and_a_log(self):
         log = self.room.path / "log"
         receiver = self.room.receiver(1)
-        sender = self.room.sender(self.tree, "-q", "--log", log, "--color", "always")
+        key = self.room.path / "key"
+        key.write_bytes(bytes(32))
+        key.chmod(0o644)
+        sender = self.room.sender(self.tree, "-q", "--log", log, "--color", "always", "--key-file", key)
         self.expect(sender, 0)
         self.assertRegex(sender.output(), r"^Done in .*\n  \x1b\[32mcomplete    \x1b\[0m    1   nothing .*\n$")
-        self.assertRegex(log.read_text(), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4} Interface  lo")
-        self.assertIn("Receivers  1", log.read_text())
+        self.assertRegex(log.read_text(), r"\A(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4} \S?.*\n)+\Z")
+        for text in ("warning: everybody on this machine can read", "Interface  lo", "Receivers  1"):
+            self.assertIn(text, log.read_text())
         self.assertNotIn("\x1b", log.read_text())
         self.expect(receiver, 0)
 
@@ -187,15 +227,14 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(sender.returncode, 0)
         self.expect(receiver, 0)
 
-    @unittest.skipIf(os.geteuid() != 0, "mounting needs root")
     def test_who_failed_is_named_and_sent_to_again(self):
         small = self.room.path / "small"
         small.mkdir()
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m", "tmpfs", small], check=True)
-        self.addCleanup(subprocess.run, ["umount", "-l", small], check=True)
+        mount_small(self, small, "size=1m")
         tight = self.room.receiver(1, directory=small)
-        self.expect(self.room.sender(self.tree), 5, "failed          1   127.0.0.2   no room on the disk (status 112)")
-        self.expect(tight, 8, "no room on the disk (status 112)")
+        self.expect(self.room.sender(self.tree), 5,
+                    "failed          1   127.0.0.2   no room on the disk (status 112), 2.02 MB are needed")
+        self.expect(tight, 8, "no room on the disk: 2.0", " MB needed at most, 1.05 MB free (status 112)")
         full = self.room.receiver(1, "--keep", directory=small)
         roomy, failed = self.room.receiver(2), self.room.path / "failed"
         self.expect(self.room.sender(self.tree, "--wait-for", "2", "--failed-to", failed), 4, "complete        1",
@@ -206,13 +245,34 @@ class CommandTest(unittest.TestCase):
         self.expect(roomy, 0)
         sender = self.room.sender(self.tree, "--only", f"@{failed}", "--retry", "2", "--json")
         sender.wait_for('"type":"retry"')
-        subprocess.run(["mount", "-o", "remount,size=50m", small], check=True)
+        subprocess.run([*AS_ROOT, "mount", "-o", "remount,size=50m", small], check=True)
         sender.wait(60)
         result = self.facts(sender)[-1]
         self.assertEqual((result["exit_code"], result["complete"], result["failed"]), (0, 1, 0), sender.output())
+        full.wait_for("complete,")  # the sender is through when the blocks are stored, and nothing has its name yet
         full.signal(signal.SIGTERM)
         self.expect(full, 143)
         self.assertEqual(differences(self.tree.parent, small), [])
+
+    def test_names_that_run_out_are_told_as_that_before_and_in_the_middle(self):
+        target = self.room.path / "few"
+        target.mkdir()
+        mount_small(self, target, "size=50m,nr_inodes=60")
+        for number in range(100):
+            write(self.tree / "many" / str(number), 20_000)
+        early = self.room.receiver(1, directory=target)
+        self.expect(self.room.sender(self.tree), 5, "no room on the disk (status 112)")
+        self.expect(early, 8, "no room for the names of 106 files at most: the file system has 5",
+                    "inodes left (status 112)")
+        subprocess.run([*AS_ROOT, "mount", "-o", "remount,size=50m,nr_inodes=200", target], check=True)
+        late = self.room.receiver(1, directory=target)
+        sender = self.room.sender(self.tree, "--rate", "12M")
+        late.wait_for("From 127.0.0.1")
+        for number in range(110):
+            (target / f"other {number}").touch()
+        self.expect(sender, 5, "no room on the disk (status 112)")
+        self.expect(late, 8, "the file system has no inodes left")
+        self.assertLess(len(late.output().splitlines()), 12, late.output())
 
     def test_doctor_finds_the_firewall(self):
         why = testbed.missing()
@@ -232,4 +292,4 @@ class CommandTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    unittest.main(verbosity=2)

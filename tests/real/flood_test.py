@@ -6,6 +6,7 @@ import sys
 import time
 
 import testbed
+from root import continue_as_root
 from room import BUILD, Room, differences, write
 
 SKIPPED = 77
@@ -63,6 +64,7 @@ def main():
     if why:
         print(f"skipped: {why}")
         return SKIPPED
+    continue_as_root()
     seconds = int(sys.argv[1]) if len(sys.argv) > 1 else 5
     room, bed = Room(), testbed.Testbed()
     try:

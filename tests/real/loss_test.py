@@ -4,6 +4,7 @@ import re
 import sys
 
 import testbed
+from root import continue_as_root
 from room import Room, differences, write
 
 SKIPPED = 77
@@ -46,6 +47,7 @@ def main():
     if why:
         print(f"skipped: {why}")
         return SKIPPED
+    continue_as_root()
     room, bed = Room(), testbed.Testbed()
     try:
         bed.build(RECEIVERS)

@@ -34,7 +34,7 @@ class ScreensTest(unittest.TestCase):
         terminal.press("l")
         terminal.wait_for(r"^  127.0.0.[23]\n  127.0.0.[23]\n\[Enter\]")
         terminal.press("\n")
-        self.assert_screen(terminal.wait_for("^Sending .*[1-9] %.*B/s.*left\n"), f"""
+        self.assert_screen(terminal.wait_for("^Sending +█.*[1-9] %.*B/s.*left\n"), f"""
         Interface  lo 127.0.0.1, named by --interface*
         Group      235.9.2.9:{self.room.port}, replies on {self.room.port + 2}
         Selection  2 files in 2 folders, 3.00 MB
@@ -71,10 +71,10 @@ class ScreensTest(unittest.TestCase):
         terminal.wait_for(r"^\[Enter\]")
         first.signal(signal.SIGINT)
         first.wait(7)
-        terminal.press("r")
-        terminal.wait_for("^Receivers  0")
+        terminal.wait_for("^  127.0.0.2 has gone; 0 receivers\n\\[r\\]")
         terminal.press("\n")
         self.room.receiver(2)
+        terminal.wait_for("^  127.0.0.3 has come; 1 receiver\n\\[Enter\\]")
         terminal.press("r")
         terminal.wait_for(r"^Receivers  1\n  127.0.0.3")
         os.kill(terminal.pid, signal.SIGTERM)
@@ -93,15 +93,27 @@ class ScreensTest(unittest.TestCase):
 
     def test_a_narrow_terminal_without_capabilities_and_one_that_closes(self):
         self.room.receiver(1)
-        narrow = self.send("--yes", "--rate", "12M", columns=40, environment={"NO_COLOR": ""}.items())
+        narrow = self.send("--yes", "--rate", "12M", "--title", columns=40, environment={"NO_COLOR": ""}.items())
         narrow.wait_for(r"^Sending    █+░+   .. %\n           file")
+        narrow.press("not now\n")
         self.assertEqual(narrow.end(), 0)
+        self.assertNotIn("not now", narrow.raw, "what is typed does not tear the block")
+        self.assertRegex(narrow.raw, "\x1b]0;quorl: \\d+ %  ")
+        self.assertTrue(narrow.raw.endswith("\x1b[23;0t"), "the title is given back")
+        self.assertNotIn(" 0 B/s", narrow.raw)
         self.assertIn("\x1b[32mcomplete", narrow.raw, "colours on a terminal")
+        stopped = self.room.receiver(2)
+        ascii = self.send("--yes", "--rate", "12M", environment={"LC_ALL": "C"}.items())
+        ascii.wait_for(r"^Sending    #+\.+   .. %")
+        ascii.press("\x03")
+        self.assertEqual(ascii.end(), 130)
+        self.assertTrue(ascii.raw.isascii())
+        self.assertEqual(stopped.wait(8), 9)
         self.room.receiver(1)
         dumb = self.send("--yes", environment={"TERM": "dumb"}.items())
         self.assertEqual(dumb.end(), 0)
         self.assertNotIn("\x1b", dumb.raw)
-        receiver = self.room.receiver(1)
+        receiver = self.room.receiver(3)
         closed = self.send("--yes", "--rate", "8M")
         closed.wait_for("^Sending .*[1-9] %")
         os.close(closed.controller)
@@ -128,4 +140,4 @@ class ScreensTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    unittest.main(verbosity=2)

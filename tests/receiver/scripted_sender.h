@@ -12,9 +12,9 @@
 #include "files/target_dir.h"
 #include "protocol/datagrams.h"
 #include "protocol/endpoints.h"
+#include "receiver/blocks/lost_block.h"
 #include "receiver/ctrans_client.h"
-#include "receiver/lost_map.h"
-#include "sim/world.h"
+#include "sim/world/world.h"
 
 namespace quorl {
 

@@ -23,7 +23,7 @@ TEST_P(TeardownTest, EveryThreadEndsAndThePendingRunIsWritten) {
   SendData(3, 0);
   SendData(3, 1);
   world.RunFor(10ms);
-  EXPECT_EQ(pc.RunningThreads(), 4u);
+  EXPECT_EQ(pc.RunningThreads(), 3u);
   DeInit();
   ExpectNothingLeft();
   EXPECT_EQ(pc.Disk().Length("C:\\in\\sub\\three.bin"), 2 * BLOCK_SIZE);
@@ -49,8 +49,8 @@ TEST_P(TeardownTest, AnInitThatFailsAtAnyCallLeavesNothing) {
     }
     pc.FailCall(seam, 0);  // the last one was never reached
   }
-  // Four events; sixteen steps of the sockets, of which the data socket's receive buffer may fail.
-  EXPECT_EQ(failures, 4 + 15);
+  // Six events; sixteen steps of the sockets, of which the data socket's receive buffer may fail.
+  EXPECT_EQ(failures, 6 + 15);
   Listen(GetParam());
   ToGroup(Collect{});
   EXPECT_EQ(TakeReplies(), Lines{"CMD_CLIENT platform=1"});
@@ -72,14 +72,40 @@ TEST_P(TeardownTest, ASilentSenderIsTakenAsLostAfterFourChecksAndAskedNoMore) {
   const Moment announced = pc.Messages().front().at;
   SendStream({{2, 1}});
   ToReceiver(Master{1});
-  world.RunFor(19s);
+  world.RunFor(29s);
   const Duration copies = IsRobust() ? 20ms : 0ms;
-  EXPECT_EQ(LatestReplyAt(), announced + 12s + copies);
-  EXPECT_EQ(pc.Messages().back().at, announced + 12s + copies + 100ms);
+  // Robust takes the announcement and then the stream for signs of life.
+  const Duration silent = IsRobust() ? 20s : 12s;
+  EXPECT_EQ(LatestReplyAt(), announced + silent + copies);
+  EXPECT_EQ(pc.Messages().back().at, announced + silent + copies + 100ms);
   EXPECT_EQ(TakeReplies().back(), "CMD_FINISH status=1004");
   EXPECT_EQ(Told(), (Lines{"1039 3 6", "1040 1004 0"}));
   for (const char* line : {"\n Tget  Report1 @@@\n", "\n Tget  Report2 @@@\n", "\n Tget  Report3 @@@\n"})
     EXPECT_TRUE(HasDebugLine(line));
+}
+
+// The loss of a sender is told 100 ms after it has been told to the sender; by then it may have begun anew.
+TEST_P(TeardownTest, ALossThatBelongsToTheTransferBeforeIsNotTold) {
+  Begin(GetParam());
+  const Moment announced = pc.Messages().front().at;
+  const Duration silent = IsRobust() ? 16s : 12s;
+  world.RunFor(announced + silent + 50ms - world.Now());
+  EXPECT_EQ(TakeReplies().back(), "CMD_FINISH status=1004");
+  Announce("C:\\other");
+  world.RunFor(3s);
+  EXPECT_EQ(Told(), (Lines{"1039 3 6", "1039 3 6"}));
+}
+
+TEST_F(ScriptedSender, AnIdleRobustReceiverTellsOfAHeartbeatThatItTakesNoPartIn) {
+  Listen(Profile::Robust);
+  world.RunFor(2s);
+  EXPECT_EQ(client.GetState().otherSender, 0u);
+  Send(Build(Report{}), REPORT_GROUP);
+  world.RunFor(2s);
+  EXPECT_EQ(client.GetState().otherSender, SENDER);
+  AddThreeFiles();
+  Announce();
+  EXPECT_EQ(client.GetState().otherSender, 0u);
 }
 
 }  // namespace

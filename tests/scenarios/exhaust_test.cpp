@@ -1,5 +1,5 @@
 // Every single lost datagram of a small transfer, and every pair of them.
-#include "sim/exhaust.h"
+#include "sim/studies/exhaust.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,11 @@ TEST(Exhaust, NoOneOrTwoLossesGiveAWrongCompletionOrNoEnd) {
     for (const ExhaustTally& tally : tallies) {
       EXPECT_GT(tally.runs, 0u);
       EXPECT_EQ(tally.endless, 0u) << ToText(tallies);
-      EXPECT_EQ(tally.wronglyTold, 0u) << ToText(tallies);
+      // By the classic rules the first block of all, and a lost answer, leave holes that nobody notices.
+      if (profile == Profile::Robust) {
+        EXPECT_EQ(tally.wronglyTold, 0u) << ToText(tallies);
+      }
+      EXPECT_EQ(tally.wronglyStated, 0u) << ToText(tallies);
       EXPECT_LE(tally.longest, 60s) << ToText(tallies);
     }
     EXPECT_GT(tallies[1].runs, 40u);

@@ -38,6 +38,29 @@ TEST(Hosts, OneThatEndsTheReceiverAndItsWindowFromWithinTheWindow) {
   EXPECT_EQ(room.Receiver(0).RunningThreads() + room.Receiver(0).OpenSockets(), 0u);
 }
 
+// Both starts wait for a thread of the transfer before, which a slow disk keeps. Nobody may lose sight of the one that
+// the other replaces.
+TEST(Hosts, OneThatStartsTwoTransfersAtOnceAndClosesTheSenderLeavesNothing) {
+  for (const Profile profile : {Profile::Classic, Profile::Robust}) {
+    for (const Duration closed : {0ms, 50ms, 310ms, 350ms, 500ms, 1000ms, 1200ms, 1600ms, 3000ms}) {
+      SCOPED_TRACE(closed / 1ms);
+      Room room({.receivers = 3, .senderProfile = profile, .receiverProfile = profile});
+      room.File("a", 100 * BLOCK_SIZE);
+      room.Net().SetFilter([](const Transit& transit) { return !Is(transit, CMD_ACK); });
+      room.Sender().FailEvery([&room, reads = 0](std::string_view call) mutable {
+        if (call == "files.read" && ++reads == 4) room.Sender().Seam().clock.Sleep(300ms);
+        return false;
+      });
+      Begin(room, 20ms);
+      for (int i = 0; i < 2; ++i) room.Sender().Spawn("host", [&room] { room.Server().StartSend(); });
+      room.World().RunFor(closed);
+      room.Sender().Call([&] { room.Server().DeInitServer(); });
+      room.World().RunFor(5s);
+      EXPECT_EQ(room.Sender().RunningThreads() + room.Sender().OpenSockets(), 0u);
+    }
+  }
+}
+
 TEST(Hosts, ThatSendAndReceiveAThousandTimesInOneProcessKeepNothing) {
   Room room({.seed = 3, .senderProfile = Profile::Robust, .receiverProfile = Profile::Robust});
   room.World().SetLogging(false);

@@ -1,7 +1,7 @@
 // Lengths and offsets beyond 32 bits.
 #include <gtest/gtest.h>
 
-#include "sim/sanitizers.h"
+#include "sim/world/fibers/sanitizers.h"
 #include "tests/scenarios/story.h"
 
 namespace quorl::sim {

@@ -9,7 +9,7 @@
 
 #include "protocol/datagrams.h"
 #include "protocol/endpoints.h"
-#include "sim/room.h"
+#include "sim/room/room.h"
 
 namespace quorl::sim {
 

@@ -66,5 +66,54 @@ TEST(ClassicWatch, BeforeAnyMasterHasCompletedTheFourthGiveUpOrThatOfTheLastOneE
   EXPECT_FALSE(flow[3].needsTurn);
 }
 
+TEST(ClassicWatch, ASilentRoomIsAskedFourTimes) {
+  FlowDriver flow = Classic(1);
+  flow.HandOver();
+  EXPECT_EQ(flow.Watch(60000), (Lines{"1000: MASTER 1 R0", "2000: MASTER 1 R0", "3000: MASTER 1 R0",
+                                      "4000: MASTER 1 R0", "5000: END 1460"}));
+}
+
+TEST(ClassicWatch, TheCallsOfASilentMasterDoNotCountForTheNextOneAfterARequestInBetween) {
+  FlowDriver flow = Classic(3);
+  flow.HandOver();
+  flow.Ack(Row(0), 4, 0);
+  EXPECT_EQ(flow.Watch(5500).back(), "5000: MASTER 1 R1");
+  flow.Ack(Row(1), 2, 5);
+  EXPECT_EQ(flow.Watch(6500), Lines{});
+  flow.Ack(Row(1), 4, 0);
+  EXPECT_EQ(flow.Watch(9000).back(), "8500: MASTER 1 R2");
+  flow.Watch(12000);
+  EXPECT_FALSE(flow[2].needsTurn) << "it has nine calls";
+  flow.Watch(14000);
+  EXPECT_TRUE(flow[2].needsTurn);
+}
+
+TEST(ClassicWatch, ALaterMasterThatAsksInVainIsReplacedAndTheNextOneHasAllItsCycles) {
+  FlowDriver flow = Classic(3);
+  flow.HandOver();
+  flow.Ack(Row(0), 4, 0);
+  flow.Finish(Row(0), 0);
+  flow.Ack(Row(1), 1, 0);
+  EXPECT_EQ(flow.Watch(10500),
+            (Lines{"2000: RESEND 1.0", "5500: MASTER 1 R2", "6500: RESEND 1.0", "10000: MASTER 1 R1"}));
+}
+
+TEST(ClassicFlow, WhatItKnowsLivesOnFromOneTransferToTheNext) {
+  FlowDriver flow = Classic(3);
+  EXPECT_EQ(flow.Finish(Row(0), 1002), Lines{"ERROR 1002 R0"}) << "a failure before the first transfer counts";
+  flow.Begin();
+  EXPECT_EQ(flow.HandOver(), Lines{"MASTER 1 R1"});
+  flow.Ack(Row(1), 2, 5);
+  EXPECT_EQ(flow.Watch(2000), Lines{});
+  flow.Begin();
+  EXPECT_EQ(flow[0].status, 1002U);
+  // Row 1 is still the master, and its latest request is the one that the watchdog knows.
+  EXPECT_EQ(flow.Ack(Row(1), 2, 5), Lines{"RESEND 2.5"});
+  EXPECT_EQ(flow.HandOver(), Lines{"MASTER 1 R1"});
+  EXPECT_EQ(flow.Watch(2500), Lines{"2000: RESEND 2.5"}) << "its cycles begin anew";
+  EXPECT_EQ(flow.Finish(Row(1), 1001), Lines{"ERROR 1001 R1"});
+  EXPECT_EQ(flow.Finish(Row(2), 1001), (Lines{"ERROR 1001 R2", "END 0"}));
+}
+
 }  // namespace
 }  // namespace quorl

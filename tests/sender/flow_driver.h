@@ -25,9 +25,16 @@ class FlowDriver {
   /// `rows` receivers, three files of 100 blocks in all.
   FlowDriver(Profile profile, int rows) {
     for (int i = 0; i < rows; ++i) table.AddClient(Row(i));
-    flow = MakeMasterFlow(profile, table, 3, 100);
+    flow = MakeMasterFlow(profile, table);
+    Begin();
   }
 
+  void Begin() {
+    flow->BeginTransfer(3);
+    flow->BlocksCounted(100);
+    next = WatchNext::Pause;
+    watchedUntil = 1000;
+  }
   Lines HandOver() {
     flow->StreamSent();
     Orders orders;

@@ -39,7 +39,7 @@ TEST(ReceiverTable, MoreThanThirtyPercentMissingIsTooMuch) {
     EXPECT_EQ(table[0].status, c.status) << c.missing << " of " << c.total;
     EXPECT_EQ(table[0].noTurn, c.missing == 0 || c.status == 1);
     EXPECT_TRUE(table.AllAnswered());
-    table.BeginTransfer();
+    table.Forget();
     EXPECT_TRUE(table[0].IsCandidate() && !table.AllAnswered());
   }
 }

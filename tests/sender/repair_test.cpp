@@ -17,7 +17,7 @@ TEST_F(SenderRepair, WhatCannotBeReadOrSentAgainEndsTheTransferWith32) {
     bool isDuringRepair;
     size_t blocks;
   };
-  for (const Case& c : {Case{vanish, false, 1}, {failThirdRead, false, 3}, {vanish, true, 6}, {failSends, true, 6}}) {
+  for (const Case& c : {Case{vanish, false, 1}, {failThirdRead, false, 2}, {vanish, true, 6}, {failSends, true, 6}}) {
     Init(1);
     const size_t told = Statuses().size(), masters = Sent(CMD_MASTER).size(), blocks = Sent(CMD_DATA).size();
     if (!c.isDuringRepair) c.happens();
@@ -33,7 +33,52 @@ TEST_F(SenderRepair, WhatCannotBeReadOrSentAgainEndsTheTransferWith32) {
     world.RunFor(6s);
     EXPECT_EQ(machine.RunningThreads(), 0U);
     machine.FailEvery({});
+    machine.Disk().Remove("C:\\data");
     SetUp();
+  }
+}
+
+TEST_F(SenderRepair, WhateverARobustSenderCannotSendEndsTheTransferWithOneStatus) {
+  // From the announcement to the repair of a block, each datagram in turn is the first that cannot be sent.
+  for (int sends = 0; sends < 24; ++sends) {
+    SCOPED_TRACE(sends);
+    Init(1, Profile::Robust);
+    const size_t told = Statuses().size();
+    machine.FailEvery([left = sends](std::string_view call) mutable { return call == "network.send" && --left < 0; });
+    Start();
+    world.RunFor(1300ms);
+    Reply(0, Ack{2, 0});
+    world.RunFor(60s);
+    EXPECT_EQ(Statuses().size(), told + 1);
+    EXPECT_EQ(Statuses().back(), uint32_t{QUORL_STATUS_SEND_FAILED});
+    EXPECT_EQ(machine.RunningThreads() + machine.OpenSockets(), 0U);
+    machine.FailEvery({});
+  }
+  EXPECT_EQ(Sent(CMD_MASTER).size(), 1U) << "but for the last time the transfer did not get so far";
+}
+
+TEST_F(SenderRepair, AFileIsMeasuredAnewWhenItIsOpenedAndARobustSenderKeepsWhatItAnnounced) {
+  using Blocks = std::vector<std::array<size_t, 3>>;
+  for (const Profile profile : {Profile::Classic, Profile::Robust}) {
+    SetUp();
+    Init(1, profile);
+    Start();
+    world.RunFor(1300ms);
+    const size_t before = Sent(CMD_RESEND).size();
+    // Once it is open its measures stay, but what is read is what is there.
+    for (const uint64_t length : {3 * BLOCK_SIZE + 7, 4 * BLOCK_SIZE}) {
+      machine.Disk().WriteSynthetic("C:\\data\\c", length, 2);
+      Reply(0, Ack{3, 3});
+      world.RunFor(10ms);
+    }
+    Blocks blocks;
+    for (const auto& sent : Sent(CMD_RESEND)) {
+      const auto head = ReadFields<BlockHead>(sent.bytes);
+      blocks.push_back({head.lastBlock, head.tailSize, sent.bytes.size() - BLOCK_HEAD_SIZE});
+    }
+    blocks.erase(blocks.begin(), blocks.begin() + static_cast<std::ptrdiff_t>(before));
+    EXPECT_EQ(blocks,
+              profile == Profile::Classic ? (Blocks{{3, 7, 7}, {3, 7, BLOCK_SIZE}}) : (Blocks{{2, 1, 0}, {2, 1, 0}}));
   }
 }
 

@@ -17,12 +17,28 @@ TEST(RobustFlow, NobodyButTheMasterIsServedOrCountsAsASignOfLife) {
   EXPECT_EQ(flow.Finish(Row(0), 0), Lines{"MASTER 1 R1"});
   EXPECT_EQ(flow.Finish(Row(0), 0), Lines{});
   EXPECT_EQ(flow.Answer(Row(0), 90), Lines{});
+  EXPECT_FALSE(flow[0].missing) << "a late copy";
   EXPECT_EQ(flow.Ack(Row(0), 2, 5), Lines{"RELEASE 00 R0"});
   EXPECT_EQ(flow.Ack(STRANGER, 2, 5), Lines{});
   EXPECT_EQ(flow.Finish(STRANGER, 1002), Lines{});
   EXPECT_EQ(flow[0].status, 0U);
   EXPECT_FALSE(flow[0].needsTurn);
   EXPECT_EQ(flow.Watch(2000), Lines{"1500: MASTER 1 R1"});
+  EXPECT_EQ(flow.Ack(Row(1), 1, 0), Lines{"RESEND 1.0"});
+  EXPECT_EQ(flow.Watch(4000), (Lines{"3000: MASTER 1 R1", "3500: MASTER 1 R1"}))
+      << "one that has been heard has a second";
+}
+
+TEST(RobustFlow, AFailureSticksAndARoomInWhichAllHaveFailedIsOverAtOnce) {
+  FlowDriver flow(Profile::Robust, 3);
+  EXPECT_EQ(flow.Finish(Row(0), 112), Lines{"ERROR 112 R0"});
+  flow.HandOver();
+  EXPECT_EQ(flow.Finish(Row(0), 0), Lines{});
+  EXPECT_EQ(flow[0].status, 112U);
+  EXPECT_EQ(flow.Finish(Row(2), 1001), Lines{"ERROR 1001 R2"});
+  EXPECT_EQ(flow.Finish(Row(1), 1001), (Lines{"ERROR 1001 R1", "END 0"}));
+  FlowDriver early(Profile::Robust, 1);
+  EXPECT_EQ(early.Finish(Row(0), 112), (Lines{"ERROR 112 R0", "END 0"})) << "while the stream runs";
 }
 
 TEST(RobustFlow, AMasterThatAsksWithoutEndLosesItsTurn) {
@@ -37,6 +53,20 @@ TEST(RobustFlow, AMasterThatAsksWithoutEndLosesItsTurn) {
   EXPECT_EQ(flow.Ack(Row(1), 4, 0), Lines{"MASTER 0 R1"});
   EXPECT_EQ(flow.Finish(Row(1), 1001), (Lines{"ERROR 1001 R1", "MASTER 1 R0"})) << "who fails hands the turn on";
   EXPECT_EQ(flow.Finish(Row(1), 1001), Lines{});
+}
+
+TEST(RobustFlow, WhoAsksInVainIsServedLongerInTheSecondPassThanWhoIsSilent) {
+  for (const bool asks : {false, true}) {
+    FlowDriver flow(Profile::Robust, 1);
+    flow.HandOver();
+    int until = 1000;
+    Lines said;
+    for (; until < 60'000 && (said.empty() || said.back().find("END") == std::string::npos); until += 500) {
+      if (asks) flow.Ack(Row(0), 2, 5);
+      for (const std::string& line : flow.Watch(until + 500)) said.push_back(line);
+    }
+    EXPECT_EQ(until, asks ? 42'000 : 10'500) << "the memory of a system for fragments lasts for 30 s";
+  }
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include "protocol/datagrams.h"
 #include "protocol/endpoints.h"
 #include "sender/ctrans_server.h"
-#include "sim/world.h"
+#include "sim/world/world.h"
 
 namespace quorl {
 

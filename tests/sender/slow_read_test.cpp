@@ -1,7 +1,8 @@
-// A repair's read from a slow disk, in the middle of which the host stops the transfer or starts another.
+// A read from a slow disk: of a repair, in the middle of which the host stops the transfer or starts another, or which
+// takes very long, and of the stream.
 #include <gtest/gtest.h>
 
-#include "sim/room.h"
+#include "sim/room/room.h"
 #include "tests/scenarios/story.h"
 
 namespace quorl::sim {
@@ -13,7 +14,7 @@ using namespace std::chrono_literals;
 struct SlowRead : testing::TestWithParam<Profile> {
   void RunIntoTheRead(Duration pause, bool fails) {
     room.Net().SetFilter([](const Transit& transit) {
-      return !Is(transit, CMD_DATA) || HeadOf(transit).file != 1 || HeadOf(transit).block != 0;
+      return !Is(transit, CMD_DATA) || HeadOf(transit).file != 2 || HeadOf(transit).block != 1;
     });
     room.File("d\\a", 5);
     room.File("d\\z", 40 * BLOCK_SIZE);
@@ -30,6 +31,7 @@ struct SlowRead : testing::TestWithParam<Profile> {
     room.World().RunFor(10ms);
   }
   void SendTheOther() {
+    room.Net().SetFilter(nullptr);
     room.Sender().Call([&] {
       room.Server().SetSelectFiles({"C:\\e"}, "");
       room.Server().StartSend();
@@ -38,6 +40,13 @@ struct SlowRead : testing::TestWithParam<Profile> {
     room.World().RunFor(10s);
     EXPECT_TRUE(room.Receiver(0).Disk().SameTree("C:\\in\\e", room.Sender().Disk(), "C:\\e"));
     EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
+  }
+
+  /// How long a call of the host takes.
+  Duration Took(const std::function<void()>& call) {
+    const Moment before = room.World().Now();
+    room.Sender().Call(call);
+    return room.World().Now() - before;
   }
 
   bool hangs = false;
@@ -64,6 +73,37 @@ TEST_P(SlowRead, NothingFollowsAStop) {
   EXPECT_EQ(CountSent(room, CMD_STOP), 3u);
   EXPECT_EQ(CountSent(room, CMD_RESEND), 0u);
   EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
+}
+
+TEST_P(SlowRead, NobodyIsGivenUpWhileABlockIsBeingRead) {
+  RunIntoTheRead(30s, false);
+  EXPECT_TRUE(room.RunUntilQuiet(60s));
+  EXPECT_EQ(Ends(room), "whole told");
+  EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
+}
+
+TEST_P(SlowRead, OneThatNeverReturnsEndsARobustTransferAndHoldsNoHostUp) {
+  RunIntoTheRead(24h, false);
+  const bool isRobust = GetParam() == Profile::Robust;
+  room.World().RunFor(70s);
+  EXPECT_EQ(Room::Statuses(room.Sender()),
+            isRobust ? (std::vector<uint32_t>{0, QUORL_STATUS_FILE_UNREADABLE}) : std::vector<uint32_t>{});
+  EXPECT_LE(Took([&] { room.Server().StopSend(); }), 100ms);
+  EXPECT_LE(Took([&] { room.Server().StartSend(); }), 5200ms);
+  EXPECT_LE(Took([&] { room.Server().DeInitServer(); }), 1ms);
+}
+
+TEST(SlowStream, ADiskThatNeverAnswersEndsARobustTransfer) {
+  Room room(Robust(1));
+  room.File("a", 40 * BLOCK_SIZE);
+  room.Sender().FailEvery([&](std::string_view call) {
+    if (call == "files.read") room.Sender().Seam().clock.Sleep(24h);
+    return false;
+  });
+  Begin(room, 70s);
+  EXPECT_EQ(Room::Statuses(room.Sender()), (std::vector<uint32_t>{0, QUORL_STATUS_FILE_UNREADABLE}));
+  EXPECT_EQ(room.Client(0).GetState().phase, ReceivePhase::Stopped);
+  EXPECT_EQ(room.Sender().RunningThreads(), 1U) << "the one that waits for the disk";
 }
 
 }  // namespace

@@ -8,9 +8,12 @@ using Stream = SenderRoom;
 
 TEST_F(Stream, AnnouncesStreamsAndFinishesInTheSlowPace) {
   machine.Disk().MakeDirectory("C:\\data\\empty");
+  machine.Disk().WriteSynthetic("C:\\data\\c", 1, 2);
   Init(1, Profile::Classic, 0);
   server.SetTargetPath(5, "C:\\in");
   const Moment before = world.Now();
+  // The blocks are counted right before they are announced.
+  world.At(before + 55ms, [this] { machine.Disk().WriteSynthetic("C:\\data\\c", 2 * BLOCK_SIZE + 1, 2); });
   Start();
   world.RunFor(1300ms);
   std::vector<std::string> lines;
@@ -57,16 +60,93 @@ TEST_F(Stream, TheFastPaceSendsPairsUntilASlowReceiverAnswers) {
   EXPECT_EQ(moments, (std::vector<int64_t>{0, 0, 10, 10, 20, 45, 70}));
 }
 
-TEST_F(Stream, AFileThatShrinksGivesShortDatagramsAndIsNamed) {
-  Init(0);
+TEST_F(Stream, AFileThatShrinksIsNamedAndOfOneThatIsOpenOrRobustTheDatagramsGetShorter) {
+  using Lengths = std::vector<size_t>;
+  struct Case {
+    Profile profile;
+    Duration at;  ///< Before the file's turn, or in the midst of it.
+    Lengths lengths;
+  };
+  for (const Case& c : {Case{Profile::Classic, 5ms, Lengths{547, 4796, 542, 4796, 549}},
+                        {Profile::Classic, 15ms, Lengths{547, 4796, 542, 4796, 4796, 542}},
+                        {Profile::Robust, 5ms, Lengths{547, 4796, 542, 4796, 549, 542}}}) {
+    SetUp();
+    Init(0, c.profile);
+    const auto before = static_cast<std::ptrdiff_t>(Sent(CMD_DATA).size());
+    Start();
+    world.RunFor(c.at);
+    machine.Disk().WriteSynthetic("C:\\data\\c", BLOCK_SIZE + 7, 2);
+    world.RunFor(2s);
+    Lengths lengths;
+    for (const auto& sent : Sent(CMD_DATA)) lengths.push_back(sent.bytes.size());
+    EXPECT_EQ(Lengths(lengths.begin() + before, lengths.end()), c.lengths);
+    EXPECT_EQ(server.GetState().shrunkFiles, 1U);
+    EXPECT_EQ(server.GetState().shrunkName, "\\data\\c");
+  }
+}
+
+TEST_F(Stream, FilesTravelInTheDisksOwnOrderAndThoseOfARobustSenderByName) {
+  machine.Disk().Write("C:\\data\\_latest", "");
+  std::string names;
+  for (const Profile profile : {Profile::Classic, Profile::Robust}) {
+    Init(0, profile);
+    Start();
+    world.RunFor(2s);
+  }
+  for (const auto& sent : Sent(CMD_DATA)) {
+    const auto head = ReadFields<BlockHead>(sent.bytes);
+    if (head.block == 0) names += head.name.Text().substr(sizeof "\\data");
+  }
+  EXPECT_EQ(names, "abc_latest_latestabc");
+}
+
+TEST_F(Stream, MoreBlocksThanCanBeCountedWrapAndARobustSenderRefusesThem) {
+  for (const char* name : {"C:\\data\\x", "C:\\data\\y"})
+    machine.Disk().WriteSynthetic(name, (uint64_t{1} << 31) * BLOCK_SIZE, 3);
+  Init(1);
   Start();
-  machine.Disk().WriteSynthetic("C:\\data\\c", BLOCK_SIZE + 7, 2);
-  ASSERT_TRUE(RunUntilStatuses(1));
-  std::vector<size_t> lengths;
-  for (const auto& sent : Sent(CMD_DATA)) lengths.push_back(sent.bytes.size());
-  EXPECT_EQ(lengths, (std::vector<size_t>{547, 4796, 542, 4796, 549, 542}));
-  EXPECT_EQ(server.GetState().shrunkFiles, 1U);
-  EXPECT_EQ(server.GetState().shrunkName, "\\data\\c");
+  EXPECT_EQ(ReadFields<Task>(Sent(CMD_TASK).back().bytes).totalBlocks, 6U + 2U);
+  machine.Call([&] { server.StopSend(); });
+  Init(1, Profile::Robust);
+  const size_t tasks = Sent(CMD_TASK).size();
+  Start();
+  world.RunFor(10ms);
+  EXPECT_EQ(Sent(CMD_TASK).size(), tasks);
+  EXPECT_EQ(Statuses().back(), uint32_t{QUORL_STATUS_FILE_UNREADABLE});
+  EXPECT_EQ(machine.RunningThreads(), 0U);
+}
+
+TEST_F(Stream, ALinkThatStopsHoldsTheStreamUpUntilItGoesOnOrTheHostEndsIt) {
+  for (const Profile profile : {Profile::Classic, Profile::Robust}) {
+    const auto hold = [&] {
+      machine.HoldSends(false);
+      Init(1, profile);
+      Start();
+      machine.HoldSends(true);
+      world.RunFor(20ms);
+    };
+    hold();
+    const size_t told = Statuses().size(), blocks = Sent(CMD_DATA).size();
+    world.RunFor(50s);
+    EXPECT_EQ(Statuses().size(), told);
+    world.RunFor(11s);
+    machine.HoldSends(false);
+    world.RunFor(100ms);
+    EXPECT_EQ(Sent(CMD_DATA).size() > blocks, profile == Profile::Classic);
+    EXPECT_EQ(Statuses().size() - told, profile == Profile::Classic ? 0U : 1U);
+
+    hold();
+    const Moment stopped = world.Now();
+    machine.Call([&] { server.StopSend(); });
+    EXPECT_LE(world.Now() - stopped, 3100ms);
+    world.RunFor(10ms);
+    EXPECT_EQ(machine.RunningThreads() + machine.OpenSockets(), 0U);
+
+    hold();
+    machine.Call([&] { server.DeInitServer(); });
+    world.RunFor(10ms);
+    EXPECT_EQ(machine.RunningThreads() + machine.OpenSockets(), 0U) << "a close ends a send that waits";
+  }
 }
 
 TEST_F(Stream, ABlockThatCannotBeSentIsTheEndOfIt) {

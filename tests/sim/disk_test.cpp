@@ -1,10 +1,10 @@
 // A disk that shows wrong bytes, or loses none when it should, would hide what it is there to find.
-#include "sim/disk.h"
+#include "sim/machine/disk.h"
 
 #include <gtest/gtest.h>
 
 #include "protocol/endpoints.h"
-#include "sim/world.h"
+#include "sim/world/world.h"
 
 namespace quorl::sim {
 namespace {
@@ -40,15 +40,6 @@ TEST_F(DiskTest, TreesAreTheSameOnlyWithTheSameNamesAndEveryByte) {
   other.Write("C:\\in\\f", content);
   other.MakeDirectory("C:\\in\\empty");
   EXPECT_FALSE(disk.SameTree("C:\\src", other, "C:\\in"));
-}
-
-TEST_F(DiskTest, ItCanBeFullOrFussy) {
-  disk.SetFreeBytes(10);
-  auto file = Open("f");
-  for (int again = 0; again < 2; ++again) EXPECT_EQ(file->WriteAt(0, Bytes(8)), WriteOutcome::Done);
-  EXPECT_EQ(file->WriteAt(8, Bytes(3)), WriteOutcome::DiskFull);
-  disk.RefuseName([](const std::string& name) { return name == "g"; });
-  EXPECT_EQ(Open("g"), nullptr);
 }
 
 TEST_F(DiskTest, APowerCutLosesSomeOfWhatTheMachineWroteAndNothingElse) {

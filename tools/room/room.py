@@ -8,6 +8,7 @@ import socket
 import subprocess
 import tempfile
 import time
+import unittest
 from pathlib import Path
 
 BUILD = Path(os.environ["QUORL_BUILD"])
@@ -27,15 +28,20 @@ def free_port():
             continue
 
 
-class Command:
-    """One process of the command. Its output goes to a file, so that no pipe can hold it up."""
+def works(*words):
+    """Whether a program is there and does what it is told."""
+    return bool(shutil.which(words[0])) and subprocess.run(words, capture_output=True).returncode == 0
 
-    def __init__(self, *arguments, prefix=(), cwd=None, error=subprocess.STDOUT):
+
+class Command:
+    """One process of the command, or of another program. Its output goes to a file, so that no pipe can hold it up."""
+
+    def __init__(self, *arguments, prefix=(), cwd=None, error=subprocess.STDOUT, program=(QUORL,), environment=None):
         self.output_file = tempfile.TemporaryFile()
-        self.arguments = [*prefix, str(QUORL), *map(str, arguments)]
+        self.arguments = [*prefix, *map(str, program), *map(str, arguments)]
         self.started = time.monotonic()
         self.process = subprocess.Popen(self.arguments, stdin=subprocess.DEVNULL, stdout=self.output_file,
-                                        stderr=error, cwd=cwd)
+                                        stderr=error, cwd=cwd, env=environment)
         self.code = None
         self.peak_memory = 0
 
@@ -57,6 +63,7 @@ class Command:
             if pid:
                 self.code = self.process.returncode = os.waitstatus_to_exitcode(status)
                 self.peak_memory = usage.ru_maxrss * 1024
+                self.cpu_seconds = usage.ru_utime + usage.ru_stime
                 self.seconds = time.monotonic() - self.started
         return self.code
 
@@ -115,6 +122,22 @@ class Room:
             command.end()
             command.output_file.close()
         shutil.rmtree(self.path, ignore_errors=True)
+
+
+class PartLoader(unittest.TestLoader):
+    """Every n-th test, from one of the first n on: parts of one file can run beside each other."""
+
+    def __init__(self, part):
+        super().__init__()
+        self.first, self.step = (int(number) for number in part.split("/"))
+
+    def getTestCaseNames(self, test_class):
+        return super().getTestCaseNames(test_class)[self.first - 1::self.step]
+
+
+def run_tests():
+    """All tests of the program that was started; with QUORL_PART=2/3 every third of them, from the second on."""
+    unittest.main(verbosity=2, testLoader=PartLoader(os.environ.get("QUORL_PART", "1/1")))
 
 
 # Trees are written and compared in pieces: a process starts with the peak memory of the one that started it.

@@ -1,7 +1,7 @@
 """A sender that is not the command: it sends what it is told, with whatever manifest, over the library itself.
 
-sender.py PORT [--open NAME] [--for SECONDS] PATH... sends each path under its last component. With --for it stops the
-transfer after that time and leaves.
+sender.py PORT [--open NAME] [--for SECONDS] [--target DIRECTORY] [--from ADDRESS] [--receivers N] PATH... sends each
+path under its last component, once N receivers listen. With --for it stops the transfer after that time and leaves.
 """
 import ctypes
 import hashlib
@@ -31,8 +31,11 @@ def manifest(*paths, key=None, only=(), change=lambda lines: lines):
 
 
 def main(port, *arguments):
-    options = dict(zip(arguments[::2], arguments[1::2])) if arguments[0].startswith("--") else {}
-    options = {name: value for name, value in options.items() if name in ("--open", "--for")}
+    options = {}
+    for name, value in zip(arguments[::2], arguments[1::2]):
+        if not name.startswith("--"):
+            break
+        options[name] = value
     paths = [Path(path) for path in arguments[2 * len(options):]]
     library.SetProfile(1)
     library.SetSendRate(20000)
@@ -41,8 +44,11 @@ def main(port, *arguments):
     for letter, path in zip("DEFGHIJ", paths):
         library.MapDrive(ctypes.c_char(letter.encode()), str(path.parent).encode())
         names.append(f"{letter}:\\{path.name}".encode())
+    if "--target" in options:
+        library.SetTargetPath(0xFFFFFFFF, options["--target"].encode())
+    wanted, interface = int(options.get("--receivers", 1)), address(options.get("--from", "127.0.0.1"))
     for _ in range(20):
-        if library.InitServer(None, 0, int(port), address("127.0.0.1")) and library.GetReceivers(None, 0):
+        if library.InitServer(None, 0, int(port), interface) and library.GetReceivers(None, 0) >= wanted:
             break
     library.SetSelectFiles((ctypes.c_char_p * len(names))(*names), len(names), options.get("--open", "").encode())
     library.StartSend()

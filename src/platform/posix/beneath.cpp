@@ -73,15 +73,15 @@ Descriptor OpenBase(const std::string& path) {
   return Descriptor(open(path.c_str(), DIRECTORY_FLAGS));
 }
 
-void MakeDirectoriesBeneath(Resolver resolver, int base, const RelativePath& name) {
-  if (name.IsEmpty()) return;
+bool MakeDirectoriesBeneath(Resolver resolver, int base, const RelativePath& name) {
+  if (name.IsEmpty()) return true;
   const RelativePath above = name.Parent();
   Descriptor parent = OpenBeneath(resolver, base, above, DIRECTORY_FLAGS);
   if (!parent) {
-    MakeDirectoriesBeneath(resolver, base, above);
+    if (errno != ENOENT || !MakeDirectoriesBeneath(resolver, base, above)) return false;
     parent = OpenBeneath(resolver, base, above, DIRECTORY_FLAGS);
   }
-  if (parent) mkdirat(parent.Get(), name.Components().back().c_str(), 0777);
+  return parent && (mkdirat(parent.Get(), name.Components().back().c_str(), 0777) == 0 || errno == EEXIST);
 }
 
 }  // namespace quorl

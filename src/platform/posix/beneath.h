@@ -23,7 +23,7 @@ Descriptor OpenBeneath(Resolver resolver, int base, const RelativePath& name, in
 Descriptor OpenBase(const std::string& path);
 
 /// Makes each directory of `name` beneath `base` that is not there, one component at a time, each in a directory that
-/// has been opened beneath `base`.
-void MakeDirectoriesBeneath(Resolver resolver, int base, const RelativePath& name);
+/// has been opened beneath `base`. False when one could not be made, and errno says why.
+bool MakeDirectoriesBeneath(Resolver resolver, int base, const RelativePath& name);
 
 }  // namespace quorl

@@ -3,6 +3,7 @@
 #include "platform/posix/datagram_socket.h"
 
 #include <netinet/in.h>
+#include <netinet/udp.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -20,8 +21,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// How long a send waits while the system has no room for the datagram.
-constexpr Duration SEND_PATIENCE = 1s;
 constexpr Duration NO_BUFFER_PAUSE = 1ms;
 
 sockaddr_in ToSystem(Endpoint endpoint) {
@@ -72,6 +71,39 @@ void ReadDropped(msghdr& message, uint32_t& count) {
       std::memcpy(&count, CMSG_DATA(part), sizeof count);
 }
 
+constexpr size_t DATAGRAMS_AT_ONCE = 32;
+
+/// What one call may send of this size: the whole is one IP packet until it is cut (udp(7)).
+size_t SegmentsAtOnce(size_t size) {
+  constexpr size_t LARGEST = 65535 - 20 - 8;
+  return std::min(LARGEST / size, DATAGRAMS_AT_ONCE);
+}
+
+/// What the system fills in for one datagram.
+struct Incoming {
+  msghdr message{};
+  sockaddr_in from{};
+  iovec part{};
+  alignas(cmsghdr) std::array<uint8_t, CMSG_SPACE(sizeof(uint32_t))> control{};
+
+  void Prepare(std::span<uint8_t> buffer) {
+    part = {buffer.data(), buffer.size()};
+    message = {.msg_name = &from,
+               .msg_namelen = sizeof from,
+               .msg_iov = &part,
+               .msg_iovlen = 1,
+               .msg_control = control.data(),
+               .msg_controllen = control.size(),
+               .msg_flags = 0};
+  }
+  Endpoint From() const { return {from.sin_addr.s_addr, ntohs(from.sin_port)}; }
+};
+
+/// For a poll; -1, which it leaves out, when there is no event.
+int PollDescriptorOf(Event* event) {
+  return event ? static_cast<PosixEvent*>(event)->PollDescriptor() : -1;
+}
+
 /// Errors that an earlier datagram's ICMP answer left on the socket. They say nothing about the call that meets them.
 bool IsEarlierError(int error) {
   return error == ECONNREFUSED || error == EHOSTUNREACH || error == ENETUNREACH;
@@ -89,9 +121,9 @@ std::shared_ptr<DatagramSocket> PosixNetwork::OpenDatagramSocket() {
 /// One call inside the socket: while it is there, the descriptors stay open.
 class PosixDatagramSocket::Use {
  public:
-  explicit Use(PosixDatagramSocket& socket) : socket(socket), entered(socket.Enter()) {}
+  explicit Use(PosixDatagramSocket& socket) : socket(socket), entered(socket.gate.Enter()) {}
   ~Use() {
-    if (entered) socket.Leave();
+    if (entered && socket.gate.Leave()) socket.CloseDescriptors();
   }
   Use(const Use&) = delete;
   Use& operator=(const Use&) = delete;
@@ -109,23 +141,11 @@ PosixDatagramSocket::~PosixDatagramSocket() {
   Close();
 }
 
-bool PosixDatagramSocket::Enter() {
-  uint32_t seen = usage.load();
-  do {
-    if (seen & CLOSED) return false;
-  } while (!usage.compare_exchange_weak(seen, seen + 1));
-  return true;
-}
-
-void PosixDatagramSocket::Leave() {
-  if (usage.fetch_sub(1) == CLOSED + 1) CloseDescriptors();
-}
-
 void PosixDatagramSocket::Close() {
-  const uint32_t before = usage.fetch_or(CLOSED);
-  if (before & CLOSED) return;
+  const ClosingGate::Closing outcome = gate.Close();
+  if (outcome == ClosingGate::Closing::Already) return;
   closing->Set();
-  if (before == 0) CloseDescriptors();
+  if (outcome == ClosingGate::Closing::Empty) CloseDescriptors();
 }
 
 void PosixDatagramSocket::CloseDescriptors() {
@@ -195,85 +215,178 @@ bool PosixDatagramSocket::SetNonBlocking() {
   return true;
 }
 
-bool PosixDatagramSocket::Send(std::span<const uint8_t> datagram, Endpoint to) {
+bool PosixDatagramSocket::Send(std::span<const uint8_t> datagram, Endpoint to, const SendWait& wait) {
+  const sockaddr_in address = ToSystem(to);
+  return SendWhole(
+      [&] {
+        return sendto(ownSocket.Get(), datagram.data(), datagram.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
+                      reinterpret_cast<const sockaddr*>(&address), sizeof address);
+      },
+      wait);
+}
+
+bool PosixDatagramSocket::SendBatch(std::span<const std::span<const uint8_t>> datagrams, Endpoint to,
+                                    const SendWait& wait) {
+  while (!datagrams.empty()) {
+    const size_t size = datagrams[0].size();
+    // The last one may be shorter.
+    size_t count = 1;
+    while (count < datagrams.size() && count < SegmentsAtOnce(size) && datagrams[count - 1].size() == size &&
+           datagrams[count].size() <= size)
+      ++count;
+    if (count == 1 || !segments) {
+      if (!Send(datagrams[0], to, wait)) return false;
+      datagrams = datagrams.subspan(1);
+    } else if (SendSegments(datagrams.first(count), to, wait)) {
+      datagrams = datagrams.subspan(count);
+    } else if (segments) {
+      return false;
+    }
+  }
+  return true;
+}
+
+/// Sends datagrams of one size as one, which the system cuts (UDP_SEGMENT, udp(7)). It refuses when one does not fit
+/// the link's MTU; then `segments` is no longer set.
+bool PosixDatagramSocket::SendSegments(std::span<const std::span<const uint8_t>> datagrams, Endpoint to,
+                                       const SendWait& wait) {
+  sockaddr_in address = ToSystem(to);
+  std::array<iovec, DATAGRAMS_AT_ONCE> parts{};
+  for (size_t i = 0; i < datagrams.size(); ++i)
+    parts[i] = {const_cast<uint8_t*>(datagrams[i].data()), datagrams[i].size()};
+  alignas(cmsghdr) std::array<uint8_t, CMSG_SPACE(sizeof(uint16_t))> control{};
+  msghdr message{};
+  message.msg_name = &address;
+  message.msg_namelen = sizeof address;
+  message.msg_iov = parts.data();
+  message.msg_iovlen = datagrams.size();
+  message.msg_control = control.data();
+  message.msg_controllen = control.size();
+  cmsghdr* const option = CMSG_FIRSTHDR(&message);
+  option->cmsg_level = SOL_UDP;
+  option->cmsg_type = UDP_SEGMENT;
+  option->cmsg_len = CMSG_LEN(sizeof(uint16_t));
+  const auto size = static_cast<uint16_t>(datagrams[0].size());
+  std::memcpy(CMSG_DATA(option), &size, sizeof size);
+  return SendWhole(
+      [&] {
+        const ssize_t sent = sendmsg(ownSocket.Get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0 && (errno == EMSGSIZE || errno == EINVAL || errno == EIO)) segments = false;
+        return sent;
+      },
+      wait);
+}
+
+/// Repeats a call that sends until it has found room. False when it cannot.
+template <typename SystemCall>
+bool PosixDatagramSocket::SendWhole(SystemCall call, const SendWait& wait) {
   const Use use(*this);
   if (!use) return false;
-  const sockaddr_in address = ToSystem(to);
-  const Moment deadline = DeadlineAfter(SEND_PATIENCE);
-  while (sendto(ownSocket.Get(), datagram.data(), datagram.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
-                reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
+  const Moment deadline = DeadlineAfter(wait.limit);
+  while (call() < 0) {
     const int error = errno;
-    if (error != EINTR && !WaitForRoom(error, deadline)) return false;
+    if (error != EINTR && !WaitForRoom(error, deadline, wait.interrupt)) return false;
   }
   return true;
 }
 
 /// Whether a send that failed with `error` is worth another try, which it is from the moment of return on.
-bool PosixDatagramSocket::WaitForRoom(int error, Moment deadline) {
-  if (IsClosed() || MonotonicNow() >= deadline) return false;
+bool PosixDatagramSocket::WaitForRoom(int error, Moment deadline, Event* interrupt) {
+  const auto goesOn = [&] { return !gate.IsClosed() && !(interrupt && interrupt->IsSet()); };
+  if (!goesOn() || MonotonicNow() >= deadline) return false;
   if (error == ECONNREFUSED) return true;
-  std::array<pollfd, 2> waits{pollfd{closing->PollDescriptor(), POLLIN, 0}, pollfd{ownSocket.Get(), POLLOUT, 0}};
-  if (error == EAGAIN) return PollUntil(waits, deadline) && !IsClosed();
+  std::array<pollfd, 3> waits{pollfd{closing->PollDescriptor(), POLLIN, 0},
+                              pollfd{PollDescriptorOf(interrupt), POLLIN, 0}, pollfd{ownSocket.Get(), POLLOUT, 0}};
+  if (error == EAGAIN) return PollUntil(waits, deadline) && goesOn();
   if (error != ENOBUFS) return false;
-  PollUntil(std::span(waits).first(1), DeadlineAfter(NO_BUFFER_PAUSE));
-  return !IsClosed();
+  PollUntil(std::span(waits).first(2), DeadlineAfter(NO_BUFFER_PAUSE));
+  return goesOn();
 }
 
 Received PosixDatagramSocket::Receive(std::span<uint8_t> buffer, Duration limit, Event* interrupt) {
+  const auto takeOne = [&](bool fromGroup) { return TakeFrom(fromGroup, buffer); };
+  return WaitAndTake([&] { return TakeInTurn(takeOne); }, limit, interrupt);
+}
+
+Received PosixDatagramSocket::ReceiveBatch(DatagramBatch& batch, Duration limit, Event* interrupt) {
+  batch.Clear();
+  const auto takeAll = [&](bool fromGroup) { return TakeAllFrom(fromGroup, batch); };
+  return WaitAndTake([&] { return TakeInTurn(takeAll); }, limit, interrupt);
+}
+
+template <typename TakeSome>
+Received PosixDatagramSocket::WaitAndTake(TakeSome takeSome, Duration limit, Event* interrupt) {
   const Use use(*this);
   if (!use) return {.outcome = Received::Outcome::Closed};
   const Moment deadline = DeadlineAfter(nonBlocking ? Duration::zero() : limit);
-  // A descriptor of -1 is left out of a poll.
-  std::array<pollfd, 4> waits{
-      pollfd{ownSocket.Get(), POLLIN, 0}, pollfd{groupSocket.Get(), POLLIN, 0},
-      pollfd{closing->PollDescriptor(), POLLIN, 0},
-      pollfd{interrupt ? static_cast<PosixEvent*>(interrupt)->PollDescriptor() : -1, POLLIN, 0}};
+  std::array<pollfd, 4> waits{pollfd{ownSocket.Get(), POLLIN, 0}, pollfd{groupSocket.Get(), POLLIN, 0},
+                              pollfd{closing->PollDescriptor(), POLLIN, 0},
+                              pollfd{PollDescriptorOf(interrupt), POLLIN, 0}};
   while (true) {
     if (interrupt && interrupt->IsSet()) return {.outcome = Received::Outcome::Interrupted};
     // What has arrived is taken without a poll: on a full stream that is one system call a datagram.
-    if (const auto taken = Take(buffer)) return *taken;
+    if (const auto taken = takeSome()) return *taken;
     const bool inTime = PollUntil(waits, deadline);
-    if (IsClosed()) return {.outcome = Received::Outcome::Closed};
+    if (gate.IsClosed()) return {.outcome = Received::Outcome::Closed};
     if (!inTime && !(interrupt && interrupt->IsSet())) return {.outcome = Received::Outcome::TimedOut};
   }
 }
 
-/// One datagram that has arrived, or a failure; nothing when there is none. The descriptors take turns in coming first,
-/// so that a stream to the group cannot keep a unicast datagram waiting.
-std::optional<Received> PosixDatagramSocket::Take(std::span<uint8_t> buffer) {
+/// What has arrived at one of the descriptors, or a failure; nothing when there is nothing. They take turns in coming
+/// first, so that a stream to the group cannot keep a unicast datagram waiting.
+template <typename Take>
+std::optional<Received> PosixDatagramSocket::TakeInTurn(Take take) {
   const bool first = std::exchange(groupGoesFirst, !groupGoesFirst);
   for (const bool fromGroup : {first, !first}) {
     if (fromGroup && !groupSocket) continue;
-    const auto taken = TakeFrom(fromGroup, buffer);
+    const auto taken = take(fromGroup);
     if (taken) return taken;
   }
   return std::nullopt;
 }
 
 std::optional<Received> PosixDatagramSocket::TakeFrom(bool fromGroup, std::span<uint8_t> buffer) {
-  sockaddr_in from{};
-  iovec part{buffer.data(), buffer.size()};
-  alignas(cmsghdr) std::array<uint8_t, CMSG_SPACE(sizeof(uint32_t))> control{};
+  Incoming incoming;
   while (true) {
-    msghdr message{};
-    message.msg_name = &from;
-    message.msg_namelen = sizeof from;
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    const ssize_t length = recvmsg((fromGroup ? groupSocket : ownSocket).Get(), &message, MSG_DONTWAIT);
-    if (length >= 0) {
-      const uint32_t before = dropped[fromGroup];
-      ReadDropped(message, dropped[fromGroup]);
-      return Received{Received::Outcome::Datagram,
-                      static_cast<size_t>(length),
-                      {from.sin_addr.s_addr, ntohs(from.sin_port)},
-                      dropped[fromGroup] - before};
+    incoming.Prepare(buffer);
+    const ssize_t length = recvmsg((fromGroup ? groupSocket : ownSocket).Get(), &incoming.message, MSG_DONTWAIT);
+    if (length >= 0)
+      return Received{Received::Outcome::Datagram, static_cast<size_t>(length), incoming.From(),
+                      DroppedSince(fromGroup, incoming.message)};
+    if (errno == EAGAIN) return std::nullopt;
+    if (errno != EINTR && !IsEarlierError(errno)) return Received{};
+  }
+}
+
+std::optional<Received> PosixDatagramSocket::TakeAllFrom(bool fromGroup, DatagramBatch& batch) {
+  std::array<Incoming, DATAGRAMS_AT_ONCE> incoming;
+  std::array<mmsghdr, DATAGRAMS_AT_ONCE> messages;
+  const size_t places = std::min(batch.PlacesLeft(), messages.size());
+  while (true) {
+    for (size_t i = 0; i < places; ++i) {
+      incoming[i].Prepare(batch.Place(i));
+      messages[i] = {incoming[i].message, 0};
+    }
+    const int count = recvmmsg((fromGroup ? groupSocket : ownSocket).Get(), messages.data(),
+                               static_cast<unsigned>(places), MSG_DONTWAIT, nullptr);
+    if (count > 0) {
+      Received all{.outcome = Received::Outcome::Datagram, .from = incoming[0].From()};
+      for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
+        batch.Fill(messages[i].msg_len, incoming[i].From());
+        all.length += messages[i].msg_len;
+        all.droppedBefore += DroppedSince(fromGroup, messages[i].msg_hdr);
+      }
+      return all;
     }
     if (errno == EAGAIN) return std::nullopt;
     if (errno != EINTR && !IsEarlierError(errno)) return Received{};
   }
+}
+
+uint32_t PosixDatagramSocket::DroppedSince(bool fromGroup, msghdr& message) {
+  const uint32_t before = dropped[fromGroup];
+  ReadDropped(message, dropped[fromGroup]);
+  return dropped[fromGroup] - before;
 }
 
 }  // namespace quorl

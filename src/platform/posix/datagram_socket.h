@@ -1,9 +1,12 @@
 #pragma once
 
+#include <sys/socket.h>
+
 #include <array>
 #include <atomic>
 #include <optional>
 
+#include "platform/closing_gate.h"
 #include "platform/network.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/threads.h"
@@ -27,31 +30,38 @@ class PosixDatagramSocket : public DatagramSocket {
   bool JoinGroup(uint32_t group, uint32_t localInterface) override;
   bool LeaveGroup(uint32_t group, uint32_t localInterface) override;
   bool SetNonBlocking() override;
-  bool Send(std::span<const uint8_t> datagram, Endpoint to) override;
-  /// `interrupt` is an event of this machine.
+  // The events are of this machine.
+  bool Send(std::span<const uint8_t> datagram, Endpoint to, const SendWait& wait) override;
+  /// Datagrams of one size that fit the link go through the system as one.
+  bool SendBatch(std::span<const std::span<const uint8_t>> datagrams, Endpoint to, const SendWait& wait) override;
   Received Receive(std::span<uint8_t> buffer, Duration limit, Event* interrupt) override;
+  Received ReceiveBatch(DatagramBatch& batch, Duration limit, Event* interrupt) override;
   void Close() override;
 
  private:
   class Use;
-  static constexpr uint32_t CLOSED = 0x80000000;
 
-  bool Enter();
-  void Leave();
   void CloseDescriptors();
-
-  bool IsClosed() const { return (usage.load() & CLOSED) != 0; }
   bool OpenGroup(uint32_t group);
   int MemberDescriptor() const { return groupSocket ? groupSocket.Get() : ownSocket.Get(); }
-  bool WaitForRoom(int error, Moment deadline);
-  std::optional<Received> Take(std::span<uint8_t> buffer);
+  template <typename SystemCall>
+  bool SendWhole(SystemCall call, const SendWait& wait);
+  bool SendSegments(std::span<const std::span<const uint8_t>> datagrams, Endpoint to, const SendWait& wait);
+  bool WaitForRoom(int error, Moment deadline, Event* interrupt);
+  template <typename TakeSome>
+  Received WaitAndTake(TakeSome takeSome, Duration limit, Event* interrupt);
+  template <typename Take>
+  std::optional<Received> TakeInTurn(Take take);
   std::optional<Received> TakeFrom(bool fromGroup, std::span<uint8_t> buffer);
+  std::optional<Received> TakeAllFrom(bool fromGroup, DatagramBatch& batch);
+  uint32_t DroppedSince(bool fromGroup, msghdr& message);
 
   Descriptor ownSocket;
   Descriptor groupSocket;
   const std::shared_ptr<PosixEvent> closing;  // Set by Close; wakes who waits inside.
-  std::atomic<uint32_t> usage{0};             // Calls inside, and CLOSED.
+  ClosingGate gate;
   std::atomic<bool> nonBlocking{false};
+  std::atomic<bool> segments{true};  // The system has not refused yet to cut what is sent at once.
   Endpoint local;
   Endpoint joined;
   size_t receiveBuffer = 0;           // As asked for; 0 is the system's own size.

@@ -2,11 +2,12 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace quorl {
 
-/// A file descriptor that is closed when its owner goes.
+/// A file descriptor that is closed when its owner goes, which leaves errno as it is: it tells why something failed.
 class Descriptor {
  public:
   Descriptor() = default;
@@ -17,7 +18,10 @@ class Descriptor {
     return *this;
   }
   ~Descriptor() {
-    if (number >= 0) close(number);
+    if (number < 0) return;
+    const int error = errno;
+    close(number);
+    errno = error;
   }
 
   explicit operator bool() const { return number >= 0; }

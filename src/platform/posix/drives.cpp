@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -122,8 +123,11 @@ std::optional<DrivePlace> Drives::Resolve(const std::string& drivePath) const {
   return DrivePlace{roots[*index], std::move(*below)};
 }
 
+// A sender may have written the directory with slashes; those of a name from the network divide nothing.
 std::optional<DrivePlace> Drives::ResolveTarget(const std::string& drivePath) const {
-  return Resolve(HasDrive(drivePath) ? drivePath : "C:\\" + drivePath);
+  std::string path = HasDrive(drivePath) ? drivePath : "C:\\" + drivePath;
+  std::replace(path.begin(), path.end(), '/', '\\');
+  return Resolve(path);
 }
 
 std::optional<DrivePlace> Drives::ResolveDisk(const std::string& drivePath) const {

@@ -2,35 +2,36 @@
 // beneath.h. Nothing but regular files is opened for good: a FIFO or device would stop a thread, or do worse.
 #include "platform/posix/files.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 
+#include "platform/posix/directory_names.h"
 #include "platform/posix/open_files.h"
 
 namespace quorl {
 
 namespace {
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-
 constexpr int SAFE_FLAGS = O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
 
-/// What the directory's entry is for a sender, or nothing when it does not travel.
+Unsent KindOfUnsent(mode_t mode) {
+  if (S_ISDIR(mode)) return Unsent::LinkToDirectory;
+  if (S_ISFIFO(mode)) return Unsent::Fifo;
+  if (S_ISSOCK(mode)) return Unsent::Socket;
+  return S_ISBLK(mode) || S_ISCHR(mode) ? Unsent::Device : Unsent::Other;
+}
+
+/// What the directory's entry is for a sender, or nothing when it has gone.
 std::optional<DirectoryEntry> EntryFor(int directory, const std::string& name) {
-  if (name == "." || name == "..") return std::nullopt;
   struct stat status {};
   if (fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
   if (S_ISDIR(status.st_mode)) return DirectoryEntry{name, true};
-  if (S_ISLNK(status.st_mode) && fstatat(directory, name.c_str(), &status, 0) != 0) return std::nullopt;
-  if (S_ISREG(status.st_mode)) return DirectoryEntry{name, false};
-  return std::nullopt;
+  if (S_ISLNK(status.st_mode) && fstatat(directory, name.c_str(), &status, 0) != 0)
+    return DirectoryEntry{name, false, Unsent::BrokenLink};
+  return DirectoryEntry{name, false, S_ISREG(status.st_mode) ? Unsent::No : KindOfUnsent(status.st_mode)};
 }
 
 /// A regular file with one name. If not, errno says why.
@@ -43,26 +44,23 @@ bool IsPlain(const Descriptor& descriptor) {
 
 }  // namespace
 
-bool PosixFiles::IsFile(const std::string& path) {
+PathKind PosixFiles::KindOf(const std::string& path) {
   const auto place = drives.Resolve(path);
   struct stat status {};
-  return place && stat(place->LocalPath().c_str(), &status) == 0 && S_ISREG(status.st_mode);
+  if (!place || stat(place->LocalPath().c_str(), &status) != 0) return PathKind::Missing;
+  if (S_ISREG(status.st_mode)) return PathKind::File;
+  return S_ISDIR(status.st_mode) ? PathKind::Directory : PathKind::Other;
 }
 
 std::optional<std::vector<DirectoryEntry>> PosixFiles::ListDirectory(const std::string& path) {
   const auto place = drives.Resolve(path);
   if (!place) return std::nullopt;
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(place->LocalPath().c_str()));
-  if (!directory) return std::nullopt;
+  const Descriptor directory(open(place->LocalPath().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const auto names = directory ? NamesIn(directory.Get()) : std::nullopt;
+  if (!names) return std::nullopt;
   std::vector<DirectoryEntry> entries;
-  errno = 0;
-  while (const dirent* found = readdir(directory.get())) {
-    if (auto entry = EntryFor(dirfd(directory.get()), found->d_name)) entries.push_back(std::move(*entry));
-    errno = 0;
-  }
-  if (errno != 0) return std::nullopt;
-  std::sort(entries.begin(), entries.end(),
-            [](const DirectoryEntry& left, const DirectoryEntry& right) { return left.name < right.name; });
+  for (const std::string& name : *names)
+    if (auto entry = EntryFor(directory.Get(), name)) entries.push_back(std::move(*entry));
   return entries;
 }
 

@@ -10,7 +10,7 @@ class PosixFiles : public Files {
  public:
   PosixFiles(const Drives& drives, Resolver resolver) : drives(drives), resolver(resolver) {}
 
-  bool IsFile(const std::string& path) override;
+  PathKind KindOf(const std::string& path) override;
   std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& path) override;
   std::unique_ptr<InputFile> OpenInput(const std::string& path) override;
 

@@ -1,9 +1,11 @@
 // Reading and writing of open files, on the threads that send and store blocks. System calls may do less than they were
-// asked for, or be interrupted; here they go on until all is done or something real is in the way.
+// asked for, or be interrupted; here they go on until all is done or something real is in the way. What is zero stays a
+// hole in a file where it can, so that the image of a large empty disk takes no more room than on the sender's.
 #include "platform/posix/open_files.h"
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 
@@ -12,6 +14,13 @@ namespace quorl {
 namespace {
 
 static_assert(sizeof(off_t) == 8, "files of more than 2 GiB need 64-bit offsets");
+
+// The unit in which most file systems give room.
+constexpr size_t PAGE = 4096;
+
+bool IsZero(std::span<const uint8_t> bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](uint8_t byte) { return byte == 0; });
+}
 
 /// Whether `count` bytes from `offset` on can be addressed at all.
 bool IsAddressable(uint64_t offset, size_t count) {
@@ -49,6 +58,36 @@ std::optional<size_t> PosixInputFile::ReadAt(uint64_t offset, std::span<uint8_t>
 
 WriteOutcome PosixOutputFile::WriteAt(uint64_t offset, std::span<const uint8_t> bytes) {
   if (!IsAddressable(offset, bytes.size())) return WriteOutcome::DiskFull;
+  struct stat status {};
+  if (!length) length = fstat(descriptor.Get(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : UINT64_MAX;
+  const bool isBeyondEnd = offset >= *length;
+  const WriteOutcome outcome = isBeyondEnd ? WriteSparsely(offset, bytes) : Write(offset, bytes);
+  if (outcome == WriteOutcome::Done) length = std::max(*length, offset + bytes.size());
+  return outcome;
+}
+
+/// Beyond the end of the file nothing has been written: pages of zeros there need no room.
+WriteOutcome PosixOutputFile::WriteSparsely(uint64_t offset, std::span<const uint8_t> bytes) {
+  const uint64_t end = offset + bytes.size();
+  bool endsInHole = false;
+  while (!bytes.empty()) {
+    const size_t inPage = PAGE - static_cast<size_t>(offset % PAGE);
+    size_t count = std::min(inPage, bytes.size());
+    endsInHole = IsZero(bytes.first(count));
+    // As much as possible at once.
+    while (count < bytes.size() && IsZero(bytes.subspan(count, std::min(PAGE, bytes.size() - count))) == endsInHole)
+      count += std::min(PAGE, bytes.size() - count);
+    if (!endsInHole) {
+      if (const WriteOutcome outcome = Write(offset, bytes.first(count)); outcome != WriteOutcome::Done) return outcome;
+    }
+    offset += count;
+    bytes = bytes.subspan(count);
+  }
+  if (endsInHole && ftruncate(descriptor.Get(), static_cast<off_t>(end)) != 0) return OutcomeOf(errno);
+  return WriteOutcome::Done;
+}
+
+WriteOutcome PosixOutputFile::Write(uint64_t offset, std::span<const uint8_t> bytes) {
   size_t done = 0;
   while (done < bytes.size()) {
     const ssize_t count =

@@ -25,7 +25,11 @@ class PosixOutputFile : public OutputFile {
   WriteOutcome Close() override;
 
  private:
+  WriteOutcome Write(uint64_t offset, std::span<const uint8_t> bytes);
+  WriteOutcome WriteSparsely(uint64_t offset, std::span<const uint8_t> bytes);
+
   Descriptor descriptor;
+  std::optional<uint64_t> length;  ///< Of the file, once it has been looked at.
 };
 
 }  // namespace quorl

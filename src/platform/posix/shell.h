@@ -25,6 +25,7 @@ class PosixShell : public Shell {
   DriveType DriveTypeOf(const std::string& directory) override;
   bool HasExtendedFreeSpaceQuery() override { return true; }
   std::optional<uint64_t> FreeBytes(const std::string& directory) override;
+  std::optional<uint64_t> FreeNames(const std::string& directory) override;
   std::optional<FreeClusters> QueryFreeClusters(const std::string&) override { return std::nullopt; }
 
  private:

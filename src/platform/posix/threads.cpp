@@ -53,6 +53,7 @@ namespace {
 struct ThreadState {
   std::string name;
   Priority priority = Priority::Normal;
+  bool isRaised = false;  ///< Above what is normal in its process; at first, as the thread that starts it.
   std::function<void()> body;
   std::shared_ptr<PosixEvent> ended;
 };
@@ -69,12 +70,15 @@ class PosixThread : public Thread {
   const std::shared_ptr<ThreadState> state;
 };
 
-void RaisePriority() {
-  // A nice value belongs to one thread on Linux. Without the privilege the thread runs as it is.
+// A nice value belongs to one thread on Linux, and a thread inherits that of the one that starts it: of a raised one,
+// its raise. Without the privilege to raise itself a thread runs as it is.
+void SetPriority(ThreadState& state) {
+  const bool wantsRaise = state.priority == Priority::AboveNormal;
+  if (wantsRaise == state.isRaised) return;
   const auto thread = static_cast<id_t>(gettid());
   errno = 0;
   const int nice = getpriority(PRIO_PROCESS, thread);
-  if (errno == 0) setpriority(PRIO_PROCESS, thread, nice - 1);
+  if (errno == 0 && setpriority(PRIO_PROCESS, thread, nice + (wantsRaise ? -1 : 1)) == 0) state.isRaised = wantsRaise;
 }
 
 void* RunThread(void* argument) {
@@ -82,7 +86,7 @@ void* RunThread(void* argument) {
   ThreadState& state = **owned;
   currentThread = &state;
   pthread_setname_np(pthread_self(), state.name.c_str());
-  if (state.priority == Priority::AboveNormal) RaisePriority();
+  SetPriority(state);
   state.body();
   // Who waits for the end may rely on it that nothing that the body held is in use any more.
   state.body = nullptr;
@@ -114,6 +118,7 @@ std::shared_ptr<Thread> PosixThreads::Start(const char* name, Priority priority,
   const auto state = std::make_shared<ThreadState>();
   state->name = name;
   state->priority = priority;
+  state->isRaised = currentThread && currentThread->isRaised;
   state->body = std::move(body);
   state->ended = std::move(ended);
   auto owned = std::make_unique<std::shared_ptr<ThreadState>>(state);

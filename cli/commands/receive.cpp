@@ -1,0 +1,361 @@
+// `quorl receive`: one transfer into one directory, or with --keep one after the other.
+#include "cli/commands/receive.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+#include <utility>
+
+#include "cli/room/venue.h"
+#include "cli/show/escape.h"
+#include "cli/show/received.h"
+#include "cli/show/units.h"
+#include "cli/show/views.h"
+#include "cli/system/path.h"
+#include "cli/transfer/delivery.h"
+#include "cli/transfer/follow_up.h"
+#include "cli/transfer/inbox.h"
+#include "cli/transfer/inventory.h"
+#include "cli/transfer/reception.h"
+#include "cli/transfer/suggestion.h"
+
+namespace quorl::cli {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Between two attempts of a receiver that goes on, when the network does not let it.
+constexpr auto NETWORK_PAUSE = 5s;
+// After a transfer that could not even begin, which its sender may announce again at once.
+constexpr auto FAILURE_PAUSE = 1s;
+// Between two looks for an interface.
+constexpr auto NETWORK_POLL = 500ms;
+
+using Clock = std::chrono::steady_clock;
+
+class Receiving {
+ public:
+  Receiving(const Options& options, Reporter& reporter)
+      : network(options.network),
+        receive(options.receive),
+        reporter(reporter),
+        staging(receive.directory.empty() ? "." : receive.directory),
+        venue(LookForVenue(options.network)) {
+    // A receiver with --keep outlives an interface that is not there yet; without it a mistyped name is told at once.
+    if (!venue.HasInterface() && !network.interface.empty() && !receive.keep) venue = ResolveVenue(network);
+    if (!options.keyFile.empty()) key = ReadKeyFile(options.keyFile);
+    if (!receive.then.empty()) followUp.emplace(receive.then, FollowUp::Check::Now);
+  }
+
+  int Run() {
+    SayWaiting();
+    // A directory that cannot be written is told now, and not when a network comes.
+    staging.Prepare([](const std::string&) { return true; });
+    while (true) {
+      if (const int number = FollowNetwork()) return 128 + number;
+      Reception reception(
+          receive, reporter, inbox, venue, staging, [this] { PollPrograms(); },
+          [this] { return watch.HasNews() && IsAnother(LookForVenue(network)); });
+      if (!reception.Open()) {
+        if (const int number = WaitForNetwork()) return 128 + number;
+        continue;
+      }
+      if (catalogue && !AnswerCatalogue(reception))
+        return Interrupted({.kind = RoundEnd::Kind::Interrupted, .signal = signal});
+      const RoundEnd end = reception.Run(catalogue ? round : uint8_t{0});
+      if (end.kind == RoundEnd::Kind::Moved) continue;
+      if (end.kind == RoundEnd::Kind::TimedOut) throw NobodyCame();
+      if (end.kind == RoundEnd::Kind::Interrupted) return Interrupted(end);
+      if (end.isTooLate) {
+        reporter.Say(Fact("under_way").Add("sender", FormatAddress(end.state.senderAddress)),
+                     fmt::format("A transfer from {} is under way; waiting for the next one",
+                                 FormatAddress(end.state.senderAddress)));
+        continue;
+      }
+      if (end.IsComplete() && end.about && end.about->purpose == About::Purpose::Catalogue) {
+        TakeCatalogue(*end.about);
+        continue;
+      }
+      const ReceiveResult result = DeliverWhatCame(end);
+      const int stop =
+          reception.Conclude(result.interrupted ? FinalVerdict{.status = QUORL_STATUS_LEFT} : VerdictFor(result));
+      if (result.interrupted) return Interrupted(end);
+      ++rounds;
+      catalogue.reset();
+      if (!receive.keep && !result.notMeant) return Finish(result);
+      GoOn(result);
+      if (stop != 0) return Interrupted({.kind = RoundEnd::Kind::Interrupted, .signal = stop});
+      if (const int number = end.announced ? 0 : Pause(FAILURE_PAUSE)) return 128 + number;
+    }
+  }
+
+ private:
+  void SayWaiting() {
+    SayVenue(reporter, venue);
+    if (staging.StaleRemoved() > 0) {
+      reporter.Say(fmt::format("Removed what {} left behind", staging.StaleRemoved() == 1
+                                                                  ? "a receiver that was killed had"
+                                                                  : "receivers that were killed had"));
+    }
+    if (!staging.KeptFiles().files.empty()) {
+      const uint64_t bytes = staging.KeptFiles().Bytes();
+      reporter.Say(Fact("kept").Add("files", staging.KeptFiles().files.size()).Add("bytes", bytes),
+                   fmt::format("Kept       {} of {} from a transfer that broke; the next sending goes on from there",
+                               FormatBytes(bytes), Count(staging.KeptFiles().files.size(), "file")));
+    }
+    Fact fact("waiting");
+    fact.Add("directory", staging.Path()).Add("keep", receive.keep);
+    const std::string from = receive.from == 0 ? "" : fmt::format(", none but {}", FormatAddress(receive.from));
+    reporter.Say(fact, fmt::format("Directory  {}\nWaiting for a sender on {} via {}{}   (Ctrl-C to stop)",
+                                   Escape(staging.Path()), venue.GroupText(),
+                                   venue.HasInterface() ? venue.InterfaceText() : "the interface to come", from));
+  }
+
+  bool IsAnother(const Venue& now) const {
+    return now.interface.address != venue.interface.address || now.interface.name != venue.interface.name ||
+           now.interface.running != venue.interface.running;
+  }
+
+  /// Listens where this machine is to be found now, and waits while that is nowhere. Returns the signal that ended the
+  /// wait; throws when it has been too long.
+  int FollowNetwork() {
+    const auto since = Clock::now();
+    for (Venue now = LookForVenue(network); IsAnother(now) || !now.HasInterface(); now = LookForVenue(network)) {
+      if (IsAnother(now)) SayMove(now);
+      venue = now;
+      if (now.HasInterface()) break;
+      if (const int number = inbox.SignalWithin(NETWORK_POLL)) return number;
+      if (receive.timeout != 0s && Clock::now() - since > receive.timeout) throw NobodyCame();
+    }
+    return 0;
+  }
+
+  /// Once for each change.
+  void SayMove(const Venue& now) {
+    std::string text = fmt::format("Interface  {} now, {}", now.InterfaceText(), now.interface.reason);
+    const bool isSame = now.interface.address == venue.interface.address && now.interface.name == venue.interface.name;
+    if (isSame)
+      text = fmt::format("Interface  {} has {} link", now.InterfaceText(), now.interface.running ? "its" : "no");
+    if (!now.HasInterface()) text = fmt::format("Interface  none any more; {} is gone", venue.InterfaceText());
+    reporter.Say(VenueFact(now), text);
+  }
+
+  Failure NobodyCame() const {
+    return {Exit::Nobody,
+            fmt::format("no sender came within {}", FormatDuration(receive.timeout)),
+            fmt::format("nothing was announced on {} through {}", venue.GroupText(), venue.InterfaceText()),
+            {"Is \"quorl send\" running in the same network, with the same group and port?",
+             "\"quorl doctor\" checks this machine."}};
+  }
+
+  Failure Deaf() const {
+    return {Exit::Other,
+            fmt::format("cannot listen on {} through {}", venue.GroupText(), venue.InterfaceText()),
+            "a socket could not be opened",
+            {"Another program may hold the port; another --port or --interface may help."}};
+  }
+
+  /// For a receiver that goes on, a network that is away is a matter of time. Returns the signal that ended the wait.
+  int WaitForNetwork() {
+    if (!receive.keep || rounds == 0) throw Deaf();
+    reporter.Warn(fmt::format("{}; trying again", Deaf().what));
+    return Pause(NETWORK_PAUSE);
+  }
+
+  int Pause(std::chrono::milliseconds time) { return inbox.SignalWithin(time); }
+
+  int Interrupted(const RoundEnd& end) {
+    const int number = end.kind == RoundEnd::Kind::Interrupted ? end.signal : signal;
+    const ReceiveResult result = end.announced && !end.IsComplete() ? DeliverWhatCame(end) : ReceiveResult();
+    staging.Discard();
+    reporter.Result().Add("state", "stopped").Add("signal", number).Add("transfers", rounds);
+    reporter.Say(end.announced ? fmt::format("Stopped: {} of {} stored; {}", end.state.blocksStored,
+                                             Count(end.state.blocksExpected, "block"),
+                                             result.filesKept > 0 ? "the next sending of the same goes on from there"
+                                                                  : "nothing was moved")
+                 : rounds > 0  ? fmt::format("Stopped after {}", Count(rounds, "transfer"))
+                               : "Stopped: no transfer had started");
+    return 128 + number;
+  }
+
+  ReceiveResult DeliverWhatCame(const RoundEnd& end) {
+    checkedBytes = 0;
+    bytesToCheck = end.state.blocksExpected * BLOCK_SIZE;
+    DeliveryRules rules;
+    rules.move = {receive.existing, receive.sync, true};
+    rules.catalogue = end.about && end.about->round != 0 && catalogue ? &*catalogue : nullptr;
+    rules.inPlace = inventory.inPlace;
+    rules.allOrNothing = receive.allOrNothing;
+    rules.key = key ? &*key : nullptr;
+    rules.ownAddress = venue.interface.address;
+    rules.progress = [this](uint64_t bytes) { return GoOnChecking(bytes); };
+    ReceiveResult result = Deliver(staging, end, rules);
+    reporter.ClearProgress();
+    if (!staging.Discard())
+      reporter.Warn(fmt::format("a directory \".quorl-...\" could not be removed from {}", Escape(staging.Path())));
+    return result;
+  }
+
+  /// What is not well-formed, or by no key of ours, is answered as if nothing were there.
+  void TakeCatalogue(const About& about) {
+    catalogue = Manifest();
+    inventory = Inventory();
+    round = about.round;
+    // Closed again before it goes; some systems remove nothing that is open.
+    if (const auto text = staging.ReadWhole(std::string(CATALOGUE_NAME), MANIFEST_LIMIT)) {
+      auto read = ParseCatalogue(*text, key ? &*key : nullptr);
+      if (auto* listed = std::get_if<ReadManifest>(&read)) catalogue = std::move(listed->manifest);
+    }
+    staging.Discard();
+  }
+
+  /// Says what is here of the catalogue. False when a signal ended it.
+  bool AnswerCatalogue(Reception& reception) {
+    InventoryRules rules;
+    rules.quick = receive.quick;
+    checkedBytes = 0;
+    bytesToCheck = 0;
+    for (const ManifestEntry& entry : catalogue->files) bytesToCheck += entry.size;
+    rules.progress = [this](uint64_t bytes) { return GoOnChecking(bytes); };
+    inventory = TakeInventory(*catalogue, staging, rules);
+    reporter.ClearProgress();
+    if (!inventory.isWhole) return false;
+    SetHeldBlocks(inventory.held.data(), static_cast<uint32_t>(inventory.held.size()));
+    staging.UseKept(inventory.used);
+    if (!inventory.used.empty()) reception.UseNextStaging();
+    for (size_t i = 0; i < inventory.runs.size(); i += Have::MOST) {
+      const size_t count = std::min(Have::MOST, inventory.runs.size() - i);
+      const auto first = inventory.runs.begin() + static_cast<std::ptrdiff_t>(i);
+      Say(Letter(Have{round, {first, first + static_cast<std::ptrdiff_t>(count)}}));
+    }
+    Say(Letter(HaveAll{round}));
+    return true;
+  }
+
+  static FinalVerdict VerdictFor(const ReceiveResult& result) {
+    FinalVerdict verdict;
+    verdict.status = VerdictOf(result.failure, !result.differences.empty(), !result.moved.taken.empty());
+    verdict.files = static_cast<uint32_t>(result.moved.moved.size());
+    if (!result.failure) return verdict;
+    verdict.text = result.failure->what;
+    if (!result.differences.empty()) {
+      const Difference& first = result.differences.front();
+      verdict.text += fmt::format(": \"{}\" {}", first.name, first.why);
+      if (result.differences.size() > 1) verdict.text += fmt::format(" ... and {} more", result.differences.size() - 1);
+    } else if (!result.moved.taken.empty()) {
+      verdict.text += fmt::format(": \"{}\"", result.moved.taken.front());
+    }
+    return verdict;
+  }
+
+  bool GoOnChecking(uint64_t bytes) {
+    if (Clock::now() - saidAt > 1s) {
+      saidAt = Clock::now();
+      Say(Letter(StillAtWork{}));
+    }
+    checkedBytes += bytes;
+    if (const int number = inbox.SignalWithin(0ms)) signal = number;
+    if (signal != 0) return false;
+    if (reporter.WantsProgress()) reporter.Progress(CheckingView(checkedBytes, bytesToCheck, reporter.Width()));
+    return true;
+  }
+
+  /// After the only transfer. Returns the exit code.
+  int Finish(const ReceiveResult& result) {
+    TellResult(reporter, result);
+    AddResult(reporter.Result(), result);
+    OpenSuggestion(result);
+    RunThen(result);
+    while (followUp && followUp->IsBusy()) {
+      PollPrograms();
+      if (const int number = inbox.SignalWithin(50ms)) return 128 + number;
+    }
+    if (!result.failure && followUpFailed) return static_cast<int>(Exit::FollowUp);
+    return static_cast<int>(result.Code());
+  }
+
+  /// After one of many.
+  void GoOn(const ReceiveResult& result) {
+    // Once for a transfer with its catalogue.
+    if (std::exchange(saidNotMeant, result.notMeant) && result.notMeant) return;
+    if (receive.keep) {
+      TellResultInALine(reporter, result);
+    } else {
+      TellResult(reporter, result);
+    }
+    OpenSuggestion(result);
+    RunThen(result);
+  }
+
+  void OpenSuggestion(const ReceiveResult& result) {
+    if (result.suggested.empty()) {
+      if (!result.end.suggestedPath.empty() && !result.failure && !result.notMeant)
+        reporter.Say("  The sender suggests to open a file that is not among those received; not opened.");
+      return;
+    }
+    const std::string name = Escape(result.suggested);
+    Fact fact("suggestion");
+    fact.Add("name", result.suggested);
+    const std::string why = receive.open ? WhyNotOpened(staging.Target(), result.suggested) : "--open would";
+    if (!why.empty()) {
+      reporter.Say(fact.Add("opened", false).Add("reason", why),
+                   fmt::format("  The sender suggests to open \"{}\"; not opened ({}).", name, why));
+      return;
+    }
+    reporter.Say(fact.Add("opened", true), fmt::format("  Opening \"{}\", as the sender suggests.", name));
+    opener.Want((PathFrom(staging.Path()) / PathFrom(result.suggested)).make_preferred().string());
+    PollPrograms();
+  }
+
+  void RunThen(const ReceiveResult& result) {
+    if (!followUp || result.notMeant) return;
+    if (!result.failure && result.verified) {
+      followUp->Want(staging.Path());
+    } else {
+      reporter.Warn(fmt::format("\"{}\" is not run: {}", Escape(receive.then),
+                                result.verified ? "the transfer did not end well" : "nothing was verified"));
+    }
+    PollPrograms();
+  }
+
+  void PollPrograms() {
+    if (const auto ended = opener.Poll(); ended && ended->notStarted)
+      reporter.Warn(fmt::format("{} {}", FileOpener(), InWords(*ended)));
+    const auto ended = followUp ? followUp->Poll() : std::nullopt;
+    if (!ended) return;
+    followUpFailed = followUpFailed || ended->notStarted || ended->signal != 0 || ended->exitCode != 0;
+    Fact fact("then");
+    fact.Add("program", receive.then).Add("exit", ended->exitCode).Add("signal", ended->signal);
+    reporter.Say(fact.Add("start_error", ended->notStarted.number),
+                 fmt::format("  \"{}\" {}", Escape(receive.then), InWords(*ended)));
+  }
+
+  const NetworkOptions& network;
+  const ReceiveOptions& receive;
+  Reporter& reporter;
+  Inbox inbox;
+  NetworkWatch watch;
+  Staging staging;
+  Venue venue;
+  std::optional<ManifestKey> key;
+  std::optional<FollowUp> followUp;
+  FollowUp opener{FileOpener(), FollowUp::Check::WhenRun};
+  uint64_t rounds = 0;
+  uint64_t checkedBytes = 0;
+  uint64_t bytesToCheck = 0;
+  std::optional<Manifest> catalogue;  ///< Of the transfer to come, or under way.
+  uint8_t round = 0;
+  Inventory inventory;
+  int signal = 0;
+  Clock::time_point saidAt{};
+  bool followUpFailed = false;
+  bool saidNotMeant = false;
+};
+
+}  // namespace
+
+int RunReceive(const Options& options, Reporter& reporter) {
+  return Receiving(options, reporter).Run();
+}
+
+}  // namespace quorl::cli

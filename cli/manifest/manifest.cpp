@@ -1,0 +1,245 @@
+// The manifest as text. Reading is strict: there is one way to write each manifest, and everything else is none. Names
+// come in ascending order, so that no name can come twice and no list has to be searched.
+#include "cli/manifest/manifest.h"
+
+#include <fmt/format.h>
+#include <quorl/quorl.h>
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <optional>
+#include <set>
+
+#include "cli/show/units.h"
+
+namespace quorl::cli {
+namespace {
+
+constexpr std::string_view HEADER = "quorl-manifest 1\n";
+constexpr std::string_view CATALOGUE_HEADER = "quorl-catalogue 1\n";
+constexpr size_t LONGEST_NAME = QUORL_NAME_SIZE - 1;
+constexpr size_t MOST_ADDRESSES = QUORL_RECEIVERS;
+constexpr uint32_t NANOSECONDS = 1'000'000'000;
+constexpr int64_t LATEST_TIME = int64_t{1} << 40;
+constexpr size_t NANOSECOND_DIGITS = 9;
+
+bool IsEscaped(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7f || c == '\\';
+}
+
+std::string EscapeName(std::string_view name) {
+  std::string text;
+  for (const char c : name) {
+    if (IsEscaped(c)) {
+      text += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    } else {
+      text += c;
+    }
+  }
+  return text;
+}
+
+std::optional<std::string> UnescapeName(std::string_view text) {
+  std::string name;
+  while (!text.empty()) {
+    size_t length = 1;
+    char c = text[0];
+    if (c == '\\') {
+      unsigned value = 0;
+      length = 4;
+      if (text.size() < length || text[1] != 'x') return std::nullopt;
+      const auto [end, error] = std::from_chars(text.data() + 2, text.data() + length, value, 16);
+      if (error != std::errc() || end != text.data() + length) return std::nullopt;
+      c = static_cast<char>(value);
+      if (!IsEscaped(c) || text.substr(0, length) != EscapeName({&c, 1})) return std::nullopt;
+    } else if (IsEscaped(c)) {
+      return std::nullopt;
+    }
+    name += c;
+    text.remove_prefix(length);
+  }
+  return name;
+}
+
+bool IsName(std::string_view name) {
+  if (name.empty() || name.size() > LONGEST_NAME || name.ends_with('/')) return false;
+  while (!name.empty()) {
+    const size_t end = std::min(name.find('/'), name.size());
+    const std::string_view component = name.substr(0, end);
+    if (component.empty() || component == "." || component == "..") return false;
+    if (component.find_first_of(std::string_view("\0\\", 2)) != std::string_view::npos) return false;
+    name.remove_prefix(std::min(end + 1, name.size()));
+  }
+  return true;
+}
+
+/// A number as it is printed: no sign but "-", no zero in front.
+template <typename Number>
+std::optional<Number> ParseNumber(std::string_view text) {
+  Number value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size() || text != fmt::to_string(value)) return std::nullopt;
+  return value;
+}
+
+/// What stands before the next `divider`, which goes as well; nothing when there is none.
+std::optional<std::string_view> Take(std::string_view& text, char divider) {
+  const size_t end = text.find(divider);
+  if (end == std::string_view::npos) return std::nullopt;
+  const std::string_view taken = text.substr(0, end);
+  text.remove_prefix(end + 1);
+  return taken;
+}
+
+bool TakePrefix(std::string_view& text, std::string_view prefix) {
+  if (!text.starts_with(prefix)) return false;
+  text.remove_prefix(prefix.size());
+  return true;
+}
+
+std::string FormatFile(const ManifestEntry& entry) {
+  return fmt::format("file {} {}.{:09} {} {} {}\n", entry.size, entry.written.seconds, entry.written.nanoseconds,
+                     entry.executable ? 'x' : '-', ToHex(entry.digest), EscapeName(entry.name));
+}
+
+/// The rest of a line after "file ".
+std::optional<ManifestEntry> ParseFile(std::string_view line) {
+  const auto size = Take(line, ' ');
+  const auto seconds = Take(line, '.');
+  const auto nanoseconds = Take(line, ' ');
+  const auto executable = Take(line, ' ');
+  const auto digest = Take(line, ' ');
+  // A field that lacks its divider takes none of the line, so each is asked.
+  if (!size || !seconds || !nanoseconds || !executable || !digest) return std::nullopt;
+  if (nanoseconds->size() != NANOSECOND_DIGITS || (*executable != "x" && *executable != "-")) return std::nullopt;
+  const auto sizeValue = ParseNumber<uint64_t>(*size);
+  const auto secondsValue = ParseNumber<int64_t>(*seconds);
+  const std::string_view digits = nanoseconds->substr(std::min(nanoseconds->find_first_not_of('0'), size_t{8}));
+  const auto nanosecondsValue = ParseNumber<uint32_t>(digits);
+  const auto digestValue = FromHex(*digest);
+  auto name = UnescapeName(line);
+  if (!sizeValue || !secondsValue || !nanosecondsValue || !digestValue || !name || !IsName(*name)) return std::nullopt;
+  if (*secondsValue > LATEST_TIME || *secondsValue < -LATEST_TIME || *nanosecondsValue >= NANOSECONDS)
+    return std::nullopt;
+  return ManifestEntry{
+      std::move(*name), *sizeValue, *digestValue, {*secondsValue, *nanosecondsValue}, *executable == "x"};
+}
+
+/// The rest of a line after "only".
+std::optional<std::vector<uint32_t>> ParseOnly(std::string_view line) {
+  std::vector<uint32_t> addresses;
+  while (!line.empty()) {
+    if (!TakePrefix(line, " ") || addresses.size() == MOST_ADDRESSES) return std::nullopt;
+    const std::string_view text = line.substr(0, line.find(' '));
+    const auto address = ParseAddress(text);
+    if (!address) return std::nullopt;
+    addresses.push_back(*address);
+    line.remove_prefix(text.size());
+  }
+  return addresses.empty() ? std::nullopt : std::optional(addresses);
+}
+
+bool AddOnly(std::string_view line, Manifest& manifest) {
+  auto addresses = ParseOnly(line);
+  if (!addresses) return false;
+  manifest.onlyFor = std::move(*addresses);
+  return true;
+}
+
+bool AddFile(std::string_view line, bool isSorted, Manifest& manifest) {
+  auto entry = ParseFile(line);
+  if (!entry || !manifest.emptyDirectories.empty()) return false;
+  if (isSorted && !manifest.files.empty() && entry->name <= manifest.files.back().name) return false;
+  manifest.files.push_back(std::move(*entry));
+  return true;
+}
+
+bool AddDirectory(std::string_view line, Manifest& manifest) {
+  auto name = UnescapeName(line);
+  if (!name || !IsName(*name)) return false;
+  if (!manifest.emptyDirectories.empty() && *name <= manifest.emptyDirectories.back()) return false;
+  manifest.emptyDirectories.push_back(std::move(*name));
+  return true;
+}
+
+/// Everything between the header and the seal, which are whole lines.
+std::optional<Manifest> ParseLines(std::string_view text, bool isSorted) {
+  Manifest manifest;
+  for (bool first = true; auto line = Take(text, '\n'); first = false) {
+    const bool good = (first && TakePrefix(*line, "only")) ? AddOnly(*line, manifest)
+                      : TakePrefix(*line, "file ")         ? AddFile(*line, isSorted, manifest)
+                      : TakePrefix(*line, "dir ")          ? AddDirectory(*line, manifest)
+                                                           : false;
+    if (!good) return std::nullopt;
+  }
+  return manifest;
+}
+
+std::string Format(std::string_view header, const Manifest& manifest, const ManifestKey* key) {
+  std::string text(header);
+  if (!manifest.onlyFor.empty()) text += "only";
+  for (const uint32_t address : manifest.onlyFor) text += " " + FormatAddress(address);
+  if (!manifest.onlyFor.empty()) text += '\n';
+  for (const ManifestEntry& entry : manifest.files) text += FormatFile(entry);
+  for (const std::string& name : manifest.emptyDirectories) text += "dir " + EscapeName(name) + "\n";
+  return text + fmt::format("seal {} {}\n", key != nullptr ? "keyed" : "plain", ToHex(DigestOf(text, key)));
+}
+
+std::variant<ReadManifest, std::string> Parse(std::string_view header, std::string_view text, const ManifestKey* key) {
+  constexpr size_t SEAL_LENGTH = std::string_view("seal keyed \n").size() + 2 * Digest{}.size();
+  if (text.size() > MANIFEST_LIMIT) return "the manifest is too large";
+  if (text.size() < header.size() + SEAL_LENGTH || !text.starts_with(header)) return "it is no manifest";
+  std::string_view seal = text.substr(text.size() - SEAL_LENGTH);
+  const std::string_view sealed = text.substr(0, text.size() - SEAL_LENGTH);
+  const bool keyed = seal.starts_with("seal keyed ");
+  if ((!keyed && !seal.starts_with("seal plain ")) || !seal.ends_with('\n') || !sealed.ends_with('\n'))
+    return "the manifest has no seal";
+  seal.remove_prefix(std::string_view("seal keyed ").size());
+  seal.remove_suffix(1);
+  const auto digest = FromHex(seal);
+  if (key != nullptr && !keyed) return "the manifest is not sealed with a key";
+  const bool checked = key != nullptr || !keyed;
+  if (!digest || (checked && !IsSame(*digest, DigestOf(sealed, key))))
+    return keyed ? "the manifest is sealed with another key, or was changed" : "the manifest was changed";
+  auto manifest = ParseLines(sealed.substr(header.size()), header == HEADER);
+  if (!manifest || !IsWellFormed(*manifest)) return "the manifest is not well-formed";
+  return ReadManifest{std::move(*manifest), !checked ? Seal::Unchecked : keyed ? Seal::Keyed : Seal::Plain};
+}
+
+}  // namespace
+
+std::string FormatManifest(Manifest manifest, const ManifestKey* key) {
+  std::sort(manifest.files.begin(), manifest.files.end(),
+            [](const auto& left, const auto& right) { return left.name < right.name; });
+  std::sort(manifest.emptyDirectories.begin(), manifest.emptyDirectories.end());
+  return Format(HEADER, manifest, key);
+}
+
+std::string FormatCatalogue(const Manifest& catalogue, const ManifestKey* key) {
+  return Format(CATALOGUE_HEADER, catalogue, key);
+}
+
+std::string StoredName(std::string name) {
+  std::erase_if(name, [](char c) { return std::string_view("*?><").find(c) != std::string_view::npos; });
+  return name;
+}
+
+bool IsWellFormed(const Manifest& manifest) {
+  std::set<std::string_view> files;
+  std::set<std::string_view> directories;
+  return std::all_of(manifest.files.begin(), manifest.files.end(),
+                     [&](const auto& file) { return IsName(file.name) && files.insert(file.name).second; }) &&
+         std::all_of(manifest.emptyDirectories.begin(), manifest.emptyDirectories.end(),
+                     [&](const auto& name) { return IsName(name) && directories.insert(name).second; });
+}
+
+std::variant<ReadManifest, std::string> ParseManifest(std::string_view text, const ManifestKey* key) {
+  return Parse(HEADER, text, key);
+}
+
+std::variant<ReadManifest, std::string> ParseCatalogue(std::string_view text, const ManifestKey* key) {
+  return Parse(CATALOGUE_HEADER, text, key);
+}
+
+}  // namespace quorl::cli

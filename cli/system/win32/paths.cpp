@@ -1,0 +1,22 @@
+#include "cli/system/win32/paths.h"
+
+#include "platform/win32/text.h"
+
+namespace quorl::cli {
+
+std::optional<std::wstring> LongForm(const std::string& path) {
+  const auto wide = ToWide(path);
+  if (!wide || wide->empty() || wide->find(L'\0') != std::wstring::npos) return std::nullopt;
+  std::wstring full(GetFullPathNameW(wide->c_str(), 0, nullptr, nullptr), L'\0');
+  full.resize(GetFullPathNameW(wide->c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
+  if (full.starts_with(L"\\\\?\\") || full.starts_with(L"\\\\.\\")) return full;
+  return full.starts_with(L"\\\\") ? L"\\\\?\\UNC" + full.substr(1) : L"\\\\?\\" + full;
+}
+
+std::wstring PathOf(HANDLE handle) {
+  std::wstring path(GetFinalPathNameByHandleW(handle, nullptr, 0, FILE_NAME_NORMALIZED), L'\0');
+  path.resize(GetFinalPathNameByHandleW(handle, path.data(), static_cast<DWORD>(path.size()), FILE_NAME_NORMALIZED));
+  return path;
+}
+
+}  // namespace quorl::cli

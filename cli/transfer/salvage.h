@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+#include "cli/manifest/manifest.h"
+#include "cli/staging/move.h"
+#include "cli/staging/staging.h"
+
+namespace quorl::cli {
+
+/// What a transfer that broke has left behind.
+struct Salvaged {
+  MoveReport moved;  ///< Whole files that are what was sent, in their places.
+  Kept kept;         ///< The rest, for the next sending of the same.
+};
+
+/// Asks the library what is on the disk of the files of `catalogue`, and saves it from staging. `digests`: as far as
+/// they are known, by the numbers of the files in the transfer.
+Salvaged Salvage(Staging& staging, const Manifest& catalogue, const std::map<uint32_t, Digest>& digests,
+                 const MoveRules& rules);
+
+}  // namespace quorl::cli

@@ -1,0 +1,26 @@
+# Test programs for Windows: googletest from Debian's sources, built for the target. Each program is one test, since
+# starting a process takes longer here than most of what it does.
+set(INSTALL_GTEST OFF)
+set(BUILD_GMOCK OFF)
+add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+foreach(LIBRARY gtest gtest_main)
+  target_compile_options(${LIBRARY} PRIVATE -w)
+endforeach()
+
+function(quorl_test_under_wine NAME)
+  add_test(NAME ${NAME} COMMAND test_${NAME} --gtest_brief=1)
+  set_tests_properties(${NAME} PROPERTIES TIMEOUT 600 LABELS wine)
+endfunction()
+
+# A floor that meets the system has tests of its own for this one. Of those of the command one is of its system folder.
+# One more asks the heap of another C library.
+macro(quorl_windows_sources)
+  if(NAME STREQUAL cli)
+    set(SOURCES cli/staging_test.cpp)
+  endif()
+  file(GLOB OWN_SOURCES CONFIGURE_DEPENDS ${NAME}/win32/*.cpp)
+  if(OWN_SOURCES)
+    set(SOURCES ${OWN_SOURCES})
+  endif()
+  list(FILTER SOURCES EXCLUDE REGEX "scenarios/(hosts|real_threads)_test\\.cpp$")
+endmacro()

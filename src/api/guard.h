@@ -1,0 +1,18 @@
+// Nothing is thrown across the library's boundary.
+#pragma once
+
+#include <exception>
+
+namespace quorl {
+
+/// What `body` returns; `failure` when memory, or whatever else it needs, has run out.
+template <typename Result, typename Body>
+Result Guarded(Result failure, Body&& body) {
+  try {
+    return body();
+  } catch (const std::exception&) {
+    return failure;
+  }
+}
+
+}  // namespace quorl

@@ -1,0 +1,206 @@
+// What the command delivers, keeps, discards and ends with, on plain data: rare ends beside the usual ones.
+#include <gtest/gtest.h>
+
+#include "cli/outcome/delivery.h"
+#include "cli/outcome/send_tally.h"
+
+namespace quorl::cli {
+namespace {
+
+using Action = Verdict::Action;
+using Listed = Arrival::Listed;
+
+/// Three files have been announced and stored, and the sender has ended it.
+RoundEnd Whole() {
+  RoundEnd end;
+  end.announced = true;
+  end.state = {.complete = 1, .files = 3, .blocksExpected = 9, .blocksStored = 9};
+  return end;
+}
+
+/// One of them was refused by the disk.
+RoundEnd OneRefused() {
+  RoundEnd end = Whole();
+  end.state = {.files = 3,
+               .failedFiles = 1,
+               .status = QUORL_STATUS_FILE_UNWRITABLE,
+               .blocksExpected = 9,
+               .blocksStored = 6,
+               .blocksMissing = 3};
+  return end;
+}
+
+/// Blocks are missing, and `status` ended it.
+RoundEnd Missing(uint32_t status = 0) {
+  RoundEnd end = Whole();
+  end.status = status;
+  end.state = {.files = 3, .blocksExpected = 9, .blocksStored = 6, .blocksMissing = 3};
+  return end;
+}
+
+RoundEnd Stopped(RoundEnd end) {
+  end.stopped = true;
+  return end;
+}
+
+RoundEnd Unannounced(uint32_t status) {
+  RoundEnd end;
+  end.status = status;
+  return end;
+}
+
+const Arrival PLAIN{.isThere = true, .files = 3};
+const Arrival LISTED{.isThere = true, .manifest = Listed::Well, .files = 4};
+const Arrival GONE{};
+
+Arrival With(Arrival arrival, void (*change)(Arrival&)) {
+  change(arrival);
+  return arrival;
+}
+
+struct DeliveryCase {
+  const char* what;
+  RoundEnd end;
+  Arrival arrival;
+  Action action;
+  Exit exit;
+  size_t differing = 0;  ///< From the manifest; the others of three are right.
+  MoveCounts moved = {.moved = 3};
+  bool hasKey = false;
+  bool allOrNothing = false;
+  bool canKeep = false;
+};
+
+const Arrival FOR_OTHERS = With(LISTED, [](Arrival& one) { one.isForOthers = true; });
+const Arrival CHANGED = With(PLAIN, [](Arrival& one) { one.manifest = Listed::Unusably; });
+const Arrival MERGED = With(PLAIN, [](Arrival& one) { one.files = 2; });
+const Arrival STRANGE = With(PLAIN, [](Arrival& one) { one.isPlain = false; });
+const RoundEnd LOST = Unannounced(QUORL_STATUS_SENDER_LOST);
+const RoundEnd FULL = Missing(QUORL_STATUS_DISK_FULL);
+
+const DeliveryCase DELIVERIES[] = {
+    {"whole, without a manifest", Whole(), PLAIN, Action::Move, Exit::Complete},
+    {"whole and verified", Whole(), LISTED, Action::Move, Exit::Complete, 0, {3}, true},
+    {"something differs, the others are right", Whole(), LISTED, Action::Move, Exit::Partly, 1},
+    {"something differs, and all is wanted", Whole(), LISTED, Action::Discard, Exit::NotVerified, 1, {3}, false, true},
+    {"everything differs", Whole(), LISTED, Action::Discard, Exit::NotVerified, 3},
+    {"broken, and can go on",
+     Missing(QUORL_STATUS_SENDER_LOST),
+     PLAIN,
+     Action::Keep,
+     Exit::PeerLost,
+     0,
+     {},
+     false,
+     false,
+     true},
+    {"broken before anything came", LOST, GONE, Action::Discard, Exit::PeerLost, 0, {}, false, false, true},
+    {"a file was refused, the others are right", OneRefused(), LISTED, Action::Move, Exit::Partly, 1},
+    {"a file was refused, none is right", OneRefused(), LISTED, Action::Discard, Exit::NotVerified, 3},
+    {"a file was refused, nobody vouches", OneRefused(), PLAIN, Action::Discard, Exit::LocalFiles},
+    {"a file was refused, then stopped", Stopped(OneRefused()), LISTED, Action::Discard, Exit::LocalFiles, 1},
+    {"stopped", Stopped(Missing()), LISTED, Action::Discard, Exit::PeerLost},
+    {"stopped when all was here", Stopped(Whole()), LISTED, Action::Discard, Exit::PeerLost},
+    {"ended before all was here", Missing(), LISTED, Action::Discard, Exit::PeerLost},
+    {"the disk is full", FULL, PLAIN, Action::Discard, Exit::NoRoom},
+    {"never announced", LOST, GONE, Action::Discard, Exit::PeerLost},
+    {"for others", Whole(), FOR_OTHERS, Action::Ignore, Exit::Complete},
+    {"for others, and incomplete here", Missing(), FOR_OTHERS, Action::Ignore, Exit::Complete},
+    {"a key, and no manifest", Whole(), PLAIN, Action::Discard, Exit::NotVerified, 0, {3}, true},
+    {"a manifest that was changed", Whole(), CHANGED, Action::Discard, Exit::NotVerified},
+    {"two names became one", Whole(), MERGED, Action::Discard, Exit::NotVerified},
+    {"something that is no file", Whole(), STRANGE, Action::Discard, Exit::NotVerified},
+    {"staging was removed", Whole(), GONE, Action::Discard, Exit::LocalFiles},
+    {"names are taken", Whole(), LISTED, Action::Move, Exit::LocalFiles, 0, {0, 2, 0, true}},
+    {"some places are refused", Whole(), LISTED, Action::Move, Exit::Partly, 0, {2, 0, 1, true}},
+    {"every place is refused", Whole(), LISTED, Action::Move, Exit::LocalFiles, 0, {0, 0, 3, true}},
+    {"not safe from a power failure", Whole(), PLAIN, Action::Move, Exit::LocalFiles, 0, {3, 0, 0, false}},
+};
+
+TEST(Outcome, WhatAReceiverDoesWithWhatHasArrived) {
+  for (const DeliveryCase& one : DELIVERIES) {
+    SCOPED_TRACE(one.what);
+    const JudgeRules rules{one.hasKey, one.canKeep, one.allOrNothing};
+    Verdict verdict = JudgeArrival(one.end, one.arrival, rules);
+    if (verdict.action == Action::Verify)
+      verdict = JudgeVerified(one.end, std::vector<Difference>(one.differing), 3 - one.differing, 3, rules);
+    if (verdict.action == Action::Move)
+      if (auto failure = JudgeMoved(one.moved, 3, {})) verdict.failure = failure;
+    EXPECT_EQ(verdict.action, one.action);
+    EXPECT_EQ(verdict.failure ? verdict.failure->code : Exit::Complete, one.exit);
+    // People are told that nothing was kept exactly where something had come and nothing is.
+    const bool toldThatRemoved =
+        verdict.failure && !verdict.failure->next.empty() &&
+        verdict.failure->next[0] == "Nothing was moved, and what had been received is removed.";
+    EXPECT_EQ(toldThatRemoved, one.action == Action::Discard && one.arrival.isThere);
+  }
+}
+
+QuorlReceiverState Row(uint32_t address, uint32_t state, uint32_t status = 0) {
+  return {.address = address, .state = state, .status = status};
+}
+
+constexpr uint32_t A = 1;
+constexpr uint32_t B = 2;
+const QuorlReceiverState A_COMPLETE = Row(A, QUORL_RECEIVER_COMPLETE);
+const QuorlReceiverState A_LISTENS = Row(A, QUORL_RECEIVER_WAITING);
+const QuorlReceiverState B_COMPLETE = Row(B, QUORL_RECEIVER_COMPLETE);
+const QuorlReceiverState B_FAILED = Row(B, QUORL_RECEIVER_FAILED, QUORL_STATUS_DISK_FULL);
+const QuorlReceiverState B_SILENT = Row(B, QUORL_RECEIVER_MASTER);
+
+struct Attempt {
+  SendEnd end;
+  std::vector<uint32_t> only;
+};
+
+struct SendCase {
+  const char* what;
+  std::vector<Attempt> attempts;
+  bool leftOut = false;
+  std::vector<uint32_t> failed;
+  int exit = 0;
+};
+
+SendEnd Ended(std::vector<QuorlReceiverState> rows, uint32_t status = 0, int signal = 0, uint32_t shrunk = 0) {
+  SendEnd end{.status = status, .signal = signal, .rows = std::move(rows)};
+  end.state.shrunkFiles = shrunk;
+  return end;
+}
+
+TEST(Outcome, WhatASenderEndsWithOverItsRepetitions) {
+  const SendCase cases[] = {
+      {"everybody", {{Ended({A_COMPLETE, B_COMPLETE}), {}}}, false, {}, 0},
+      {"one failed", {{Ended({A_COMPLETE, B_FAILED}), {}}}, false, {B}, 4},
+      {"one never said that it lacks nothing", {{Ended({A_COMPLETE, B_SILENT}), {}}}, false, {B}, 4},
+      {"one failed, and was complete the second time",
+       {{Ended({A_COMPLETE, B_FAILED}), {}}, {Ended({A_LISTENS, B_COMPLETE}), {B}}},
+       false,
+       {},
+       0},
+      {"one failed twice", {{Ended({A_COMPLETE, B_FAILED}), {}}, {Ended({A_LISTENS, B_FAILED}), {B}}}, false, {B}, 4},
+      {"one failed and went away", {{Ended({A_COMPLETE, B_FAILED}), {}}, {Ended({A_LISTENS}), {B}}}, false, {B}, 4},
+      {"nobody", {{Ended({B_FAILED}), {}}}, true, {B}, 5},
+      {"it was meant for one alone", {{Ended({A_COMPLETE, B_FAILED}), {A}}}, false, {}, 0},
+      {"a name could not travel", {{Ended({A_COMPLETE}), {}}}, true, {}, 11},
+      {"a file became shorter", {{Ended({A_COMPLETE}, 0, 0, 1), {}}}, false, {}, 4},
+      {"a file could not be read", {{Ended({A_COMPLETE}, QUORL_STATUS_FILE_UNREADABLE), {}}}, false, {}, 7},
+      {"the network refused", {{Ended({A_COMPLETE}, QUORL_STATUS_SEND_FAILED), {}}}, false, {}, 1},
+      {"the first receiver was dead", {{Ended({A_COMPLETE, B_FAILED}, QUORL_STATUS_TIMED_OUT), {}}}, false, {B}, 4},
+      {"Ctrl-C in the repetition",
+       {{Ended({A_COMPLETE, B_FAILED}), {}}, {Ended({A_LISTENS, B_COMPLETE}, 0, 2), {B}}},
+       true,
+       {},
+       130},
+  };
+  for (const SendCase& one : cases) {
+    SCOPED_TRACE(one.what);
+    SendTally tally;
+    for (const Attempt& attempt : one.attempts) tally.Add(attempt.end, attempt.only);
+    if (one.leftOut) tally.NoteLeftOut();
+    EXPECT_EQ(tally.Failed(), one.failed);
+    EXPECT_EQ(tally.ExitCode(), one.exit);
+  }
+}
+
+}  // namespace
+}  // namespace quorl::cli

@@ -1,0 +1,161 @@
+#!/usr/bin/env python3
+"""What sender and receivers tell each other beside the transfer: verdicts, who has gone, what is there already, and how
+far a transfer came that broke."""
+import json
+import os
+import re
+import shutil
+import signal
+import time
+import unittest
+
+from room import Room, differences, run_tests, write
+
+
+class AgreementTest(unittest.TestCase):
+    def setUp(self):
+        self.room = Room()
+        self.addCleanup(self.room.close)
+        self.tree = self.room.path / "source" / "tree"
+        for name, size in {"a/one": 9999, "a/two": 20_000, "big": 4_000_000, "empty": 0}.items():
+            write(self.tree / name, size)
+
+    def expect(self, command, code, *patterns, limit=40):
+        self.assertEqual(command.wait(limit), code, command.output())
+        for pattern in patterns:
+            self.assertRegex(command.output(), pattern)
+
+    def same(self, *numbers):
+        for number in numbers:
+            self.assertEqual(differences(self.tree.parent, self.room.target(number)), [])
+
+    def visible(self, number):
+        """Whether anything but what is kept for the next sending stands in a receiver's directory."""
+        return any(not path.name.startswith(".quorl-") for path in self.room.target(number).iterdir())
+
+    def test_the_receivers_have_the_last_word(self):
+        write(self.room.target(2) / "tree" / "a" / "one", 17)
+        key = self.room.path / "key"
+        key.write_bytes(b"sixteen bytes or more")
+        receivers = [self.room.receiver(1), self.room.receiver(2, "--existing", "fail"),
+                     self.room.receiver(3, "--key-file", key)]
+        sender = self.room.sender(self.tree, "-n", "3", "--json")
+        for receiver, code in zip(receivers, (0, 7, 10)):
+            self.expect(receiver, code)
+        self.expect(sender, 4)
+        facts = [json.loads(line) for line in sender.output().splitlines()]
+        last = {fact["address"]: (fact["state"], fact.get("status"), fact.get("detail"))
+                for fact in facts if fact["type"] == "receiver"}
+        self.assertEqual(last, {
+            "127.0.0.2": ("complete", None, None),
+            "127.0.0.3": ("failed", 80, '1 of 4 files exist already: "tree/a/one"'),
+            "127.0.0.4": ("failed", 13, "what arrived is not what was sent: \".quorl-manifest\" the manifest is not "
+                                        "sealed with a key")})
+        self.same(1)
+
+    def test_a_file_that_changes_is_named_at_both_ends_and_spoils_no_other(self):
+        receivers = [self.room.receiver(1), self.room.receiver(2, "--all-or-nothing")]
+        sender = self.room.sender(self.tree, "-n", "2", "--rate", "16M")
+        receivers[0].wait_for("From 127.0.0.1")
+        time.sleep(0.5)
+        with open(self.tree / "big", "r+b") as big:
+            big.seek(3_900_000)
+            big.write(b"x" * 50_000)
+        self.expect(sender, 5, '"tree/big" changed while it was sent', "failed +2 +127.0.0.[23] +.*tree/big")
+        self.expect(receivers[0], 4, '"tree/big" changed while it was sent', "1 of 4 files are not what was sent")
+        self.expect(receivers[1], 10, '"tree/big" changed while it was sent')
+        (self.tree / "big").unlink()
+        self.same(1)
+        self.assertFalse(self.visible(2))
+
+    def test_who_leaves_who_comes_late_and_who_is_started_again(self):
+        write(self.tree / "big", 12_000_000)
+        stays, leaves, killed = (self.room.receiver(number, *more) for number, more in
+                                 ((1, ()), (2, ()), (3, ("--then", "true"))))
+        sender = self.room.sender(self.tree, "-n", "3", "--rate", "20M", "--json")
+        killed.wait_for("From 127.0.0.1")
+        time.sleep(1)
+        killed.signal(signal.SIGKILL)
+        killed.wait(5)
+        leaves.signal(signal.SIGINT)
+        self.expect(leaves, 130)
+        again, late = self.room.receiver(3, "--keep"), self.room.receiver(4, "--keep")
+        for receiver in (again, late):
+            receiver.wait_for("A transfer from 127.0.0.1 is under way")
+        self.assertIsNone(sender.poll(), "the news comes while the transfer goes on")
+        failed = re.findall(r'"type":"receiver","address":"([0-9.]+)".*"status":1223', sender.output())
+        self.assertEqual(set(failed), {"127.0.0.3", "127.0.0.4"})
+        self.expect(stays, 0)
+        self.expect(sender, 4)
+        self.expect(self.room.sender(self.tree, "-n", "2"), 0)
+        for receiver in (again, late):
+            receiver.wait_for("complete, ")
+        self.same(1, 3, 4)
+        self.expect(self.room.start("receive", self.room.target(1), "--then", "no-such-program"), 7,
+                    '"no-such-program" cannot be run')
+        self.room.receiver(5, "--then", "false")
+        self.expect(self.room.sender(self.tree), 0)
+        self.expect(self.room.commands[-2], 12)
+
+    def test_what_is_there_already_is_not_sent(self):
+        shutil.copytree(self.tree, self.room.target(1) / "tree")
+        shutil.copytree(self.tree, self.room.target(2) / "tree")
+        (self.room.target(1) / "tree" / "a" / "one").unlink()
+        (self.room.target(2) / "tree" / "a" / "two").write_bytes(b"y" * 20_000)
+        os.utime(self.tree / "big", (1, 1))
+        os.utime(self.room.target(2) / "tree" / "big", (1, 1))
+        receivers = [self.room.receiver(1), self.room.receiver(2, "--existing", "overwrite")]
+        sender = self.room.sender(self.tree, "-n", "2", "--json")
+        self.expect(receivers[0], 0, "there +3 +with the same contents", "verified 4 of 4")
+        self.expect(receivers[1], 0, "there +3 +with the same contents", "verified 4 of 4")
+        self.expect(sender, 0)
+        result = json.loads(sender.output().splitlines()[-1])
+        self.assertEqual((result["bytes"], result["bytes_streamed"]), (4_029_999, 29_999))
+        self.same(1, 2)
+        quick = self.room.receiver(2, "--quick")
+        self.expect(self.room.sender(self.tree), 0)
+        self.expect(quick, 0, "verified 4 of 4")
+
+    def test_what_has_arrived_stays_and_the_next_sending_goes_on_from_there(self):
+        write(self.tree / "large", 40_000_000)
+        receivers = [self.room.receiver(1), self.room.receiver(2, "--all-or-nothing")]
+        sender = self.room.sender(self.tree, "-n", "2", "--rate", "160M")
+        receivers[0].wait_for("From 127.0.0.1")
+        time.sleep(1.7)
+        sender.signal(signal.SIGINT)
+        self.expect(sender, 130)
+        self.expect(receivers[0], 9, "4 files are whole, verified and in place", "1 file is kept; the next sending")
+        self.expect(receivers[1], 9, "what had been received is removed")
+        self.assertFalse(self.visible(2) or any(self.room.target(2).iterdir()))
+        self.assertEqual([name for name in ("a/one", "a/two", "big", "empty", "large")
+                          if (self.room.target(1) / "tree" / name).exists()], ["a/one", "a/two", "big", "empty"])
+        again = self.room.receiver(1)
+        self.assertRegex(again.output(), "Kept +.* of 1 file from a transfer that broke")
+        sender = self.room.sender(self.tree, "--json")
+        self.expect(again, 0, "verified 5 of 5")
+        self.expect(sender, 0)
+        result = json.loads(sender.output().splitlines()[-1])
+        self.assertLess(result["bytes_streamed"], 35_000_000)
+        self.same(1)
+        self.assertEqual([path.name for path in self.room.target(1).iterdir()], ["tree"])
+
+    def test_a_retry_is_for_those_that_failed_alone(self):
+        write(self.tree / "large", 40_000_000)
+        steady, torn = self.room.receiver(1, "--keep"), self.room.receiver(2)
+        sender = self.room.sender(self.tree, "-n", "2", "--rate", "160M", "--retry", "1", "--json")
+        torn.wait_for("From 127.0.0.1")
+        time.sleep(1.7)
+        torn.signal(signal.SIGINT)
+        self.expect(torn, 130, "the next sending of the same goes on from there")
+        again = self.room.receiver(2, "--keep")
+        self.expect(sender, 0)
+        again.wait_for("complete, ")
+        starts = [json.loads(line) for line in sender.output().splitlines() if '"type":"start"' in line]
+        self.assertEqual([start["receivers"] for start in starts], [2, 1])
+        self.assertLess(starts[1]["bytes"], 35_000_000)
+        self.assertEqual(steady.output().count("complete, "), 1)
+        self.same(1, 2)
+
+
+if __name__ == "__main__":
+    run_tests()

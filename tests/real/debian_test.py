@@ -1,0 +1,53 @@
+#!/usr/bin/env python3
+"""The Debian packages that ./dev package has made: their contents, their dependencies, and that the command starts.
+debian_test.py DIRECTORY"""
+import re
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+# A package's dependency, and files that it must have.
+WANTED = {
+    "libquorl1": ("libc6", [r"usr/lib/[^/]+/libquorl\.so\.1"]),
+    "libquorl-dev": (r"libquorl1 \(= ", [r"usr/include/quorl/host\.h", r"usr/lib/[^/]+/libquorl\.so",
+                                         r"usr/lib/[^/]+/pkgconfig/quorl\.pc", r".*/QuorlConfig\.cmake"]),
+    "quorl": (r"libquorl1 \(>= ", [r"usr/bin/quorl", r"usr/lib/systemd/system/quorl-receive\.service",
+                                   r"usr/lib/sysusers\.d/quorl\.conf", r"usr/lib/sysctl\.d/60-quorl\.conf",
+                                   r"usr/share/man/man1/quorl-send\.1\.gz"]),
+}
+
+
+def output(*words, **environment):
+    return subprocess.run(words, check=True, stdout=subprocess.PIPE, text=True, **environment).stdout
+
+
+def faults_of(name, package):
+    dependency, files = WANTED[name]
+    if not re.search(dependency, output("dpkg-deb", "-f", package, "Depends")):
+        yield f"{name} does not depend on {dependency}"
+    contents = [line.split()[5] for line in output("dpkg-deb", "-c", package).splitlines()]
+    for file in [*files, f"usr/share/doc/{name}/copyright", f"usr/share/doc/{name}/changelog\\.gz"]:
+        if not any(re.fullmatch(r"\./" + file, there) for there in contents):
+            yield f"{name} lacks {file}"
+
+
+def main(directory):
+    packages = {path.name.split("_")[0]: path for path in Path(directory).glob("*.deb")}
+    if set(packages) != set(WANTED):
+        print(f"packages: {sorted(packages)}, not {sorted(WANTED)}")
+        return 1
+    faults = [fault for name, package in packages.items() for fault in faults_of(name, package)]
+    with tempfile.TemporaryDirectory(prefix="quorl-packages-") as root:
+        for package in packages.values():
+            subprocess.run(["dpkg-deb", "-x", package, root], check=True)
+        library = next(Path(root).glob("usr/lib/*/libquorl.so.1")).parent
+        version = output(Path(root) / "usr/bin/quorl", "--version", env={"LD_LIBRARY_PATH": str(library)})
+        if not version.startswith("quorl "):
+            faults.append(f"the packaged command says {version!r}")
+    print("\n".join(faults) or "the packages hold what they must")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))
