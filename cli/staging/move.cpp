@@ -110,6 +110,13 @@ class Mover {
     std::string as = split.leaf;
     SystemError error = rules.sync ? Sync(split.leaf) : SystemError();
     if (!error) error = MoveTo(split.leaf, as);
+    // Another receiver of this machine may have brought it since.
+    if (error.kind == SystemError::Kind::Exists && IsAlike(split.leaf, file.size)) {
+      report.alike.push_back(file.name);
+      return;
+    }
+    if (error.kind == SystemError::Kind::Exists && rules.existing == Existing::Rename)
+      error = MoveToNumbered(split.leaf, as);
     if (!error) {
       const std::string prefix = split.directory.empty() ? "" : split.directory + "/";
       report.moved.push_back({file.name, prefix + as});
@@ -143,16 +150,18 @@ class Mover {
     return file ? file.Sync() : file.Why();
   }
 
-  /// `as` becomes the name that it got.
-  SystemError MoveTo(const std::string& leaf, std::string& as) const {
+  SystemError MoveTo(const std::string& leaf, const std::string& as) const {
     if (rules.existing == Existing::Overwrite) return MoveOver(leaf);
-    const OntoName onto = rules.inOneStep ? OntoName::Free : OntoName::FreeByLink;
-    SystemError error = place.from.Move(leaf, place.to, as, onto);
-    for (int number = 1;
-         error.kind == SystemError::Kind::Exists && rules.existing == Existing::Rename && number <= MOST_NUMBERS;
-         ++number) {
+    return place.from.Move(leaf, place.to, as, rules.inOneStep ? OntoName::Free : OntoName::FreeByLink);
+  }
+
+  /// `as` becomes the name that it got.
+  SystemError MoveToNumbered(const std::string& leaf, std::string& as) const {
+    SystemError error;
+    for (int number = 1; number <= MOST_NUMBERS; ++number) {
       as = Numbered(leaf, number);
-      error = place.from.Move(leaf, place.to, as, onto);
+      error = MoveTo(leaf, as);
+      if (error.kind != SystemError::Kind::Exists) break;
     }
     return error;
   }
