@@ -33,7 +33,9 @@ TEST(Machines, AMasterThatIsFrozenForHalfAMinuteHoldsNobodyUpForLong) {
 TEST(Machines, ASenderThatCrashesAndComesBackSendsToWhoHasLostIt) {
   Room room(Robust(2));
   room.File("a", 100 * BLOCK_SIZE);
-  Begin(room, 100ms);
+  room.Server().SetSendRate(30);
+  // Long enough for many heartbeats, which nobody needs while blocks arrive.
+  Begin(room, 100s);
   room.Sender().PowerOff();
   ASSERT_TRUE(room.RunUntilQuiet(30s));
   EXPECT_EQ(Room::Statuses(room.Receiver(0)), std::vector<uint32_t>{QUORL_STATUS_SENDER_LOST});
