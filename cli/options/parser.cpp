@@ -14,6 +14,7 @@
 #include "cli/options/table.h"
 #include "cli/outcome/exits.h"
 #include "cli/show/escape.h"
+#include "cli/system/path.h"
 
 namespace quorl::cli {
 namespace {
@@ -155,7 +156,10 @@ void RejectUnknownWords(const CLI::App& app) {
 void TakeWords(const CLI::App& command, Options& options, const std::vector<std::string>& words, int argumentCount,
                const char* const* arguments) {
   if (options.verb == Verb::Send) {
-    options.send.paths = words;
+    for (const std::string& word : words) {
+      const std::vector<std::string> paths = PathsOf(word);
+      options.send.paths.insert(options.send.paths.end(), paths.begin(), paths.end());
+    }
     options.send.again = AgainText(std::vector<std::string>(arguments + 1, arguments + argumentCount));
     if (!words.empty()) return;
     throw WrongUse("nothing to send", "no file or directory is named",

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace quorl::cli {
 
@@ -10,5 +12,9 @@ namespace quorl::cli {
 inline std::filesystem::path PathFrom(std::string_view text) {
   return std::u8string_view(reinterpret_cast<const char8_t*>(text.data()), text.size());
 }
+
+/// The paths that a word of the command line stands for. Where no shell puts names in the place of "*" and "?", those
+/// of its last component do it here: all that fit, by name, or the word itself when none does.
+std::vector<std::string> PathsOf(const std::string& word);
 
 }  // namespace quorl::cli

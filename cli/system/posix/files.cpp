@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "cli/system/path.h"
 #include "cli/system/posix/error.h"
 #include "platform/posix/beneath.h"
 #include "platform/posix/directory_names.h"
@@ -272,6 +273,10 @@ AppendedFile AppendedFile::Open(const std::string& path) {
 void AppendedFile::Write(std::string_view text) const {
   std::fwrite(text.data(), 1, text.size(), state->file);
   std::fflush(state->file);
+}
+
+std::vector<std::string> PathsOf(const std::string& word) {
+  return {word};
 }
 
 }  // namespace quorl::cli
