@@ -55,8 +55,8 @@ class SimOutputFile : public OutputFile {
   WriteOutcome Close() override {
     open = false;
     machine.Log("close", path);
-    const bool fails = machine.Fails(Seam::Files, "files.close") || !machine.Disk().IsStillAt(path, file);
-    return fails ? WriteOutcome::Failed : WriteOutcome::Done;
+    if (machine.Fails(Seam::Files, "files.close")) return WriteOutcome::Failed;
+    return machine.Disk().IsStillAt(path, file) ? WriteOutcome::Done : WriteOutcome::Removed;
   }
 
  private:

@@ -1,8 +1,9 @@
 // Whether a transfer fits on the target's disk.
 //
-// The announced size is compared as it is announced, modulo 4 GiB, and then once more as it truly is: a transfer that
-// only seems to fit would end with a full disk. What is asked is the file system that holds the target directory, not
-// the one behind the drive's root, which may be another. The receive loop calls this once for each announced transfer.
+// The announced size is compared as it is announced, modulo 4 GiB, and where the caller's rules want it once more as it
+// truly is: a transfer that only seems to fit would end with a full disk. What is asked is the file system that holds
+// the target directory, not the one behind the drive's root, which may be another. The receive loop calls this once for
+// each announced transfer.
 
 #include "files/disk_space.h"
 

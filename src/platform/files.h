@@ -27,6 +27,7 @@ class InputFile {
 enum class WriteOutcome {
   Done,
   DiskFull,  ///< No room, or over a quota.
+  Removed,   ///< The file has lost its name: nobody will find what was written.
   Failed,
 };
 
@@ -38,8 +39,8 @@ class OutputFile {
   /// All of `bytes` at `offset`, or an outcome other than Done. Zero bytes only test that the file is writable.
   virtual WriteOutcome WriteAt(uint64_t offset, std::span<const uint8_t> bytes) = 0;
 
-  /// Closes the file. Some file systems tell only now that earlier writes have failed. Failed as well when the file has
-  /// been removed meanwhile: nobody will find what was written. To be called once.
+  /// Closes the file. Some file systems tell only now that earlier writes have failed. Removed when that is so; no
+  /// other call tells it. To be called once.
   virtual WriteOutcome Close() = 0;
 };
 

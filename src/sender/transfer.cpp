@@ -2,8 +2,12 @@
 //
 // SendThread streams every block, tells the receivers that the stream is over, waits for their answers and hands over
 // to the flow control. ReportThread sends the heartbeat by which receivers know that the sender lives.
-// MasterWatchThread looks after the master. All three pause on one event, so that a stop reaches them at once; a thread
-// that is woken without having been stopped goes on and finds the sockets closed.
+// MasterWatchThread looks after the master. All three pause on one event, so that a stop and a close reach them at
+// once, in both profiles: a host that has closed its sender may unload the library. ReportThread, which a close has
+// woken, finds its socket closed and tells the host; the others end without a word.
+//
+// Each StartSend has a ReplyThread of its own. One that has ended, since everybody failed or the last transfer is over,
+// would else leave the next transfer in the same session deaf.
 //
 // The stream does not care whether the transfer has ended: when every receiver has failed meanwhile, others that were
 // never in the table may still be taking it in.
@@ -69,17 +73,20 @@ bool Transfer::Announce() {
   BlockCount blocks = CountBlocks(context->machine.files, *plan.lists);
   if (!blocks.fits && IsRobust()) return FailToCount();
   const Task task{blocks.total, plan.FileCount(), plan.targetFolder, NameField::From(plan.targetPath)};
-  int32_t receivers = 0;
   {
     const std::scoped_lock lock(context->mutex);
     // Stopped from another thread: nobody is to get ready for a transfer that does not come.
     if (end.IsStopRequested()) return false;
     context->flow->BlocksCounted(blocks.total);
     progress.NoteAnnounced(std::move(blocks));
-    receivers = context->table.Count();
   }
   announced = true;
   if (!SendTask(*context, task, patience)) return FailToAnnounce("\nQuorl-----Send  Task Packet Failed!\n");
+  int32_t receivers = 0;
+  {
+    const std::scoped_lock lock(context->mutex);
+    receivers = context->table.Count();
+  }
   context->Post(WM_TASK_INFO, static_cast<uintptr_t>(receivers), static_cast<intptr_t>(task.totalBlocks));
   if (SendEmptyDirs(*context, *plan.lists, patience)) return true;
   // The classic threads start all the same, and find the sockets closed.

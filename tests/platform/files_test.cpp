@@ -87,7 +87,7 @@ TEST_P(FilesTest, AFileThatHasBeenRemovedIsNeitherWellClosedNorMadeAgain) {
   ASSERT_TRUE(opened.file);
   EXPECT_EQ(opened.file->WriteAt(0, Bytes("x")), WriteOutcome::Done);
   fs::remove(temp / "in/a");
-  EXPECT_EQ(opened.file->Close(), WriteOutcome::Failed);
+  EXPECT_EQ(opened.file->Close(), WriteOutcome::Removed);
   EXPECT_EQ(Open("a", WhenMissing::Fail).outcome, WriteOutcome::Failed);
   EXPECT_FALSE(fs::exists(temp / "in/a"));
 }

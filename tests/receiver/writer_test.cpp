@@ -92,7 +92,7 @@ TEST_P(WriterTest, AFileThatWasRemovedBetweenTwoOfItsBlocksIsNeverComplete) {
   world.RunFor(1s);
   EXPECT_EQ(pc.Disk().Read("C:\\in\\sub\\three.bin").has_value(), !IsRobust()) << "classic makes it again";
   EXPECT_FALSE(client.GetState().complete);
-  EXPECT_EQ(CountTold("1040 1001 0"), 1u);
+  EXPECT_EQ(CountTold("1040 1001 0"), IsRobust() ? 1u : 0u) << "it could be opened each time";
   EXPECT_EQ(Told().back(), IsRobust() ? "1040 1460 0" : "1040 0 1");
 }
 

@@ -104,7 +104,7 @@ WriteOutcome PosixOutputFile::Close() {
   const bool removed = fstat(descriptor.Get(), &status) == 0 && status.st_nlink == 0;
   // An interrupted close has closed the descriptor all the same.
   if (close(descriptor.Release()) != 0 && errno != EINTR) return OutcomeOf(errno);
-  return removed ? WriteOutcome::Failed : WriteOutcome::Done;
+  return removed ? WriteOutcome::Removed : WriteOutcome::Done;
 }
 
 }  // namespace quorl

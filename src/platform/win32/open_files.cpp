@@ -82,7 +82,7 @@ WriteOutcome Win32OutputFile::Close() {
   const bool removed = GetFileInformationByHandleEx(handle.Get(), FileStandardInfo, &about, sizeof about) &&
                        (about.DeletePending || about.NumberOfLinks == 0);
   if (!handle.Close()) return OutcomeOf(GetLastError());
-  return removed ? WriteOutcome::Failed : WriteOutcome::Done;
+  return removed ? WriteOutcome::Removed : WriteOutcome::Done;
 }
 
 }  // namespace quorl

@@ -80,7 +80,7 @@ ReceiveLoop::Next ReceiveLoop::ReceiveSome() {
     case Received::Outcome::Closed: return Next::End;
   }
   for (const DatagramBatch::Item& datagram : batch.Items())
-    if (TakeDatagram(datagram) == Next::End) return Next::End;
+    if (IsOver() || TakeDatagram(datagram) == Next::End) return Next::End;
   LetGather();
   return Next::Continue;
 }
@@ -389,7 +389,8 @@ ReceiveLoop::Next ReceiveLoop::Do(const StoreStep&, const Arrived* arrived) {
 // ProcessLost, up to what it finds on the disk.
 ReceiveLoop::Next ReceiveLoop::Do(const LookStep&, const Arrived* arrived) {
   for (const char* line : {"\n", "Process Lost", "\n"}) session.machine.debug.Write(line);
-  const std::string name = "\\" + Convert(arrived->head.name);
+  const std::string converted = Convert(arrived->head.name);
+  const std::string name = converted.starts_with('\\') ? converted : "\\" + converted;
   const MappedPath mapped = MapDirectoryPath(transfer->targetDir, name);
   if (mapped.status != QUORL_STATUS_FILE_UNWRITABLE) {
     if (!session.rules.makesTargetOnce) session.machine.files.MakeTarget(transfer->targetDir);

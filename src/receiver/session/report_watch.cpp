@@ -2,6 +2,9 @@
 // have found none. The heartbeat comes every 5 s. Where the rules say so, whatever else has come from the sender shows
 // as well that it lives, and heartbeats are heard before anything is announced: there is a transfer then that this
 // receiver takes no part in.
+//
+// It ends within a series of looks, too, once the receiver has come to its end: a sender that has gone by then has not
+// been lost, and who is complete is told nothing else.
 #include <quorl/quorl.h>
 
 #include <array>

@@ -108,7 +108,12 @@ void Writer::CloseFile() {
   const WriteOutcome outcome = recvFile->Close();
   recvFile.reset();
   // The host may have taken the last file away since it was told the end.
-  if (outcome != WriteOutcome::Done && !session.ended) FailWrite(outcome);
+  if (outcome == WriteOutcome::Done || session.ended) return;
+  if (outcome == WriteOutcome::Removed && session.rules.remakesRemovedFiles) {
+    session.record.With([&](BlockRecord& record) { record.Spoil(transfer->generation, writeFile); });
+  } else {
+    FailWrite(outcome);
+  }
 }
 
 // The directories come first, named as the sender names them; see CreateParentDirChain.
