@@ -186,6 +186,7 @@ class Receiving {
     rules.catalogue = end.about && end.about->round != 0 && catalogue ? &*catalogue : nullptr;
     rules.inPlace = inventory.inPlace;
     rules.allOrNothing = receive.allOrNothing;
+    rules.permissions = receive.permissions;
     rules.key = key ? &*key : nullptr;
     rules.ownAddress = venue.interface.address;
     rules.progress = [this](uint64_t bytes) { return GoOnChecking(bytes); };
@@ -205,6 +206,7 @@ class Receiving {
     if (const auto text = staging.ReadWhole(std::string(CATALOGUE_NAME), MANIFEST_LIMIT)) {
       auto read = ParseCatalogue(*text, key ? &*key : nullptr);
       if (auto* listed = std::get_if<ReadManifest>(&read)) catalogue = std::move(listed->manifest);
+      if (catalogue && !receive.permissions) ForgetPermissions(*catalogue);
     }
     staging.Discard();
   }

@@ -47,12 +47,12 @@ class Sending {
       : options(options),
         send(options.send),
         reporter(reporter),
-        plan(PlanSending(send.paths, {send.subdirectories, send.exclude, send.skipUnreadable})),
+        plan(PlanSending(send.paths, Rules())),
         venue(options.network.interface.empty() ? LookForVenue(options.network) : ResolveVenue(options.network)),
         inbox(options.output.verbosity > 0),
         listeners(venue, inbox),
         gathering(send, listeners, inbox, reporter) {
-    if (send.manifest) manifest.emplace(plan, options.keyFile);
+    if (send.manifest) manifest.emplace(plan, options.keyFile, send.permissions);
   }
 
   int Run() {
@@ -86,12 +86,15 @@ class Sending {
   }
 
  private:
+  PlanRules Rules() const { return {send.subdirectories, send.exclude, send.skipUnreadable, send.links}; }
+
   void SayPlan() {
     SayVenue(reporter, venue);
     Fact fact("selection");
     fact.Add("files", plan.files.size()).Add("directories", plan.directories).Add("bytes", plan.bytes);
-    fact.Add("blocks", plan.blocks).Add("skipped", plan.leftOut.size());
+    fact.Add("blocks", plan.blocks).Add("links", plan.links.size()).Add("skipped", plan.leftOut.size());
     std::string folders = plan.directories == 0 ? "" : fmt::format(" in {}", Count(plan.directories, "folder"));
+    if (!plan.links.empty()) folders += fmt::format(", {}", Count(plan.links.size(), "link"));
     reporter.Say(
         fact, fmt::format("Selection  {}{}, {}", Count(plan.files.size(), "file"), folders, FormatBytes(plan.bytes)));
     SayRemarks("skipped", plan.leftOut);
@@ -148,6 +151,10 @@ class Sending {
     }
     for (const std::string& name : plan.emptyDirectories) {
       reporter.Say(Fact("folder").Add("name", name), fmt::format("  {:>9}  {}/", "folder", Escape(name)));
+    }
+    for (const ManifestLink& link : plan.links) {
+      reporter.Say(Fact("link").Add("name", link.name).Add("leads_to", link.leadsTo),
+                   fmt::format("  {:>9}  {} -> {}", "link", Escape(link.name), Escape(link.leadsTo)));
     }
     SayStreamTime(reporter, send, plan.blocks);
     reporter.Say(Level::Always, Fact("dry_run"),
@@ -225,7 +232,24 @@ class Sending {
     return Clock::now() - began > LONG_READING ? gathering.Wait() : 0;
   }
 
+  /// An older receiver would throw away everything, as it cannot read such a manifest.
+  void RequireLinksTaken(const std::vector<uint32_t>& only) {
+    if (plan.links.empty() && !send.permissions) return;
+    std::vector<std::string> unable;
+    for (const QuorlReceiverState& row : RowsNow()) {
+      const bool isFor = only.empty() || std::find(only.begin(), only.end(), row.address) != only.end();
+      if (isFor && (row.capabilities & TAKES_LINKS) == 0) unable.push_back(listeners.Names().Label(row.address));
+    }
+    if (unable.empty()) return;
+    throw Failure{Exit::Other,
+                  fmt::format("{} cannot take links or permissions", fmt::join(unable, ", ")),
+                  "an older version runs there",
+                  {"Nothing has been sent. Without --links keep and --perms it can take the files.",
+                   "To leave it out: --only names the others."}};
+  }
+
   void Attempt(const std::vector<uint32_t>& only) {
+    RequireLinksTaken(only);
     const bool manifestLast = manifest && AllTakeCatalogue();
     Agreed agreed = Agreement::Everything(plan);
     watch.Begin();
@@ -270,7 +294,7 @@ class Sending {
   /// What was agreed on goes by the places of the files in the selection.
   void CheckSelection() {
     // It stays: the library goes by what the latest plan excludes.
-    planNow = PlanSending(send.paths, {send.subdirectories, send.exclude, send.skipUnreadable});
+    planNow = PlanSending(send.paths, Rules());
     const auto& files = planNow->files;
     const bool isSame = std::equal(files.begin(), files.end(), plan.files.begin(), plan.files.end(),
                                    [](const auto& one, const auto& other) { return one.name == other.name; });
@@ -369,6 +393,15 @@ int RunSend(const Options& options, Reporter& reporter) {
     throw Failure{
         Exit::Usage, "--key-file and --no-manifest exclude each other", "it is the manifest that the key seals", {}};
   }
+  if (!options.send.manifest && (options.send.permissions || options.send.links == Links::Keep)) {
+    throw Failure{
+        Exit::Usage,
+        fmt::format("{} and --no-manifest exclude each other", options.send.permissions ? "--perms" : "--links keep"),
+        "it is the manifest that they travel in",
+        {}};
+  }
+  if (options.send.links != Links::Follow && !HasLinks())
+    throw Failure{Exit::Usage, "--links cannot be taken", "this system has no links of that kind", {}};
   if (MustAsk(options.send) && (options.output.json || !CanAsk())) {
     throw Failure{Exit::Usage,
                   "nobody can be asked whether to start",

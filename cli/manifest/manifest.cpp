@@ -19,10 +19,13 @@ namespace {
 constexpr std::string_view HEADER = "quorl-manifest 1\n";
 constexpr std::string_view CATALOGUE_HEADER = "quorl-catalogue 1\n";
 constexpr size_t LONGEST_NAME = QUORL_NAME_SIZE - 1;
+constexpr size_t LONGEST_LINK = 4095;
+constexpr std::string_view LINK_DIVIDER = "//";
 constexpr size_t MOST_ADDRESSES = QUORL_RECEIVERS;
 constexpr uint32_t NANOSECONDS = 1'000'000'000;
 constexpr int64_t LATEST_TIME = int64_t{1} << 40;
 constexpr size_t NANOSECOND_DIGITS = 9;
+constexpr uint16_t OWNER_RUNS = 0100;
 
 bool IsEscaped(char c) {
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7f || c == '\\';
@@ -74,6 +77,11 @@ bool IsName(std::string_view name) {
   return true;
 }
 
+bool IsLink(const ManifestLink& link) {
+  return IsName(link.name) && !link.leadsTo.empty() && link.leadsTo.size() <= LONGEST_LINK &&
+         link.leadsTo.find('\0') == std::string::npos;
+}
+
 /// A number as it is printed: no sign but "-", no zero in front.
 template <typename Number>
 std::optional<Number> ParseNumber(std::string_view text) {
@@ -100,7 +108,22 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) {
 
 std::string FormatFile(const ManifestEntry& entry) {
   return fmt::format("file {} {}.{:09} {} {} {}\n", entry.size, entry.written.seconds, entry.written.nanoseconds,
-                     entry.executable ? 'x' : '-', ToHex(entry.digest), EscapeName(entry.name));
+                     entry.permissions  ? fmt::format("{:03o}", *entry.permissions)
+                     : entry.executable ? "x"
+                                        : "-",
+                     ToHex(entry.digest), EscapeName(entry.name));
+}
+
+/// The field of a "file" line that says who may do what with it.
+bool ParsePermissions(std::string_view text, ManifestEntry& entry) {
+  entry.executable = text == "x";
+  if (text == "x" || text == "-") return true;
+  uint16_t bits = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bits, 8);
+  if (text.size() != 3 || error != std::errc() || end != text.data() + text.size()) return false;
+  entry.permissions = bits;
+  entry.executable = (bits & OWNER_RUNS) != 0;
+  return true;
 }
 
 /// The rest of a line after "file ".
@@ -108,11 +131,11 @@ std::optional<ManifestEntry> ParseFile(std::string_view line) {
   const auto size = Take(line, ' ');
   const auto seconds = Take(line, '.');
   const auto nanoseconds = Take(line, ' ');
-  const auto executable = Take(line, ' ');
+  const auto permissions = Take(line, ' ');
   const auto digest = Take(line, ' ');
   // A field that lacks its divider takes none of the line, so each is asked.
-  if (!size || !seconds || !nanoseconds || !executable || !digest) return std::nullopt;
-  if (nanoseconds->size() != NANOSECOND_DIGITS || (*executable != "x" && *executable != "-")) return std::nullopt;
+  if (!size || !seconds || !nanoseconds || !permissions || !digest) return std::nullopt;
+  if (nanoseconds->size() != NANOSECOND_DIGITS) return std::nullopt;
   const auto sizeValue = ParseNumber<uint64_t>(*size);
   const auto secondsValue = ParseNumber<int64_t>(*seconds);
   const std::string_view digits = nanoseconds->substr(std::min(nanoseconds->find_first_not_of('0'), size_t{8}));
@@ -122,8 +145,9 @@ std::optional<ManifestEntry> ParseFile(std::string_view line) {
   if (!sizeValue || !secondsValue || !nanosecondsValue || !digestValue || !name || !IsName(*name)) return std::nullopt;
   if (*secondsValue > LATEST_TIME || *secondsValue < -LATEST_TIME || *nanosecondsValue >= NANOSECONDS)
     return std::nullopt;
-  return ManifestEntry{
-      std::move(*name), *sizeValue, *digestValue, {*secondsValue, *nanosecondsValue}, *executable == "x"};
+  ManifestEntry entry{std::move(*name), *sizeValue, *digestValue, {*secondsValue, *nanosecondsValue}, false, {}};
+  if (!ParsePermissions(*permissions, entry)) return std::nullopt;
+  return entry;
 }
 
 /// The rest of a line after "only".
@@ -149,7 +173,7 @@ bool AddOnly(std::string_view line, Manifest& manifest) {
 
 bool AddFile(std::string_view line, bool isSorted, Manifest& manifest) {
   auto entry = ParseFile(line);
-  if (!entry || !manifest.emptyDirectories.empty()) return false;
+  if (!entry || !manifest.emptyDirectories.empty() || !manifest.links.empty()) return false;
   if (isSorted && !manifest.files.empty() && entry->name <= manifest.files.back().name) return false;
   manifest.files.push_back(std::move(*entry));
   return true;
@@ -157,9 +181,21 @@ bool AddFile(std::string_view line, bool isSorted, Manifest& manifest) {
 
 bool AddDirectory(std::string_view line, Manifest& manifest) {
   auto name = UnescapeName(line);
-  if (!name || !IsName(*name)) return false;
+  if (!name || !IsName(*name) || !manifest.links.empty()) return false;
   if (!manifest.emptyDirectories.empty() && *name <= manifest.emptyDirectories.back()) return false;
   manifest.emptyDirectories.push_back(std::move(*name));
+  return true;
+}
+
+/// The first "//" ends the name, which holds none.
+bool AddLink(std::string_view line, Manifest& manifest) {
+  const size_t end = line.find(LINK_DIVIDER);
+  if (end == std::string_view::npos) return false;
+  auto name = UnescapeName(line.substr(0, end));
+  auto leadsTo = UnescapeName(line.substr(end + LINK_DIVIDER.size()));
+  if (!name || !leadsTo || !IsLink({*name, *leadsTo})) return false;
+  if (!manifest.links.empty() && *name <= manifest.links.back().name) return false;
+  manifest.links.push_back({std::move(*name), std::move(*leadsTo)});
   return true;
 }
 
@@ -170,10 +206,29 @@ std::optional<Manifest> ParseLines(std::string_view text, bool isSorted) {
     const bool good = (first && TakePrefix(*line, "only")) ? AddOnly(*line, manifest)
                       : TakePrefix(*line, "file ")         ? AddFile(*line, isSorted, manifest)
                       : TakePrefix(*line, "dir ")          ? AddDirectory(*line, manifest)
+                      : TakePrefix(*line, "link ")         ? AddLink(*line, manifest)
                                                            : false;
     if (!good) return std::nullopt;
   }
   return manifest;
+}
+
+/// Whether no link has the name of something else, and nothing lies beneath one.
+bool HasRoomForLinks(const Manifest& manifest, std::set<std::string_view> names,
+                     std::set<std::string_view> directories) {
+  std::set<std::string_view> links;
+  for (const ManifestLink& link : manifest.links)
+    if (!IsLink(link) || !links.insert(link.name).second) return false;
+  if (links.empty()) return true;
+  names.merge(directories);
+  const auto isTaken = [&](std::string_view link) { return names.contains(link); };
+  const auto isBeneath = [&](std::string_view name) {
+    for (size_t end = name.find('/'); end != std::string_view::npos; end = name.find('/', end + 1))
+      if (links.contains(name.substr(0, end))) return true;
+    return false;
+  };
+  return std::none_of(links.begin(), links.end(), isTaken) && std::none_of(links.begin(), links.end(), isBeneath) &&
+         std::none_of(names.begin(), names.end(), isBeneath);
 }
 
 std::string Format(std::string_view header, const Manifest& manifest, const ManifestKey* key) {
@@ -183,6 +238,8 @@ std::string Format(std::string_view header, const Manifest& manifest, const Mani
   if (!manifest.onlyFor.empty()) text += '\n';
   for (const ManifestEntry& entry : manifest.files) text += FormatFile(entry);
   for (const std::string& name : manifest.emptyDirectories) text += "dir " + EscapeName(name) + "\n";
+  for (const ManifestLink& link : manifest.links)
+    text += fmt::format("link {}{}{}\n", EscapeName(link.name), LINK_DIVIDER, EscapeName(link.leadsTo));
   return text + fmt::format("seal {} {}\n", key != nullptr ? "keyed" : "plain", ToHex(DigestOf(text, key)));
 }
 
@@ -213,11 +270,17 @@ std::string FormatManifest(Manifest manifest, const ManifestKey* key) {
   std::sort(manifest.files.begin(), manifest.files.end(),
             [](const auto& left, const auto& right) { return left.name < right.name; });
   std::sort(manifest.emptyDirectories.begin(), manifest.emptyDirectories.end());
+  std::sort(manifest.links.begin(), manifest.links.end(),
+            [](const auto& left, const auto& right) { return left.name < right.name; });
   return Format(HEADER, manifest, key);
 }
 
 std::string FormatCatalogue(const Manifest& catalogue, const ManifestKey* key) {
   return Format(CATALOGUE_HEADER, catalogue, key);
+}
+
+void ForgetPermissions(Manifest& manifest) {
+  for (ManifestEntry& file : manifest.files) file.permissions.reset();
 }
 
 std::string StoredName(std::string name) {
@@ -231,7 +294,8 @@ bool IsWellFormed(const Manifest& manifest) {
   return std::all_of(manifest.files.begin(), manifest.files.end(),
                      [&](const auto& file) { return IsName(file.name) && files.insert(file.name).second; }) &&
          std::all_of(manifest.emptyDirectories.begin(), manifest.emptyDirectories.end(),
-                     [&](const auto& name) { return IsName(name) && directories.insert(name).second; });
+                     [&](const auto& name) { return IsName(name) && directories.insert(name).second; }) &&
+         HasRoomForLinks(manifest, std::move(files), std::move(directories));
 }
 
 std::variant<ReadManifest, std::string> ParseManifest(std::string_view text, const ManifestKey* key) {

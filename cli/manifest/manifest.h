@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -25,25 +26,35 @@ struct ManifestEntry {
   Digest digest{};  ///< Zeroes: not known, or of no use since the file changed while it was sent.
   FileTime written;
   bool executable = false;
+  std::optional<uint16_t> permissions;  ///< Who may read, write and run it, 9 bits; nothing: up to the receiver.
+};
+
+/// A symbolic link. It travels in the manifest alone.
+struct ManifestLink {
+  std::string name;
+  std::string leadsTo;  ///< As it stands in the link.
 };
 
 struct Manifest {
   std::vector<uint32_t> onlyFor;  ///< Network byte order; empty: for everyone.
   std::vector<ManifestEntry> files;
   std::vector<std::string> emptyDirectories;  ///< Names as those of files.
+  std::vector<ManifestLink> links;            ///< No name is beneath one of them.
 };
 
 /// The text of a manifest:
 ///
 ///   quorl-manifest 1
 ///   only 192.168.1.31 192.168.1.44
-///   file <size> <seconds>.<nanoseconds> <x or -> <digest> <name>
+///   file <size> <seconds>.<nanoseconds> <x, - or permissions> <digest> <name>
 ///   dir <name>
+///   link <name>//<what it leads to>
 ///   seal keyed <digest>
 ///
-/// with one "file" line for each file and one "dir" line for each directory without files, both in the order of their
-/// names, byte by byte, and "only" only when it is not for everyone. In names, control bytes and backslashes are
-/// written as \xNN. The seal, "plain" without a key, is the digest of all lines above it.
+/// with one "file" line for each file, one "dir" line for each directory without files and one "link" line for each
+/// symbolic link, each kind in the order of the names, byte by byte, and "only" only when it is not for everyone.
+/// Permissions are three octal digits. In names, control bytes and backslashes are written as \xNN. The seal, "plain"
+/// without a key, is the digest of all lines above it.
 std::string FormatManifest(Manifest manifest, const ManifestKey* key);
 
 /// The same in the order in which the files travel, and with "quorl-catalogue 1" in the first line.
@@ -51,6 +62,9 @@ std::string FormatCatalogue(const Manifest& catalogue, const ManifestKey* key);
 
 /// The name under which a receiver stores a file: some characters are deleted from it.
 std::string StoredName(std::string name);
+
+/// As if none had been sent.
+void ForgetPermissions(Manifest& manifest);
 
 /// Something that is not as a manifest has it.
 struct Difference {

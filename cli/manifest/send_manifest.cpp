@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <fstream>
 #include <numeric>
 
@@ -49,20 +50,26 @@ std::optional<ManifestEntry> ReadEntry(const ManifestSource& source, const Diges
   if (!read) throw CannotList(source.path, file.Why().text);
   if (file.Stamp() != before || read->size != before->size)
     throw CannotList(source.path, "it changes while it is being read");
-  return ManifestEntry{source.name, read->size, read->digest, before->written, before->executable};
+  return ManifestEntry{source.name, read->size, read->digest, before->written, before->executable, {}};
 }
 
-SendManifest::SendManifest(const SendPlan& plan, const std::string& keyFile) : plan(plan) {
+SendManifest::SendManifest(const SendPlan& plan, const std::string& keyFile, bool permissions)
+    : plan(plan), permissions(permissions) {
   if (!keyFile.empty()) key = ReadKeyFile(keyFile);
 }
 
 void SendManifest::List(const SourceWatch& watch) {
   Manifest next;
   next.emptyDirectories = plan.emptyDirectories;
+  next.links = plan.links;
+  // In the order of a manifest already, where files are in that of the transfer.
+  std::sort(next.emptyDirectories.begin(), next.emptyDirectories.end());
+  std::sort(next.links.begin(), next.links.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
   for (size_t i = 0; i < plan.files.size(); ++i) {
     const auto stamp = watch.StampOf(i);
     if (!stamp) throw CannotList(plan.PathOf(plan.files[i]), watch.ChangeOf(i));
-    ManifestEntry entry{plan.files[i].name, stamp->size, Digest{}, stamp->written, stamp->executable};
+    ManifestEntry entry{plan.files[i].name, stamp->size, Digest{}, stamp->written, stamp->executable, {}};
+    if (permissions) entry.permissions = stamp->permissions;
     if (i < manifest.files.size() && manifest.files[i].size == entry.size && manifest.files[i].written == entry.written)
       entry.digest = manifest.files[i].digest;
     next.files.push_back(std::move(entry));
@@ -80,13 +87,14 @@ int SendManifest::Read(const std::vector<size_t>& files, Inbox& inbox, Reporter&
   for (const size_t file : files) {
     ManifestEntry& entry = manifest.files[file];
     if (entry.digest != Digest{}) continue;
-    const auto read = ReadEntry({plan.PathOf(plan.files[file]), entry.name}, [&](uint64_t count) {
+    auto read = ReadEntry({plan.PathOf(plan.files[file]), entry.name}, [&](uint64_t count) {
       view.Add(count);
       if (reporter.WantsProgress()) reporter.Progress(view.Show(reporter.Width()));
       signal = inbox.SignalWithin(0ms);
       return signal == 0;
     });
     if (!read) break;
+    read->permissions = entry.permissions;
     entry = *read;
   }
   reporter.ClearProgress();

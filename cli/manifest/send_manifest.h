@@ -27,8 +27,9 @@ std::optional<ManifestEntry> ReadEntry(const ManifestSource& source, const Diges
 /// The manifest of what is sent, from reading the files to the file that travels with them.
 class SendManifest {
  public:
-  /// Throws a Failure when the key cannot be read. `keyFile` may be empty.
-  SendManifest(const SendPlan& plan, const std::string& keyFile);
+  /// Throws a Failure when the key cannot be read. `keyFile` may be empty. With `permissions` those of the files
+  /// travel.
+  SendManifest(const SendPlan& plan, const std::string& keyFile, bool permissions);
 
   /// Takes the files as they are now; digests of those that are as they were stay. Throws a Failure.
   void List(const SourceWatch& watch);
@@ -49,6 +50,7 @@ class SendManifest {
 
  private:
   const SendPlan& plan;
+  const bool permissions;
   std::string Place(std::string_view name, const std::string& text);
 
   std::optional<ManifestKey> key;

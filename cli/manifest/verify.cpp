@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "cli/manifest/links.h"
 #include "cli/staging/staging.h"
 
 namespace quorl::cli {
@@ -24,6 +25,7 @@ class Verifier {
     }
     for (const std::string& name : tree.strange) Differ(name, "is neither a file nor a directory");
     if (!tree.readable) Differ(".", "cannot be read");
+    result.verified.links = LinksOf(manifest);
     // Their announcements may have been lost; the manifest was not.
     result.verified.emptyDirectories = manifest.emptyDirectories;
     return std::move(result);
@@ -52,7 +54,8 @@ class Verifier {
     if (ended) return;
     if (!read) return Differ(entry.name, file.Why().text);
     if (!IsSame(read->digest, entry.digest)) return Differ(entry.name, "has another content");
-    if (const SystemError error = file.Describe(entry.written, entry.executable)) return Differ(entry.name, error.text);
+    if (const SystemError error = file.Describe(entry.written, entry.executable, entry.permissions))
+      return Differ(entry.name, error.text);
     result.verified.files.push_back(*found);
   }
 

@@ -35,6 +35,13 @@ struct Meant {
   std::vector<std::string> names;   ///< As they are shown for the addresses of receivers.
 };
 
+/// What becomes of symbolic links in what is sent.
+enum class Links {
+  Follow,  ///< The file that they lead to travels under their name; those to directories do not.
+  Keep,    ///< They travel as links.
+  Skip,
+};
+
 struct SendOptions {
   std::vector<std::string> paths;
   uint32_t rate = 100000;         ///< kbit/s; 0: the fixed pacing.
@@ -49,6 +56,8 @@ struct SendOptions {
   std::vector<std::string> exclude;  ///< Patterns of names that are left out.
   bool skipUnreadable = false;       ///< Leave unreadable files out instead of sending nothing.
   bool manifest = true;
+  Links links = Links::Follow;
+  bool permissions = false;  ///< Those of files travel.
   bool subdirectories = true;
   std::string target;    ///< The drive path that receivers are asked to use; empty: their own choice.
   std::string openName;  ///< As the library wants it; empty: none.
@@ -64,6 +73,7 @@ struct ReceiveOptions {
   bool sync = false;
   bool quick = false;         ///< A file of the same size and time is the same file.
   bool allOrNothing = false;  ///< Nothing is moved unless everything is.
+  bool permissions = true;    ///< Files get those that the sender says.
   bool keep = false;
   bool open = false;
   std::string then;                 ///< A program; empty: none.

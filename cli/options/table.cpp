@@ -154,6 +154,10 @@ Existing ExistingValue(const std::string& text) {
                                 {"fail", Existing::Fail}});
 }
 
+Links LinksValue(const std::string& text) {
+  return OneOf<Links>(text, {{"follow", Links::Follow}, {"keep", Links::Keep}, {"skip", Links::Skip}});
+}
+
 ProgressStyle ProgressValue(const std::string& text) {
   return OneOf<ProgressStyle>(
       text, {{"auto", ProgressStyle::Auto}, {"plain", ProgressStyle::Plain}, {"none", ProgressStyle::None}});
@@ -217,6 +221,11 @@ constexpr std::array SEND_OPTIONS = {
         [](Options& options, Value text) { options.send.exclude.push_back(text); }, true},
     OptionRow{SEND, "--skip-unreadable", "", "", None, "send the rest when something cannot be read",
               [](Options& options, Value) { options.send.skipUnreadable = true; }},
+    OptionRow{SEND, "--links", "", "follow|keep|skip", Choice,
+              "symbolic links: send the file that one leads to, make the same link there, or leave it out (follow)",
+              [](Options& options, Value text) { options.send.links = LinksValue(text); }},
+    OptionRow{SEND, "--perms", "", "", None, "also send who may read, write and run each file",
+              [](Options& options, Value) { options.send.permissions = true; }},
     OptionRow{SEND, "--no-manifest", "", "", None,
               "send no list of digests along; receivers then cannot verify, nor restore times",
               [](Options& options, Value) { options.send.manifest = false; }},
@@ -244,6 +253,8 @@ constexpr std::array RECEIVE_OPTIONS = {
     OptionRow{RECEIVE, "--all-or-nothing", "", "", None,
               "move nothing unless everything is whole and right, and keep nothing of a transfer that breaks",
               [](Options& options, Value) { options.receive.allOrNothing = true; }},
+    OptionRow{RECEIVE, "--no-perms", "", "", None, "give files the permissions of new ones, whatever the sender says",
+              [](Options& options, Value) { options.receive.permissions = false; }},
     OptionRow{RECEIVE, "--keep", "-k", "", None, "go on with the next transfer after each",
               [](Options& options, Value) { options.receive.keep = true; }},
     OptionRow{RECEIVE, "--then", "", "PROGRAM", File,

@@ -97,6 +97,9 @@ void TellLists(Reporter& reporter, const ReceiveResult& result) {
                  fmt::format("  {:<8} {:>3}   with the same contents, left alone", "there", result.inPlace));
   List skipped(reporter, "skipped", "skipped", result.moved.skipped.size());
   for (const std::string& name : result.moved.skipped) skipped.Add(name, "", "", Quoted(name) + " existed");
+  List unmade(reporter, "unmade", "no links", result.moved.unmade.size());
+  for (const std::string& name : result.moved.unmade)
+    unmade.Add(name, "", "", Quoted(name) + ": this system makes none");
   List taken(reporter, "taken", "exist", result.moved.taken.size());
   for (const std::string& name : result.moved.taken) taken.Add(name, "", "", Quoted(name));
   std::vector<Reason> refused;

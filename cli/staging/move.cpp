@@ -23,6 +23,15 @@ struct Place {
   Directory to;
 };
 
+/// What is moved: a file, or a symbolic link.
+struct Thing {
+  std::string name;
+  uint64_t size = 0;
+  std::string leadsTo;  ///< Of a link; empty: a file.
+
+  bool IsLink() const { return !leadsTo.empty(); }
+};
+
 /// "notes (2).txt" for "notes.txt".
 std::string Numbered(const std::string& leaf, int number) {
   const size_t dot = leaf.rfind('.');
@@ -50,20 +59,24 @@ class Mover {
     if (rules.existing == Existing::Fail) FindTaken();
     if (!report.taken.empty()) return std::move(report);
     for (const std::string& name : tree.emptyDirectories) MakeDirectory(name);
-    for (const StagedTree::File& file : tree.files) Move(file);
+    for (const StagedTree::File& file : tree.files) Move({file.name, file.size, ""});
+    for (const StagedTree::Link& link : tree.links) MoveLink(link);
     if (rules.sync) SyncDirectories();
     return std::move(report);
   }
 
  private:
   void FindTaken() {
-    for (const StagedTree::File& file : tree.files) {
-      const SplitName split(file.name);
-      const Directory to = target.Sub(split.directory);
-      if (!to || !to.Look(split.leaf)) continue;
-      place = {split.directory, staging.Sub(split.directory), to};
-      if (!IsAlike(split.leaf, file.size)) report.taken.push_back(file.name);
-    }
+    for (const StagedTree::File& file : tree.files) LookWhetherTaken({file.name, file.size, ""});
+    for (const StagedTree::Link& link : tree.links) LookWhetherTaken({link.name, 0, link.leadsTo});
+  }
+
+  void LookWhetherTaken(const Thing& thing) {
+    const SplitName split(thing.name);
+    const Directory to = target.Sub(split.directory);
+    if (!to || !to.Look(split.leaf)) return;
+    place = {split.directory, staging.Sub(split.directory), to};
+    if (!IsAlike(split.leaf, thing)) report.taken.push_back(thing.name);
   }
 
   /// Every directory that got a name, and those above it, which may be new as well.
@@ -93,7 +106,41 @@ class Mover {
     report.hadNoRoom = report.hadNoRoom || error.kind == SystemError::Kind::NoRoom;
   }
 
-  void Move(const StagedTree::File& file) {
+  /// Links that were delivered before count as what they are; any other may lead anywhere.
+  bool IsSafe(const StagedTree::Link& link) const {
+    for (const std::string& name : link.through)
+      if (!target.Sub(name)) return false;
+    const SplitName split(link.to);
+    const Directory directory = target.Sub(split.directory);
+    const auto there = directory ? directory.Look(split.leaf) : std::nullopt;
+    return there && (there->kind == NamedThing::Kind::File || there->kind == NamedThing::Kind::Directory ||
+                     made.contains(link.to));
+  }
+
+  void MoveLink(const StagedTree::Link& link) {
+    if (!link.why.empty()) {
+      report.refused.push_back({link.name, link.why});
+      return;
+    }
+    if (!IsSafe(link)) {
+      report.refused.push_back({link.name, "what it leads to is not there, or something else is"});
+      return;
+    }
+    const SplitName split(link.name);
+    const Directory from = staging.Sub(split.directory, WhenAbsent::Make);
+    const SystemError error = from ? from.MakeLink(split.leaf, link.leadsTo) : from.Why();
+    if (error.kind == SystemError::Kind::NotHere) {
+      report.unmade.push_back(link.name);
+    } else if (error) {
+      Refuse(link.name, error);
+    } else {
+      Move({link.name, 0, link.leadsTo});
+      const Directory to = target.Sub(split.directory);
+      if (to && to.LinkAt(split.leaf) == link.leadsTo) made.insert(link.name);
+    }
+  }
+
+  void Move(const Thing& file) {
     const SplitName split(file.name);
     if (IsReservedName(file.name)) {
       report.refused.push_back({file.name, "the name is reserved"});
@@ -103,15 +150,15 @@ class Mover {
       Refuse(file.name, error);
       return;
     }
-    if (IsAlike(split.leaf, file.size)) {
+    if (IsAlike(split.leaf, file)) {
       report.alike.push_back(file.name);
       return;
     }
     std::string as = split.leaf;
-    SystemError error = rules.sync ? Sync(split.leaf) : SystemError();
+    SystemError error = rules.sync && !file.IsLink() ? Sync(split.leaf) : SystemError();
     if (!error) error = MoveTo(split.leaf, as);
     // Another receiver of this machine may have brought it since.
-    if (error.kind == SystemError::Kind::Exists && IsAlike(split.leaf, file.size)) {
+    if (error.kind == SystemError::Kind::Exists && IsAlike(split.leaf, file)) {
       report.alike.push_back(file.name);
       return;
     }
@@ -119,7 +166,7 @@ class Mover {
       error = MoveToNumbered(split.leaf, as);
     if (!error) {
       const std::string prefix = split.directory.empty() ? "" : split.directory + "/";
-      report.moved.push_back({file.name, prefix + as});
+      report.moved.push_back({file.name, prefix + as, file.IsLink()});
       report.bytes += file.size;
     } else if (error.kind == SystemError::Kind::Exists && rules.existing == Existing::Skip) {
       report.skipped.push_back(file.name);
@@ -136,10 +183,11 @@ class Mover {
     return place.to.Why();
   }
 
-  /// Whether a file with the same contents stands under the name already.
-  bool IsAlike(const std::string& leaf, uint64_t size) const {
+  /// Whether the same stands under the name already.
+  bool IsAlike(const std::string& leaf, const Thing& thing) const {
+    if (thing.IsLink()) return place.to.LinkAt(leaf) == thing.leadsTo;
     const auto there = place.to.Look(leaf);
-    if (!there || there->kind != NamedThing::Kind::File || there->size != size) return false;
+    if (!there || there->kind != NamedThing::Kind::File || there->size != thing.size) return false;
     OpenedFile ours = place.from.Read(leaf);
     OpenedFile theirs = place.to.Read(leaf);
     return ours && theirs && HaveSameContents(ours, theirs);
@@ -179,6 +227,7 @@ class Mover {
   const StagedTree& tree;
   const MoveRules& rules;
   Place place;
+  std::set<std::string> made;  ///< Links that stand under their names.
   MoveReport report;
 };
 

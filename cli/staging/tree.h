@@ -15,8 +15,17 @@ struct StagedTree {
     std::string name;
     uint64_t size = 0;
   };
+  /// A symbolic link that is yet to be made.
+  struct Link {
+    std::string name;
+    std::string leadsTo;               ///< As it stands in the link.
+    std::vector<std::string> through;  ///< The directories on its way,
+    std::string to;                    ///< and what stands at its end.
+    std::string why;                   ///< Not empty: why it is refused.
+  };
   std::vector<File> files;
   std::vector<std::string> emptyDirectories;
+  std::vector<Link> links;           ///< Those that others lead to before them. ListTree finds none.
   std::vector<std::string> strange;  ///< Neither a directory nor a regular file with one name.
   bool readable = true;              ///< False when a directory could not be read to its end.
 };

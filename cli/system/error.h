@@ -12,6 +12,7 @@ struct SystemError {
     NotAFile,  ///< Something else than a regular file.
     NoReader,  ///< Nobody reads any more.
     NoRoom,    ///< On the disk, for contents or for a name, or over a quota.
+    NotHere,   ///< This system cannot do it at all.
     Other,
   };
   Kind kind = Kind::None;

@@ -27,9 +27,10 @@ struct FileTime {
 struct FileStamp {
   uint64_t size = 0;
   FileTime written;
-  FileTime changed;         ///< Contents or anything else.
-  bool executable = false;  ///< Its owner may run it.
-  bool isProgram = false;   ///< Somebody may.
+  FileTime changed;                     ///< Contents or anything else.
+  bool executable = false;              ///< Its owner may run it.
+  bool isProgram = false;               ///< Somebody may.
+  std::optional<uint16_t> permissions;  ///< Who may read, write and run it, 9 bits; nothing where there are none.
 
   friend bool operator==(const FileStamp&, const FileStamp&) = default;
 };
@@ -47,8 +48,9 @@ class OpenedFile {
   std::optional<size_t> Read(std::span<char> into);
   std::optional<FileStamp> Stamp() const;
 
-  /// Sets when it was written, and lets those run it that may read it.
-  SystemError Describe(FileTime written, bool executable) const;
+  /// Sets when it was written, and who may read, write and run it, its owner read in any case; without permissions,
+  /// lets those run it that may read it.
+  SystemError Describe(FileTime written, bool executable, std::optional<uint16_t> permissions) const;
 
   /// Brings its contents to the disk itself.
   SystemError Sync() const;
@@ -61,6 +63,12 @@ class OpenedFile {
   std::shared_ptr<State> state;
   SystemError why;
 };
+
+/// Whether this system has symbolic links as others have them.
+bool HasLinks();
+
+/// What a symbolic link leads to, as it stands there; nothing when it is none.
+std::optional<std::string> LinkAt(const std::string& path);
 
 /// Whether any user of this machine may read the file.
 bool IsReadByEveryone(const std::string& path);
@@ -115,6 +123,12 @@ class Directory {
 
   /// A directory directly in it that nobody else may enter, where what is moved out of it does not stay closed to them.
   SystemError MakePrivate(const std::string& name) const;
+
+  /// What the symbolic link of that name directly in it leads to, as it stands there; nothing when it is none.
+  std::optional<std::string> LinkAt(const std::string& name) const;
+
+  /// A new symbolic link directly in it; of kind NotHere where the system has none.
+  SystemError MakeLink(const std::string& name, const std::string& leadsTo) const;
 
   /// A new file directly in it that nobody else may read.
   SystemError Write(const std::string& name, std::string_view text) const;

@@ -20,6 +20,7 @@ enum Capability : uint32_t {
   TELLS_VERDICT = 1,    ///< Says what became of what it received.
   TAKES_CATALOGUE = 2,  ///< Takes the catalogue first and the manifest last.
   HAS_SOMETHING = 4,    ///< Has something where the files would go.
+  TAKES_LINKS = 8,      ///< Takes a manifest with links and permissions.
 };
 
 using Bytes = std::vector<uint8_t>;

@@ -55,6 +55,7 @@ class Delivering {
       const std::vector<uint32_t>& meant = read->manifest.onlyFor;
       arrival.isForOthers = !meant.empty() && std::find(meant.begin(), meant.end(), rules.ownAddress) == meant.end();
       manifest = std::move(*read);
+      if (!rules.permissions) ForgetPermissions(manifest.manifest);
     } else {
       arrival.manifest = Arrival::Listed::Unusably;
       arrival.whyUnusable = std::get<std::string>(*found);

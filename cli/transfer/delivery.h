@@ -39,6 +39,7 @@ struct DeliveryRules {
   const Manifest* catalogue = nullptr;  ///< Of what was to come; null: none is known.
   InPlace inPlace;
   bool allOrNothing = false;
+  bool permissions = true;  ///< Those of the manifest are given to the files.
   uint32_t ownAddress = 0;
   DigestProgress progress;  ///< Hears of the bytes read while verifying.
 };

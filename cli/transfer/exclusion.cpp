@@ -6,6 +6,7 @@
 
 #include "cli/show/escape.h"
 #include "cli/show/progress.h"
+#include "cli/system/files.h"
 
 namespace quorl::cli {
 namespace {
@@ -85,6 +86,12 @@ bool Exclusion::Excludes(std::string_view name, bool isDirectory) const {
   });
 }
 
+std::optional<std::string> Exclusion::LinkLeftOut(std::string_view drivePath) const {
+  const std::string name = LocalName(std::string(drivePath.substr(std::min(drivePath.size(), DRIVE_LENGTH))));
+  if (!localPath || name.find('/') == std::string::npos || Excludes(name, false)) return std::nullopt;
+  return LinkAt(localPath(drivePath));
+}
+
 uint32_t Exclusion::Filter(void* context, const char* drivePath, uint32_t isDirectory) {
   const auto& exclusion = *static_cast<const Exclusion*>(context);
   const std::string_view path = drivePath;
@@ -92,7 +99,8 @@ uint32_t Exclusion::Filter(void* context, const char* drivePath, uint32_t isDire
   if (path.front() < FIRST_LETTER) return 1;
   if (exclusion.paths.contains(path)) return 0;
   const std::string name = LocalName(path.substr(std::min(path.size(), DRIVE_LENGTH)));
-  return exclusion.Excludes(name, isDirectory != 0) ? 0 : 1;
+  if (exclusion.Excludes(name, isDirectory != 0)) return 0;
+  return isDirectory == 0 && exclusion.LinkLeftOut(path) ? 0 : 1;
 }
 
 }  // namespace quorl::cli

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -15,7 +16,7 @@ namespace quorl::cli {
 /// "[!a-z]" for one of a set, "\\" for the next character itself.
 bool Matches(std::string_view pattern, std::string_view name);
 
-/// The patterns of --exclude, and single files and directories.
+/// The patterns of --exclude, single files and directories, and symbolic links.
 class Exclusion {
  public:
   explicit Exclusion(std::vector<std::string> patterns = {}) : patterns(std::move(patterns)) {}
@@ -23,6 +24,13 @@ class Exclusion {
   /// `name`: as it would travel, "tree/sub/a.txt". A pattern with "/" is for the whole of it, or of its end behind one;
   /// any other is for its last part. One that ends with "/" is for directories.
   bool Excludes(std::string_view name, bool isDirectory) const;
+
+  /// Leaves out every symbolic link that is met, but not one that was named; without it they are followed.
+  /// `local`: a path of the library as one of this machine.
+  void LeaveOutLinks(std::function<std::string(std::string_view drivePath)> local) { localPath = std::move(local); }
+
+  /// What such a link leads to; nothing when the path is none, or is left out for its name already.
+  std::optional<std::string> LinkLeftOut(std::string_view drivePath) const;
 
   /// Leaves out a path of the library as well.
   void Add(const std::string& drivePath) { paths.insert(drivePath); }
@@ -32,6 +40,7 @@ class Exclusion {
 
  private:
   std::vector<std::string> patterns;
+  std::function<std::string(std::string_view)> localPath;
   std::set<std::string, std::less<>> paths;
 };
 

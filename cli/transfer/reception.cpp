@@ -95,7 +95,7 @@ bool Reception::Open() {
   SetProfile(1);
   SetSender(options.from);
   const bool hasSomething = !staging.Target().Names().value_or(std::vector<std::string>()).empty();
-  SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE | (hasSomething ? uint32_t{HAS_SOMETHING} : 0));
+  SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE | TAKES_LINKS | (hasSomething ? uint32_t{HAS_SOMETHING} : 0));
   UseNextStaging();
   if (InitClient(inbox.Window(), venue.group, venue.port, venue.interface.address) == 0) return false;
   StartReceive();

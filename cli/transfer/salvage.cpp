@@ -55,7 +55,7 @@ Salvaged Salvage(Staging& staging, const Manifest& catalogue, const std::map<uin
     OpenedFile file = from.Read(name);
     const auto read = file ? DigestOfFile(file, nullptr) : std::nullopt;
     const bool isRight = read && read->size == entry.size && IsSame(read->digest, digest);
-    if (isRight && !file.Describe(entry.written, entry.executable)) {
+    if (isRight && !file.Describe(entry.written, entry.executable, entry.permissions)) {
       whole.files.push_back({name, entry.size});
     } else {
       files.erase(found);

@@ -8,8 +8,12 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <new>
+#include <utility>
 
+#include "cli/manifest/links.h"
 #include "cli/outcome/exits.h"
 #include "cli/show/escape.h"
 #include "cli/show/progress.h"
@@ -87,12 +91,15 @@ const char* InWords(uint32_t obstacle) {
 /// Takes down what the library says of the selection.
 class Survey {
  public:
-  Survey(SendPlan& plan, Exclusion& exclusion, bool skipUnreadable)
-      : plan(plan), exclusion(exclusion), skipUnreadable(skipUnreadable) {}
+  Survey(SendPlan& plan, Exclusion& exclusion, const PlanRules& rules)
+      : plan(plan), exclusion(exclusion), rules(rules) {}
 
   static void Tell(void* context, const QuorlSurveyEntry* entry) { static_cast<Survey*>(context)->Take(*entry); }
 
-  void Finish() { NoteEmptyDirectory(""); }
+  void Finish() {
+    NoteEmptyDirectory("");
+    SettleLinks();
+  }
 
  private:
   void Take(const QuorlSurveyEntry& entry) {
@@ -121,7 +128,7 @@ class Survey {
   void TakeUnreadable(const QuorlSurveyEntry& entry, bool isFile) {
     const std::string path = LocalPath(entry);
     const std::string why = isFile ? OpenedFile::Open(path).Why().text : Directory::Open(path).Why().text;
-    if (skipUnreadable) {
+    if (rules.skipUnreadable) {
       exclusion.Add(entry.path);
       plan.leftOut.push_back({path, why});
       ++plan.lost;
@@ -132,7 +139,12 @@ class Survey {
   }
 
   void LeaveOut(const QuorlSurveyEntry& entry) {
-    if (entry.obstacle == QUORL_OBSTACLE_FILTERED) {
+    const bool isFiltered = entry.obstacle == QUORL_OBSTACLE_FILTERED;
+    if (const auto leadsTo = isFiltered ? exclusion.LinkLeftOut(entry.path) : std::nullopt) {
+      TakeLink(entry, *leadsTo);
+      return;
+    }
+    if (isFiltered) {
       plan.excluded.push_back({LocalPath(entry), "excluded"});
       return;
     }
@@ -141,6 +153,32 @@ class Survey {
     plan.leftOut.push_back({LocalPath(entry), why != nullptr ? why : "its name cannot travel"});
     const bool wasChosen = why == nullptr || entry.obstacle == QUORL_OBSTACLE_TOO_MANY_BLOCKS;
     plan.lost += wasChosen ? 1 : 0;
+  }
+
+  void TakeLink(const QuorlSurveyEntry& entry, const std::string& leadsTo) {
+    const std::string name = LocalName(std::string(entry.path).substr(DRIVE_LENGTH));
+    if (rules.links == Links::Skip) {
+      plan.leftOut.push_back({LocalPath(entry), "symbolic link"});
+    } else {
+      plan.links.push_back({name, leadsTo});
+      linkPaths.emplace(name, LocalPath(entry));
+    }
+  }
+
+  /// Once everything is known that they can lead to.
+  void SettleLinks() {
+    Manifest manifest;
+    for (const PlannedFile& file : plan.files) manifest.files.push_back({.name = file.name});
+    manifest.emptyDirectories = plan.emptyDirectories;
+    manifest.links = std::exchange(plan.links, {});
+    for (const StagedTree::Link& link : LinksOf(manifest)) {
+      if (link.why.empty()) {
+        plan.links.push_back({link.name, link.leadsTo});
+      } else {
+        plan.leftOut.push_back({linkPaths.at(link.name), fmt::format("a link that {}", link.why)});
+        ++plan.lost;
+      }
+    }
   }
 
   /// A directory that nothing has followed from beneath itself is empty.
@@ -165,9 +203,18 @@ class Survey {
 
   SendPlan& plan;
   Exclusion& exclusion;
-  const bool skipUnreadable;
-  std::string lastDirectory;  ///< Of which nothing is known but its name; empty: none.
+  const PlanRules& rules;
+  std::map<std::string, std::string> linkPaths;  ///< On this machine, by the names that they travel under.
+  std::string lastDirectory;                     ///< Of which nothing is known but its name; empty: none.
 };
+
+/// How a path of the library is one of this machine, for as long as the drives are these.
+std::function<std::string(std::string_view)> LocalPaths(const std::vector<DriveMapping>& drives) {
+  return [drives](std::string_view drivePath) {
+    const auto drive = static_cast<size_t>(drivePath.front() - FIRST_LETTER);
+    return drives[drive].directory + "/" + LocalName(std::string(drivePath.substr(DRIVE_LENGTH)));
+  };
+}
 
 void RejectNameless(const fs::path& path) {
   if (path.has_filename()) return;
@@ -225,8 +272,9 @@ SendPlan PlanSending(const std::vector<std::string>& paths, const PlanRules& rul
   for (const std::string& path : plan.paths) texts.push_back(path.c_str());
   const auto exclusion = std::make_shared<Exclusion>(rules.exclude);
   plan.exclusion = exclusion;
+  if (rules.links != Links::Follow) exclusion->LeaveOutLinks(LocalPaths(plan.drives));
   SetSelectionFilter(&Exclusion::Filter, exclusion.get());
-  Survey survey(plan, *exclusion, rules.skipUnreadable);
+  Survey survey(plan, *exclusion, rules);
   const auto count = static_cast<uint32_t>(texts.size());
   if (SurveySelection(texts.data(), count, rules.subdirectories ? 1 : 0, &Survey::Tell, &survey) == 0)
     throw std::bad_alloc();

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "cli/manifest/manifest.h"
+#include "cli/options/options.h"
 #include "cli/transfer/exclusion.h"
 
 namespace quorl::cli {
@@ -36,6 +38,7 @@ struct SendPlan {
   std::vector<std::string> paths;  ///< "D:\name", in the order given.
   std::vector<PlannedFile> files;
   std::vector<std::string> emptyDirectories;  ///< Those without files, as they travel.
+  std::vector<ManifestLink> links;            ///< That travel as links.
   uint64_t directories = 0;
   uint64_t bytes = 0;
   uint64_t blocks = 0;
@@ -55,6 +58,7 @@ struct PlanRules {
   bool subdirectories = true;
   std::vector<std::string> exclude;  ///< Patterns.
   bool skipUnreadable = false;
+  Links links = Links::Follow;
 };
 
 /// Gives every directory that holds one of `paths` a drive letter of its own, so that all of them have parents of equal

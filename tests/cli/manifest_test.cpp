@@ -6,10 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 
+#include "cli/manifest/links.h"
 #include "cli/manifest/send_manifest.h"
 #include "cli/manifest/verify.h"
 #include "cli/outcome/exits.h"
@@ -79,7 +82,8 @@ TEST(Manifest, HasOneTextAndNoOther) {
   for (const char* head :
        {"file 04 1.000000012 x", "file -4 1.000000012 x", "file 18446744073709551616 1.000000012 x",
         "file  4 1.000000012 x", "file 4 +1.000000012 x", "file 4 9999999999999.000000012 x", "file 4 000000012 x",
-        "file 4 1.12 x", "file 4 1.1000000000 x", "file 4 1.000000012 y", "File 4 1.000000012 x"})
+        "file 4 1.12 x", "file 4 1.1000000000 x", "file 4 1.000000012 y", "file 4 1.000000012 08",
+        "file 4 1.000000012 888", "file 4 1.000000012 4755", "File 4 1.000000012 x"})
     wrong.push_back(std::string(head) + " " + digest + " a\n");
   wrong.push_back("file 4 1.000000012 x " + digest.substr(1) + " a\n");
   wrong.push_back("file 4 1.000000012 x " + digest.substr(1) + "A a\n");
@@ -88,6 +92,43 @@ TEST(Manifest, HasOneTextAndNoOther) {
   for (size_t length = 0; length < text.size(); ++length) EXPECT_NE(WhyNot(text.substr(0, length)), "") << length;
   EXPECT_NE(WhyNot(text + "\n"), "");
   EXPECT_NE(WhyNot(Sealed(FileLine("a") + std::string(MANIFEST_LIMIT, 'x') + "\n")), "");
+}
+
+TEST(Manifest, ALinkIsFollowedOnlyToWhatIsDelivered) {
+  const auto parsed = ParseManifest(Sealed(FileLine("t/a b") + FileLine("t/d/x") +
+                                           "dir t/e\n"
+                                           "link t/1//d/../a b\nlink t/2//1\nlink t/3//./e/\nlink t/4//../t/d\n"
+                                           "link t/5///t/a b\nlink t/6//../..\nlink t/7//../../in/t/a b\n"
+                                           "link t/8//4/x\nlink t/9//9\nlink t/a//there/../a b\nlink t/b//..\n"
+                                           "link t/c//9\nlink t/d1//d\\x5c..\n"),
+                                    nullptr);
+  ASSERT_TRUE(std::holds_alternative<ReadManifest>(parsed)) << std::get<std::string>(parsed);
+  const Manifest& manifest = std::get<ReadManifest>(parsed).manifest;
+  std::map<std::string, std::string> whys;
+  std::vector<std::string> order;
+  for (const StagedTree::Link& link : LinksOf(manifest)) {
+    whys[link.name] = link.why;
+    order.push_back(link.name);
+  }
+  const std::string out = "leads out of what is delivered", nothing = "leads to nothing that is delivered";
+  EXPECT_EQ(whys, (std::map<std::string, std::string>{{"t/1", ""},
+                                                      {"t/2", ""},
+                                                      {"t/3", ""},
+                                                      {"t/4", ""},
+                                                      {"t/5", out},
+                                                      {"t/6", out},
+                                                      {"t/7", out},
+                                                      {"t/8", "leads through another link"},
+                                                      {"t/9", "leads to itself"},
+                                                      {"t/a", nothing},
+                                                      {"t/b", out},
+                                                      {"t/c", "leads to a link that is left out"},
+                                                      {"t/d1", nothing}}));
+  EXPECT_LT(std::find(order.begin(), order.end(), "t/1"), std::find(order.begin(), order.end(), "t/2"));
+  for (const char* lines :
+       {"link a//a/../b\nlink a//c\n", "link b//x\nlink a//x\n", "link a//x\ndir b\n", "link a/x\n", "link a//\n",
+        "link //a\n", "link a//b\\x00\n", "dir a/b\nlink a//x\n", "dir a\nlink a//x\n", "link a//x\nlink a/b//x\n"})
+    EXPECT_EQ(WhyNot(Sealed(lines)), "the manifest is not well-formed") << lines;
 }
 
 TEST(Manifest, ASealHoldsEveryBitAndAKeyAcceptsNoOther) {

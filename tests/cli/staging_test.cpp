@@ -62,6 +62,26 @@ class StagingTest : public TempTreeTest {
   static bool Nothing(const std::string&) { return true; }
 };
 
+#ifndef _WIN32
+TEST_F(StagingTest, ALinkIsMadeOnlyWhereItsWayIsTheOneThatWasDelivered) {
+  for (const char* name : {"from/d/f", "from/e/f"}) Write(name, "new");
+  fs::create_directories(root / "outside");
+  fs::create_directory_symlink(root / "outside", root / "in/e");
+  Write("in/taken", "old");
+  const Directory from = Directory::Open((root / "from").string());
+  StagedTree tree = ListTree(from);
+  tree.links = {
+      {"to d", "d/f", {"d"}, "d/f", ""}, {"to e", "e/f", {"e"}, "e/f", ""}, {"by e", "e/../d/f", {"e"}, "d/f", ""},
+      {"d/at e", "../e", {}, "e", ""},   {"taken", "d", {}, "d", ""},       {"past taken", "taken", {}, "taken", ""}};
+  const MoveReport report = MoveTree(from, Directory::Open((root / "in").string()), tree, {Existing::Overwrite});
+  EXPECT_EQ(Names(report.refused), (std::set<std::string>{"e/f", "to e", "by e", "d/at e"}));
+  const Tree expected{{"d/", ""},         {"d/f", "new"},    {"e", "-> " + (root / "outside").string()},
+                      {"to d", "-> d/f"}, {"taken", "-> d"}, {"past taken", "-> taken"}};
+  EXPECT_EQ(Look("in"), expected);
+  EXPECT_TRUE(fs::is_empty(root / "outside"));
+}
+#endif
+
 struct PolicyCase {
   Existing existing;
   bool inOneStep;

@@ -139,6 +139,31 @@ class AgreementTest(unittest.TestCase):
         self.same(1)
         self.assertEqual([path.name for path in self.room.target(1).iterdir()], ["tree"])
 
+    def test_links_travel_as_links_and_permissions_as_they_are(self):
+        for name, leads_to in {"latest": "a", "one": "latest-one", "latest-one": "a/one", "a/up": "../big",
+                               "out": "/etc/passwd", "root": "..", "past": "latest/one", "nowhere": "gone"}.items():
+            (self.tree / name).symlink_to(leads_to)
+        for name, mode in {"big": 0o640, "a/one": 0o4711, "a/two": 0o200, "empty": 0o606}.items():
+            (self.tree / name).chmod(mode)
+        kept = self.room.receiver(1)
+        sender = self.room.sender(self.tree, "--links", "keep", "--perms")
+        self.expect(sender, 11, "4 links", *(f'skipped: ".*/{name}" \\(a link that leads {why}' for name, why in (
+            ("out", "out of"), ("root", "out of"), ("past", "through another"), ("nowhere", "to nothing"))))
+        self.expect(kept, 0, "verified 4 of 4")
+        tree = self.room.target(1) / "tree"
+        self.assertEqual({str(path.relative_to(tree)): os.readlink(path) for path in tree.rglob("*")
+                          if path.is_symlink()},
+                         {"latest": "a", "one": "latest-one", "latest-one": "a/one", "a/up": "../big"})
+        self.assertEqual({name: (tree / name).stat().st_mode & 0o7777 for name in ("big", "a/one", "a/two", "empty")},
+                         {"big": 0o640, "a/one": 0o711, "a/two": 0o600, "empty": 0o606})
+        again = self.room.receiver(1, "--no-perms", "--existing", "overwrite")
+        (tree / "big").unlink()
+        (tree / "latest").unlink()
+        (tree / "latest").symlink_to("/etc")
+        self.expect(self.room.sender(self.tree, "--links", "keep", "--perms"), 11)
+        self.expect(again, 0)
+        self.assertEqual((os.readlink(tree / "latest"), (tree / "big").stat().st_mode & 0o777), ("a", 0o644))
+
     def test_a_retry_is_for_those_that_failed_alone(self):
         write(self.tree / "large", 40_000_000)
         steady, torn = self.room.receiver(1, "--keep"), self.room.receiver(2)

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -56,6 +57,14 @@ SystemError NoneOr(bool done) {
 
 FileTime TimeOf(const timespec& time) {
   return {time.tv_sec, static_cast<uint32_t>(time.tv_nsec)};
+}
+
+std::optional<std::string> LinkIn(int parent, const std::string& name) {
+  std::string text(PATH_MAX, '\0');
+  const ssize_t length = readlinkat(parent, name.c_str(), text.data(), text.size());
+  if (length < 0) return std::nullopt;
+  text.resize(static_cast<size_t>(length));
+  return text;
 }
 
 bool RemoveIn(int parent, const std::string& name) {
@@ -110,21 +119,34 @@ std::optional<size_t> OpenedFile::Read(std::span<char> into) {
 std::optional<FileStamp> OpenedFile::Stamp() const {
   struct stat status {};
   if (fstat(state->descriptor, &status) != 0) return std::nullopt;
-  return FileStamp{static_cast<uint64_t>(status.st_size), TimeOf(status.st_mtim), TimeOf(status.st_ctim),
-                   (status.st_mode & S_IXUSR) != 0, (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0};
+  return FileStamp{static_cast<uint64_t>(status.st_size),
+                   TimeOf(status.st_mtim),
+                   TimeOf(status.st_ctim),
+                   (status.st_mode & S_IXUSR) != 0,
+                   (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0,
+                   static_cast<uint16_t>(status.st_mode & 0777)};
 }
 
-SystemError OpenedFile::Describe(FileTime written, bool executable) const {
+SystemError OpenedFile::Describe(FileTime written, bool executable, std::optional<uint16_t> permissions) const {
   const std::array<timespec, 2> times{timespec{0, UTIME_OMIT},
                                       timespec{written.seconds, static_cast<long>(written.nanoseconds)}};
   struct stat status {};
   if (fstat(state->descriptor, &status) != 0) return LastError();
-  const mode_t mode = (status.st_mode & 0777) | (executable ? (status.st_mode & EVERYONE_READS) >> 2 : 0);
+  const mode_t own = (status.st_mode & 0777) | (executable ? (status.st_mode & EVERYONE_READS) >> 2 : 0);
+  const mode_t mode = permissions ? (*permissions & 0777) | S_IRUSR : own;
   return NoneOr(fchmod(state->descriptor, mode) == 0 && futimens(state->descriptor, times.data()) == 0);
 }
 
 SystemError OpenedFile::Sync() const {
   return NoneOr(fsync(state->descriptor) == 0);
+}
+
+bool HasLinks() {
+  return true;
+}
+
+std::optional<std::string> LinkAt(const std::string& path) {
+  return LinkIn(AT_FDCWD, path);
 }
 
 bool IsReadByEveryone(const std::string& path) {
@@ -191,6 +213,14 @@ OpenedFile Directory::Read(std::string_view name) const {
 
 SystemError Directory::MakePrivate(const std::string& name) const {
   return NoneOr(mkdirat(State::Of(*this), name.c_str(), 0700) == 0);
+}
+
+std::optional<std::string> Directory::LinkAt(const std::string& name) const {
+  return LinkIn(State::Of(*this), name);
+}
+
+SystemError Directory::MakeLink(const std::string& name, const std::string& leadsTo) const {
+  return NoneOr(symlinkat(leadsTo.c_str(), State::Of(*this), name.c_str()) == 0);
 }
 
 SystemError Directory::Write(const std::string& name, std::string_view text) const {

@@ -171,6 +171,14 @@ SystemError Directory::MakePrivate(const std::string& name) const {
   return NoneOr(MakeEntry(State::Of(*this), name, FILE_DIRECTORY_FILE).error);
 }
 
+std::optional<std::string> Directory::LinkAt(const std::string&) const {
+  return std::nullopt;
+}
+
+SystemError Directory::MakeLink(const std::string&, const std::string&) const {
+  return {SystemError::Kind::NotHere, ERROR_NOT_SUPPORTED, "this system makes no links"};
+}
+
 SystemError Directory::Write(const std::string& name, std::string_view text) const {
   OpenedHandle made = MakeEntry(State::Of(*this), name, FILE_NON_DIRECTORY_FILE);
   if (!made.handle) return ErrorOf(made.error);

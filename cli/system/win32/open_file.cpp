@@ -87,11 +87,15 @@ std::optional<FileStamp> OpenedFile::Stamp() const {
     return std::nullopt;
   }
   // What may be run is a matter of names here; no mark on the file says so to other systems.
-  return FileStamp{static_cast<uint64_t>(size.QuadPart), TimeOf(about.LastWriteTime), TimeOf(about.ChangeTime), false,
-                   IsProgram(PathOf(state->handle))};
+  return FileStamp{static_cast<uint64_t>(size.QuadPart),
+                   TimeOf(about.LastWriteTime),
+                   TimeOf(about.ChangeTime),
+                   false,
+                   IsProgram(PathOf(state->handle)),
+                   std::nullopt};
 }
 
-SystemError OpenedFile::Describe(FileTime written, bool) const {
+SystemError OpenedFile::Describe(FileTime written, bool, std::optional<uint16_t>) const {
   // What is 0 stays as it is.
   FILE_BASIC_INFO about{};
   about.LastWriteTime = StepsOf(written);
@@ -102,6 +106,15 @@ SystemError OpenedFile::Sync() const {
   // Only who may write may have it written.
   const Handle writable(ReOpenFile(state->handle, GENERIC_WRITE, SHARE_ALL, 0));
   return writable && FlushFileBuffers(writable.Get()) ? SystemError() : LastError();
+}
+
+// Those of this system want a right that accounts do not have, and another text.
+bool HasLinks() {
+  return false;
+}
+
+std::optional<std::string> LinkAt(const std::string&) {
+  return std::nullopt;
 }
 
 bool IsReadByEveryone(const std::string& path) {
