@@ -156,6 +156,7 @@ RoomOnDisk Reception::LookAtDisk(const QuorlReceiveState& state) const {
 /// While everything goes well the receiver stays open: its sender is still to hear what became of it.
 RoundEnd Reception::Ended(RoundEnd end) {
   end.announced = announced;
+  end.state = State();
   const auto patience = Clock::now() + LAST_WORDS;
   const bool mayLearnWhy =
       announced && !end.isForOthers && !end.isTooLate && end.kind == RoundEnd::Kind::Over && !end.IsComplete();
