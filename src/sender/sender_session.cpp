@@ -184,7 +184,7 @@ bool SenderSession::TakeLetter(Transfer& current, const FromReceiver& reply, End
     }
   }
   if (underWay) context->sockets.Reply(from, Build(*underWay));
-  if (heard) context->sockets.Reply(from, Build(*heard));
+  if (heard) context->sockets.Reply(from, BuildHeard(*heard));
   current.CarryOutOrders();
   return true;
 }

@@ -113,6 +113,22 @@ TEST_F(MailRoom, ACollectionEndsWhenAllThatAreExpectedHaveAnsweredAndSaidWhatThe
   EXPECT_EQ(collect({.count = 2}), 900ms);
 }
 
+TEST_F(MailRoom, WhoIsHeardInTheEndNeedNotSayItAgainAndLeavesAtOnce) {
+  const auto leave = [this](bool answersAreLost) {
+    room.Net().SetFilter([=](const Transit& transit) { return !(answersAreLost && Is(transit, CMD_ANSWER)); });
+    EXPECT_TRUE(room.StartReceivers());
+    EXPECT_TRUE(room.Send());
+    room.World().RunUntil([this] { return room.IsReceiverThrough(0); }, 20s);
+    Write(0, "everything is in its place");
+    room.World().RunFor(10ms);
+    const Moment before = room.World().Now();
+    room.Receiver(0).Call([this] { room.Client(0).DeInitClient(); });
+    return room.World().Now() - before;
+  };
+  EXPECT_LT(leave(false), 30ms);
+  EXPECT_GT(leave(true), 200ms) << "a sender that has heard the letter alone does not know";
+}
+
 TEST_F(MailRoom, WhatEverybodyHoldsIsNotStreamedAndWhoHoldsItIsComplete) {
   const BlockRange whole{1, 0, 10, 9 * BLOCK_SIZE}, half{2, 0, 10, 19 * BLOCK_SIZE};
   BlockRanges skipped, held;
