@@ -181,8 +181,8 @@ RoundEnd Reception::Ended(RoundEnd end) {
   return end;
 }
 
-int Reception::Conclude(const FinalVerdict& verdict) {
-  if ((State().senderCapabilities & TELLS_VERDICT) != 0) Say(verdict);
+int Reception::Conclude(const Letter& letter) {
+  if ((State().senderCapabilities & TELLS_VERDICT) != 0) Say(letter);
   const auto patience = Clock::now() + LONGEST_CONCLUSION;
   int signal = 0;
   while (GetLettersOnTheirWay() > 0 && Clock::now() < patience && signal == 0) {
