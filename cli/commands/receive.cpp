@@ -73,6 +73,9 @@ class Receiving {
         continue;
       }
       if (end.IsComplete() && end.about && end.about->purpose == About::Purpose::Catalogue) {
+        // A sender that has heard of the end is not told again, and what comes next may begin at once.
+        signal = reception.Conclude(StillAtWork{end.about->round});
+        if (signal != 0) return Interrupted({.kind = RoundEnd::Kind::Interrupted, .signal = signal});
         TakeCatalogue(*end.about);
         continue;
       }

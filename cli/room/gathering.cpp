@@ -32,6 +32,13 @@ std::chrono::seconds Gathering::Patience() const {
   return options.waitFor > 0 || !options.only.everyone ? DEFAULT_WAIT : 0s;
 }
 
+/// Before anybody has answered. Whose name alone is known may be at any address.
+Expected Gathering::WhoIsExpected() const {
+  if (options.only.everyone) return {.count = options.waitFor};
+  if (!options.only.names.empty()) return {};
+  return {.addresses = options.only.addresses};
+}
+
 Attendance Gathering::WhoIsThere() const {
   Attendance attendance;
   if (options.only.everyone) {
@@ -77,7 +84,7 @@ int Gathering::Wait() {
     reporter.Say(Fact("busy").Add("text", who), fmt::format("Waiting    {}", who));
   };
   for (;;) {
-    if (const int signal = listeners.LookWhenFree(deadline, tell)) return 128 + signal;
+    if (const int signal = listeners.LookWhenFree(WhoIsExpected(), deadline, tell)) return 128 + signal;
     if (IsReady()) return 0;
     if (Clock::now() >= deadline && IsEnough()) return 0;
     if (Clock::now() >= deadline) throw listeners.TooFew(std::max(options.waitFor, 1u), WhoIsThere().missing);
@@ -145,7 +152,7 @@ int Gathering::AskToStart() {
 /// The room stays as it is shown: who has come or gone since is told.
 void Gathering::LookAgain() {
   const std::vector<uint32_t> before = listeners.There();
-  listeners.Look();
+  listeners.Look({.addresses = before});
   const auto tell = [&](const std::vector<uint32_t>& some, const std::vector<uint32_t>& others, const char* what) {
     for (const uint32_t address : some) {
       if (std::find(others.begin(), others.end(), address) != others.end()) continue;
@@ -165,7 +172,9 @@ int Gathering::Again(const std::vector<uint32_t>& failed) {
   reporter.Say(Fact("retry").Add("count", failed.size()),
                fmt::format("Retry      for {}", Count(failed.size(), "receiver")));
   auto deadline = Clock::now() + (options.wait.count() >= 0 ? options.wait : DEFAULT_WAIT);
-  for (listeners.Look(); !listeners.MissingOf(failed).empty() && Clock::now() < deadline; listeners.Look()) {
+  const Expected expected{.addresses = failed};
+  for (listeners.Look(expected); !listeners.MissingOf(failed).empty() && Clock::now() < deadline;
+       listeners.Look(expected)) {
     if (const int signal = inbox.SignalWithin(0ms)) return 128 + signal;
   }
   return 0;

@@ -43,6 +43,7 @@ class Gathering {
   bool IsReady() const;
   bool IsEnough() const;
   std::chrono::seconds Patience() const;
+  Expected WhoIsExpected() const;
   void SayWaiting();
   void SayRoom();
   int AskToStart();

@@ -38,11 +38,11 @@ Failure Listeners::CannotAsk() {
            "\"quorl doctor\" checks this machine."}};
 }
 
-int Listeners::LookWhenFree(std::chrono::steady_clock::time_point deadline,
+int Listeners::LookWhenFree(const Expected& expected, std::chrono::steady_clock::time_point deadline,
                             const std::function<void(const std::string&)>& tell) {
   for (bool told = false;; told = true) {
     try {
-      Look();
+      Look(expected);
       return 0;
     } catch (const Failure& failure) {
       if (failure.code != Exit::GroupBusy || std::chrono::steady_clock::now() >= deadline) throw;
@@ -52,8 +52,13 @@ int Listeners::LookWhenFree(std::chrono::steady_clock::time_point deadline,
   }
 }
 
-void Listeners::Look() {
+void Listeners::Look(const Expected& expected) {
   Leave();
+  if (expected.addresses.empty()) {
+    SetExpectedReceivers(nullptr, expected.count);
+  } else {
+    SetExpectedReceivers(expected.addresses.data(), static_cast<uint32_t>(expected.addresses.size()));
+  }
   if (InitServer(inbox.Window(), venue.group, venue.port, venue.interface.address) == 0) throw CannotAsk();
   ++looks;
   there.resize(MOST_RECEIVERS);

@@ -17,6 +17,12 @@ namespace quorl::cli {
 /// The library takes no more receivers than this.
 inline constexpr size_t MOST_RECEIVERS = QUORL_RECEIVERS;
 
+/// Whose answers end a look: those at these addresses, or as many as that; nobody in particular.
+struct Expected {
+  std::vector<uint32_t> addresses{};
+  uint32_t count = 0;
+};
+
 /// Who listens on the group. Holds the sender's side of the library open between Look and the end of a transfer.
 class Listeners {
  public:
@@ -25,12 +31,14 @@ class Listeners {
   Listeners(const Listeners&) = delete;
   Listeners& operator=(const Listeners&) = delete;
 
-  /// Asks who is there, which takes about a second. Throws a Failure when nobody can be asked.
-  void Look();
+  /// Asks who is there, which takes about a second, or until all that are expected have answered. Throws a Failure when
+  /// nobody can be asked.
+  void Look(const Expected& expected = {});
 
   /// The same, and waits while another sender is active, no longer than until `deadline`; `tell` hears once whose turn
   /// it is. Returns the signal that ended the wait, or 0.
-  int LookWhenFree(std::chrono::steady_clock::time_point deadline, const std::function<void(const std::string&)>& tell);
+  int LookWhenFree(const Expected& expected, std::chrono::steady_clock::time_point deadline,
+                   const std::function<void(const std::string&)>& tell);
   void Leave();
 
   const std::vector<uint32_t>& There() const { return there; }

@@ -156,6 +156,7 @@ RoomOnDisk Reception::LookAtDisk(const QuorlReceiveState& state) const {
 /// While everything goes well the receiver stays open: its sender is still to hear what became of it.
 RoundEnd Reception::Ended(RoundEnd end) {
   end.announced = announced;
+  end.state = State();
   const auto patience = Clock::now() + LAST_WORDS;
   const bool mayLearnWhy =
       announced && !end.isForOthers && !end.isTooLate && end.kind == RoundEnd::Kind::Over && !end.IsComplete();
@@ -180,8 +181,8 @@ RoundEnd Reception::Ended(RoundEnd end) {
   return end;
 }
 
-int Reception::Conclude(const FinalVerdict& verdict) {
-  if ((State().senderCapabilities & TELLS_VERDICT) != 0) Say(verdict);
+int Reception::Conclude(const Letter& letter) {
+  if ((State().senderCapabilities & TELLS_VERDICT) != 0) Say(letter);
   const auto patience = Clock::now() + LONGEST_CONCLUSION;
   int signal = 0;
   while (GetLettersOnTheirWay() > 0 && Clock::now() < patience && signal == 0) {

@@ -39,9 +39,9 @@ class Reception {
   /// `agreed`: the catalogue of this sender that this receiver has answered; 0: none.
   RoundEnd Run(uint8_t agreed);
 
-  /// Tells the sender what became of it, waits until it has heard that, and closes the receiver. Returns the signal
-  /// that ended the wait.
-  int Conclude(const FinalVerdict& verdict);
+  /// Tells the sender what became of it, or that this receiver is at it, waits until it has heard that, and closes the
+  /// receiver. Returns the signal that ended the wait.
+  int Conclude(const Letter& letter);
 
  private:
   using Clock = std::chrono::steady_clock;

@@ -91,8 +91,11 @@ bool SendRun::Take(const InboxEvent& event) {
   return true;
 }
 
-/// A stop with a reason comes as two messages, 0 and then the reason.
+/// A stop with a reason comes as two messages, 0 and then the reason. When everybody has everything there is none.
 void SendRun::TakeLastStatus() {
+  const auto rows = RowsNow();
+  const auto isComplete = [](const auto& row) { return row.state == QUORL_RECEIVER_COMPLETE; };
+  if (!rows.empty() && std::all_of(rows.begin(), rows.end(), isComplete)) return;
   auto deadline = Clock::now() + 300ms;
   while (end.status == 0 && Clock::now() < deadline) {
     InboxEvent event = inbox.Next(50ms);

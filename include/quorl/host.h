@@ -39,6 +39,12 @@ QUORL_EXPORT uint32_t QUORL_CALL SetSendRate(uint32_t kilobitsPerSecond);
 /* Sender: the receivers collected so far. Fills at most capacity addresses, returns how many there are. */
 QUORL_EXPORT uint32_t QUORL_CALL GetReceivers(uint32_t* addresses, uint32_t capacity);
 
+/* Sender, robust: who is expected to answer, so that InitServer need not wait for whoever may: it returns 50 ms after
+   all of these count receivers are in the table, and what each of the table is able to is known as far as this host has
+   said the same (SetCapabilities); without them it takes its 0.9 s as ever. addresses: IPv4 in network byte order;
+   NULL: any count receivers. count 0: nobody in particular. For the next InitServer alone. Always 1. */
+QUORL_EXPORT uint32_t QUORL_CALL SetExpectedReceivers(const uint32_t* addresses, uint32_t count);
+
 /* Which rules a role follows from its next Init on. 0, at load: classic, the system's own rules to the letter.
    1: robust, the same datagrams, but lost ones are repeated where one side can cure it, the receiver is bound to one
    sender, and waits end early when what they wait for has come. Robust and classic ends work together.

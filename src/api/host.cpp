@@ -186,6 +186,15 @@ uint32_t GetReceivers(uint32_t* addresses, uint32_t capacity) {
   return Guarded(FAILED, [&] { return Server().GetReceivers(addresses, addresses == nullptr ? 0 : capacity); });
 }
 
+uint32_t SetExpectedReceivers(const uint32_t* addresses, uint32_t count) {
+  return Guarded(DONE, [&] {
+    quorl::ExpectedReceivers expected{.count = count};
+    if (addresses != nullptr) expected.addresses.assign(addresses, addresses + count);
+    Server().SetExpectedReceivers(std::move(expected));
+    return DONE;
+  });
+}
+
 uint32_t SetProfile(uint32_t profile) {
   if (profile > 1) return FAILED;
   return Guarded(FAILED, [&] {

@@ -61,6 +61,7 @@ Result ParseGrowing(std::span<const uint8_t> datagram) {
     message.text = rest.subspan(message.extension);
     if (message.text.size() > MAX_TEXT) return Reject::TextTooLong;
   }
+  if constexpr (requires { message.knowsEnd; }) message.knowsEnd = message.extension == 0 ? uint8_t{0} : rest[0];
   if constexpr (requires { message.size; }) message.size = static_cast<uint16_t>(datagram.size());
   return message;
 }
@@ -148,6 +149,14 @@ std::vector<uint8_t> BuildEmptyDir(std::span<const NameField> names) {
     WriteField(entries, name);
     entries = entries.subspan(WireSize<NameField>());
   }
+  return datagram;
+}
+
+std::vector<uint8_t> BuildHeard(Heard heard) {
+  heard.extension = 1;
+  const auto fields = Build(heard);
+  std::vector<uint8_t> datagram(fields.begin(), fields.end());
+  datagram.push_back(heard.knowsEnd);
   return datagram;
 }
 

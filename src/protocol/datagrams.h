@@ -259,6 +259,7 @@ struct Heard {
   uint32_t session = 0;
   uint32_t instance = 0;
   uint32_t number = 0;
+  uint8_t knowsEnd = 0;  ///< The first byte of the extension: 1 once the writer has said how its transfer has ended.
 };
 template <>
 inline constexpr auto FIELDS<Heard> = std::tuple{
@@ -304,6 +305,8 @@ std::array<uint8_t, LENGTH<Message>> Build(const Message& message) {
 
 /// Names beyond the first EMPTY_DIR_LIMIT are left out.
 std::vector<uint8_t> BuildEmptyDir(std::span<const NameField> names);
+
+std::vector<uint8_t> BuildHeard(Heard heard);
 
 /// A Word or a Letter with its text, of which no more than MAX_TEXT bytes travel.
 template <typename Message>

@@ -30,9 +30,11 @@ bool SendServerOs(SenderContext& context, const SendWait& wait) {
 
 void SendAutoOpenName(SenderContext& context, const std::string& autoOpenName, const SendWait& wait) {
   const auto datagram = Build(AutoOpenName{NameField::From(autoOpenName)});
-  for (int i = 0; i < ANNOUNCEMENT_COPIES; ++i)
-    if (!context.SendRepeatedly(datagram, 1, ANNOUNCEMENT_PAUSE, wait))
+  for (int i = 0; i < ANNOUNCEMENT_COPIES; ++i) {
+    if (!context.sockets.SendToGroup(datagram, wait))
       context.Debug("\nQuorl-----Send CMD_AOFNAME auto open file name Failed\n");
+    context.machine.clock.Sleep(ANNOUNCEMENT_PAUSE);
+  }
 }
 
 bool SendTask(SenderContext& context, const Task& task, const SendWait& wait) {

@@ -34,7 +34,10 @@ std::optional<Heard> Correspondence::TakeLetter(const Letter& letter, uint32_t a
     peer.writer = letter.instance;
     peer.lastLetter = letter.number;
   }
-  return Heard{.session = session, .instance = letter.instance, .number = letter.number};
+  return Heard{.session = session,
+               .instance = letter.instance,
+               .number = letter.number,
+               .knowsEnd = row->complete || row->reportedFailure ? uint8_t{1} : uint8_t{0}};
 }
 
 std::optional<Correspondence::Received> Correspondence::Take() {

@@ -20,10 +20,12 @@ uint32_t CTransServer::InitServer(QuorlWindow window, uint32_t groupAddress, uin
   ReplaceSelection(selected);
 
   std::shared_ptr<SenderSession> fresh, earlier;
+  ExpectedReceivers whom;
   {
     const std::scoped_lock lock(mutex);
     const RoomAddress room = RoomAddress::From(groupAddress, groupPort, localInterface);
     fresh = std::make_shared<SenderSession>(machine, window, room, profile, capabilities);
+    whom = std::exchange(expected, {});
   }
   const bool open = fresh->Open();
   {
@@ -31,7 +33,7 @@ uint32_t CTransServer::InitServer(QuorlWindow window, uint32_t groupAddress, uin
     earlier = std::exchange(session, fresh);
   }
   if (earlier) earlier->Close();
-  return open && fresh->Collect() ? 1 : 0;
+  return open && fresh->Collect(std::move(whom)) ? 1 : 0;
 }
 
 uint32_t CTransServer::DeInitServer() {
@@ -111,6 +113,11 @@ void CTransServer::SetProfile(Profile newProfile) {
 void CTransServer::SetCapabilities(uint32_t bits) {
   const std::scoped_lock lock(mutex);
   capabilities = bits;
+}
+
+void CTransServer::SetExpectedReceivers(ExpectedReceivers receivers) {
+  const std::scoped_lock lock(mutex);
+  expected = std::move(receivers);
 }
 
 bool CTransServer::SendWord(std::span<const uint8_t> text) {

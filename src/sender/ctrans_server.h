@@ -17,6 +17,7 @@
 #include "protocol/counters.h"
 #include "protocol/profile.h"
 #include "sender/correspondence.h"
+#include "sender/expected_receivers.h"
 #include "sender/send_state.h"
 
 namespace quorl {
@@ -32,7 +33,8 @@ class CTransServer {
   explicit CTransServer(const Machine& machine);
   ~CTransServer();
 
-  /// Takes about 0.9 s. What an earlier InitServer has left open is closed first.
+  /// Takes about 0.9 s, or less when it is known who is expected. What an earlier InitServer has left open is closed
+  /// first.
   uint32_t InitServer(QuorlWindow window, uint32_t groupAddress, uint32_t groupPort, uint32_t localInterface);
   uint32_t DeInitServer();
 
@@ -53,6 +55,8 @@ class CTransServer {
   void SetProfile(Profile newProfile);
   /// For the next InitServer.
   void SetCapabilities(uint32_t bits);
+  /// For the next InitServer alone.
+  void SetExpectedReceivers(ExpectedReceivers receivers);
   bool SendWord(std::span<const uint8_t> text);
   std::optional<Correspondence::Received> TakeLetter();
   /// For the next StartSend alone.
@@ -84,6 +88,7 @@ class CTransServer {
   Profile profile = Profile::Classic;
   PathFilter filter;
   uint32_t capabilities = 0;
+  ExpectedReceivers expected;
   BlockRanges skipped;
   BlockListener listener;
 };

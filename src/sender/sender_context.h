@@ -61,7 +61,8 @@ class SenderContext {
   /// Tells the host the name of the file to which the next block belongs; in the robust profile when it is another one.
   void PostFileName(uint32_t file, const std::string& name);
 
-  /// Sends to the data group `times` times with a sleep after each, whatever its result. False when every send failed.
+  /// Sends to the data group `times` times with a sleep after each, in the robust profile between two, whatever its
+  /// result. False when every send failed.
   bool SendRepeatedly(std::span<const uint8_t> datagram, int times, Duration pause, const SendWait& wait);
 };
 

@@ -23,6 +23,7 @@ namespace {
 
 constexpr Duration COLLECT_PAUSE = 100ms;
 constexpr Duration COLLECT_WAIT = 500ms;
+constexpr Duration NEIGHBOURS_WAIT = 50ms;  ///< Others answer the question that the last of the expected has answered.
 constexpr Duration FAILED_RECEIVE_PAUSE = 10ms;  ///< A socket that fails at once must not keep a processor busy.
 
 }  // namespace
@@ -36,7 +37,13 @@ bool SenderSession::Open() {
   return context->sockets.Open(context->hostWindow);
 }
 
-bool SenderSession::Collect() {
+bool SenderSession::Collect(ExpectedReceivers whom) {
+  if (context->profile == Profile::Robust && whom.AreKnown()) {
+    auto event = context->machine.threads.MakeEvent();
+    const std::scoped_lock lock(context->mutex);
+    expected = std::move(whom);
+    allAreIn = std::move(event);
+  }
   if (!StartReplyThread(Latest())) {
     Close();
     return false;
@@ -46,21 +53,32 @@ bool SenderSession::Collect() {
     Close();
     return false;
   }
-  context->machine.clock.Sleep(COLLECT_WAIT);
+  if (WaitForAnswers(COLLECT_WAIT)) context->machine.clock.Sleep(NEIGHBOURS_WAIT);
   return true;
 }
 
 // False when nobody could be asked.
 bool SenderSession::Ask() {
-  if (!context->correspondence.IsOn())
-    return context->SendRepeatedly(Build(quorl::Collect{}), ANNOUNCEMENT_COPIES, COLLECT_PAUSE, SendWait{});
   const auto offer = Build(context->correspondence.OurOffer());
   bool asked = false;
   for (int i = 0; i < ANNOUNCEMENT_COPIES; ++i) {
     asked = context->sockets.SendToGroup(Build(quorl::Collect{}), SendWait{}) || asked;
-    context->SendRepeatedly(offer, 1, COLLECT_PAUSE, SendWait{});
+    if (context->correspondence.IsOn()) context->sockets.SendToGroup(offer, SendWait{});
+    if (WaitForAnswers(COLLECT_PAUSE)) break;
   }
   return asked;
+}
+
+// True when all that are expected have answered, which ends the pause.
+bool SenderSession::WaitForAnswers(Duration pause) {
+  if (allAreIn) return allAreIn->Wait(pause);
+  context->machine.clock.Sleep(pause);
+  return false;
+}
+
+// To be called with the context's mutex held.
+void SenderSession::NoteAnswer() {
+  if (allAreIn && expected.AreAllIn(context->table, context->correspondence.IsOn())) allAreIn->Set();
 }
 
 bool SenderSession::SendWord(std::span<const uint8_t> text) {
@@ -162,10 +180,11 @@ bool SenderSession::TakeLetter(Transfer& current, const FromReceiver& reply, End
       const Accepted accepted = context->correspondence.TakeAccept(*accept, from.address, context->table, inTransfer);
       if (accepted == Accepted::Replaced) current.TakeReply(Finish{QUORL_STATUS_LEFT}, from);
       if (accepted != Accepted::Known) underWay = current.Describe();
+      NoteAnswer();
     }
   }
   if (underWay) context->sockets.Reply(from, Build(*underWay));
-  if (heard) context->sockets.Reply(from, Build(*heard));
+  if (heard) context->sockets.Reply(from, BuildHeard(*heard));
   current.CarryOutOrders();
   return true;
 }
@@ -186,6 +205,7 @@ bool SenderSession::Handle(Transfer& current, std::span<const uint8_t> datagram,
     if (const auto* client = std::get_if<Client>(&reply)) {
       if (client->platform == 0) context->fastPacing = false;
       if (!context->table.AddClient(from)) context->counters.Add(Count::DroppedTableFull);
+      NoteAnswer();
     }
     goesOn = current.TakeReply(reply, from);
   }

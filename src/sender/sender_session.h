@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include "sender/expected_receivers.h"
 #include "sender/sender_context.h"
 #include "sender/transfer.h"
 
@@ -18,8 +19,9 @@ class SenderSession : public std::enable_shared_from_this<SenderSession> {
 
   /// Opens the sockets. False when that failed or another sender uses the group.
   bool Open();
-  /// Starts to hear the receivers and asks who listens; takes about 0.8 s. On failure everything is closed.
-  bool Collect();
+  /// Starts to hear the receivers and asks who listens; takes about 0.8 s, in the robust profile only until all of
+  /// `expected` have answered. On failure everything is closed.
+  bool Collect(ExpectedReceivers expected);
   /// Stops an earlier transfer and starts a new one.
   void StartTransfer(TransferPlan plan);
   void StopTransfer() { Latest()->Stop(); }
@@ -38,6 +40,8 @@ class SenderSession : public std::enable_shared_from_this<SenderSession> {
  private:
   std::shared_ptr<Transfer> Latest();
   bool Ask();
+  bool WaitForAnswers(Duration pause);
+  void NoteAnswer();
   bool StartReplyThread(const std::shared_ptr<Transfer>& current);
   void HearReceivers(Transfer& current);
   void HearLetters(Transfer& current);
@@ -49,6 +53,8 @@ class SenderSession : public std::enable_shared_from_this<SenderSession> {
   // Guarded by the context's mutex.
   std::shared_ptr<Transfer> transfer;  ///< Never null, before the first StartSend an empty one.
   bool closed = false;
+  ExpectedReceivers expected;
+  std::shared_ptr<Event> allAreIn;  ///< Null when nobody in particular is expected.
 };
 
 }  // namespace quorl

@@ -164,7 +164,8 @@ bool Transfer::SendFinish() {
       FailToAnnounce("\nQuorl-----Send CMD_FINISH Failed\n");
       return !IsRobust();
     }
-    context->machine.clock.Sleep(ANNOUNCEMENT_PAUSE);
+    const bool isLast = i + 1 == ANNOUNCEMENT_COPIES;
+    if (!isLast || !IsRobust()) context->machine.clock.Sleep(ANNOUNCEMENT_PAUSE);
   }
   return true;
 }

@@ -2,6 +2,9 @@
 // not streamed, and who comes too late.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <utility>
+
 #include "tests/scenarios/story.h"
 
 namespace quorl::sim {
@@ -80,6 +83,50 @@ TEST_F(MailRoom, WhoHasNamedNothingIsSpokenToAsEver) {
       EXPECT_LT(sent.bytes.at(2), CMD_OFFER) << Describe(sent.bytes);
     }
   }
+}
+
+TEST_F(MailRoom, ACollectionEndsWhenAllThatAreExpectedHaveAnsweredAndSaidWhatTheyCan) {
+  ASSERT_TRUE(room.StartReceivers());
+  const auto collect = [this](const ExpectedReceivers& expected) {
+    const Moment before = room.World().Now();
+    room.Server().SetExpectedReceivers(expected);
+    room.Sender().Call([this] { room.Server().InitServer(nullptr, 0, 0, room.Sender().Address()); });
+    return room.World().Now() - before;
+  };
+  EXPECT_LT(collect({.count = 2}), 160ms) << "100 ms are for hearing whether somebody else sends";
+  EXPECT_EQ(room.Server().GetState().receivers.at(1).capabilities, ABLE);
+  EXPECT_EQ(collect({}), 900ms) << "whoever may come is waited for";
+  EXPECT_EQ(collect({.addresses = {room.Receiver(0).Address(), Stranger::ADDRESS}}), 900ms);
+
+  // What is lost is asked for again: nobody is left out for it.
+  std::map<std::pair<const SimMachine*, uint8_t>, int> answers;
+  room.Net().SetFilter([&](const Transit& transit) {
+    const bool isAnswer = Is(transit, CMD_CLIENT) || Is(transit, CMD_ACCEPT);
+    return !isAnswer || transit.from == &room.Receiver(0) || ++answers[{transit.from, transit.datagram[2]}] > 2;
+  });
+  const Duration late = collect({.addresses = {room.Receiver(0).Address(), room.Receiver(1).Address()}});
+  EXPECT_GT(late, 300ms);
+  EXPECT_LT(late, 400ms);
+  EXPECT_EQ(room.Server().GetState().receivers.at(1).capabilities, ABLE);
+
+  room.Server().SetProfile(Profile::Classic);
+  EXPECT_EQ(collect({.count = 2}), 900ms);
+}
+
+TEST_F(MailRoom, WhoIsHeardInTheEndNeedNotSayItAgainAndLeavesAtOnce) {
+  const auto leave = [this](bool answersAreLost) {
+    room.Net().SetFilter([=](const Transit& transit) { return !(answersAreLost && Is(transit, CMD_ANSWER)); });
+    EXPECT_TRUE(room.StartReceivers());
+    EXPECT_TRUE(room.Send());
+    room.World().RunUntil([this] { return room.IsReceiverThrough(0); }, 20s);
+    Write(0, "everything is in its place");
+    room.World().RunFor(10ms);
+    const Moment before = room.World().Now();
+    room.Receiver(0).Call([this] { room.Client(0).DeInitClient(); });
+    return room.World().Now() - before;
+  };
+  EXPECT_LT(leave(false), 30ms);
+  EXPECT_GT(leave(true), 200ms) << "a sender that has heard the letter alone does not know";
 }
 
 TEST_F(MailRoom, WhatEverybodyHoldsIsNotStreamedAndWhoHoldsItIsComplete) {

@@ -100,13 +100,14 @@ std::optional<Mail::Outgoing> Mail::Knock(uint32_t at) {
   return Outgoing{at, ToBytes(Build(Accept{.capabilities = capabilities, .instance = instance}))};
 }
 
-void Mail::TakeReply(uint32_t from, const Reply& reply) {
+bool Mail::TakeReply(uint32_t from, const Reply& reply) {
   const std::scoped_lock locked(lock);
   const auto* heard = std::get_if<Heard>(&reply);
-  if (heard && from == sender && heard->session == session && heard->instance == instance)
-    outbox.TakeHeard(heard->number, clock.Now());
+  const bool isForUs = heard && from == sender && heard->session == session && heard->instance == instance;
+  const bool isNews = isForUs && outbox.TakeHeard(heard->number, clock.Now());
   const auto* transfer = std::get_if<UnderWay>(&reply);
   if (transfer && from == otherSender) underWay = *transfer;
+  return isNews && heard->knowsEnd != 0;
 }
 
 std::optional<Mail::Outgoing> Mail::Say() {

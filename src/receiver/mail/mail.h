@@ -54,7 +54,8 @@ class Mail {
   void TakeWord(uint32_t sender, const Word& word);
   /// A transfer is heard that this receiver takes no part in. Said once a second at most.
   std::optional<Outgoing> Knock(uint32_t sender);
-  void TakeReply(uint32_t sender, const Reply& reply);
+  /// True when this sender has heard how the transfer has ended here.
+  bool TakeReply(uint32_t sender, const Reply& reply);
   /// The letter that is to be said now.
   std::optional<Outgoing> Say();
   std::optional<Moment> Due() const;

@@ -29,7 +29,10 @@ void MailThread(ReceiverSession& session) {
     if (received.outcome == Received::Outcome::Closed) return;
     if (received.outcome == Received::Outcome::Failed) clock.Sleep(AFTER_FAILED_RECEIVE);
     if (received.outcome != Received::Outcome::Datagram) continue;
-    session.mail->TakeReply(received.from.address, ParseReply(std::span(buffer).first(received.length)));
+    if (session.mail->TakeReply(received.from.address, ParseReply(std::span(buffer).first(received.length)))) {
+      session.record.With([&](BlockRecord&) { session.repair->EndHeard(); });
+      session.wake->Set();
+    }
   }
 }
 

@@ -22,11 +22,12 @@ bool Outbox::Add(Text text, Moment now) {
   return true;
 }
 
-void Outbox::TakeHeard(uint32_t number, Moment now) {
-  if (letters.empty() || number != firstNumber) return;
+bool Outbox::TakeHeard(uint32_t number, Moment now) {
+  if (letters.empty() || number != firstNumber) return false;
   letters.pop_front();
   ++firstNumber;
   Begin(now);
+  return true;
 }
 
 std::optional<Outbox::Said> Outbox::Say(Moment now) {

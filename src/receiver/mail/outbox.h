@@ -17,8 +17,8 @@ class Outbox {
   /// False when there is no room.
   bool Add(Text text, Moment now);
 
-  /// Letter `number` has been heard.
-  void TakeHeard(uint32_t number, Moment now);
+  /// Letter `number` has been heard. True when it is news.
+  bool TakeHeard(uint32_t number, Moment now);
 
   /// The letter that is to be said now, if one is; it counts as said.
   struct Said {

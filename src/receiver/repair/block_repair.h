@@ -90,6 +90,9 @@ class BlockRepair {
   /// A file has failed, or the time that Due named has come.
   virtual void Pass(Moment now, RepairSteps& steps) = 0;
 
+  /// The sender knows how the transfer has ended here.
+  virtual void EndHeard() {}
+
   /// When Pass is to be called; nothing while there is nothing to wait for.
   virtual std::optional<Moment> Due() const = 0;
   /// Everything has been said and is only repeated: the sender's next room, or the host, ends that.

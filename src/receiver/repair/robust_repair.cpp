@@ -10,7 +10,8 @@
 //   is served with an empty datagram.
 // - The last word, that everything is there or that the rest cannot be stored, is said again and again, at growing
 //   distances, and to every CMD_MASTER that shows that it has not been heard. As each kind of sender has its own word
-//   for it, a receiver that has answered before says both.
+//   for it, a receiver that has answered before says both. A younger sender that has heard it says so, and that ends
+//   it.
 // - A receiver that has been given up in the second pass stays as long as its sender does: another's repair may bring
 //   what it lacks.
 #include "receiver/repair/robust_repair.h"
@@ -216,6 +217,10 @@ void RobustRepair::Pass(Moment now, RepairSteps& steps) {
   if (isMaster) AskAgain(now, steps);
   if (keepAliveAt && now >= *keepAliveAt) KeepAlive(now, steps);
   GoOn(now, steps);
+}
+
+void RobustRepair::EndHeard() {
+  if (leaving) sayAgainAt.reset();
 }
 
 std::optional<Moment> RobustRepair::Due() const {

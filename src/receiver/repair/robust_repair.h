@@ -20,6 +20,7 @@ class RobustRepair final : public BlockRepair {
   void StandDown(Moment now, RepairSteps& steps) override;
   void TakeSettled(Moment now, RepairSteps& steps) override;
   void Pass(Moment now, RepairSteps& steps) override;
+  void EndHeard() override;
   std::optional<Moment> Due() const override;
   bool IsLeaving() const override { return leaving; }
   bool IsMaster() const override { return isMaster; }
