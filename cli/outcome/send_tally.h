@@ -57,7 +57,7 @@ class SendTally {
   /// Why that receiver failed; empty: its status says it.
   std::string ReasonOf(uint32_t address) const;
 
-  /// Who is not complete.
+  /// The receivers that are not complete.
   std::vector<uint32_t> Failed() const;
   int ExitCode() const;
 

@@ -1,4 +1,4 @@
-// Who is to receive: waiting, showing, asking.
+// The receivers of a transfer: waiting for them, showing them, asking whether to begin.
 #include "cli/room/gathering.h"
 
 #include <fmt/format.h>
@@ -132,7 +132,7 @@ int Gathering::AskToStart() {
     if (event.kind == InboxEvent::Kind::Signal) return 128 + event.signal;
     if (event.kind != InboxEvent::Kind::Key) continue;
     if ((event.key == '\n' || event.key == '\r') && anyone) {
-      // Who is there now is who gets it.
+      // The receivers of this moment get it.
       LookAgain();
       if (!listeners.There().empty()) return 0;
     }
@@ -149,7 +149,7 @@ int Gathering::AskToStart() {
   }
 }
 
-/// The room stays as it is shown: who has come or gone since is told.
+/// The room stays as it is shown: receivers that have come or gone since are told.
 void Gathering::LookAgain() {
   const std::vector<uint32_t> before = listeners.There();
   listeners.Look({.addresses = before});

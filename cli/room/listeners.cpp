@@ -1,4 +1,4 @@
-// The room before a transfer: who answers, by address and by name.
+// The room before a transfer: the receivers that answer, by address and by name.
 #include "cli/room/listeners.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-// The last lines of `quorl send`: who has everything, who has not and why, what it took.
+// The last lines of `quorl send`: the receivers that have everything, those that have not and why, what it took.
 #include "cli/show/sent.h"
 
 #include <fmt/format.h>

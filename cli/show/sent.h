@@ -20,7 +20,7 @@ struct SentAmount {
   uint32_t rate = 0;  ///< kbit/s.
 };
 
-/// Tells who has everything, who has not and why, and what it took.
+/// Tells which receivers have everything, which have not and why, and what the transfer took.
 void TellSent(Reporter& reporter, const HostNames& names, const SendTally& tally, const SentAmount& amount,
               std::chrono::nanoseconds elapsed);
 

@@ -38,7 +38,7 @@ struct CampaignSummary : Tally {
 CampaignSummary RunCampaign(const CampaignOptions& options,
                             const std::function<void(const RunPlan&, const RunResult&)>& onViolation);
 
-/// The number of the run that the calling thread works on, for who has to report that it ended the program.
+/// The number of the run that the calling thread works on, for the handler that reports which run ended the program.
 uint64_t CurrentRun();
 
 std::string ToText(const CampaignSummary& summary);

@@ -200,8 +200,8 @@ void Checker::FindsOutside(size_t index, const std::string& name) {
 void Checker::DoesNotEnd(bool senderIsThrough) {
   if (!senderIsThrough) {
     if (senderProfile == Profile::Robust) return Violate("the sender does not come to an end");
-    // A master in the first row that is given up can be named again, without a limit; and who lacks what its rules can
-    // name no request for asks for nothing, without a limit.
+    // A master in the first row that is given up can be named again, without a limit; and a
+    // receiver that lacks what its rules can name no request for asks for nothing, without a limit.
     ++exceptions["a room that never ends: its first receiver is named, or a request comes, again and again"];
     return;
   }
@@ -220,7 +220,7 @@ bool Checker::IsAtRest(size_t index) {
   return room.IsReceiverThrough(index) || room.Client(index).GetState().phase == ReceivePhase::Idle;
 }
 
-/// Who answers the collection after the end takes no part.
+/// A receiver that answers the collection after the end takes no part.
 void Checker::NoteTable() {
   if (tableAtEnd) return;
   std::vector<uint32_t> addresses(room.Receivers() + 1);

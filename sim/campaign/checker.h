@@ -51,7 +51,7 @@ class Checker {
   /// The host of a receiver or of the sender calls what it likes: transfers may begin and break off at any time.
   void HostRunsWild(std::optional<size_t> receiver);
 
-  /// The sender's host ends the transfer: from then on nobody keeps account of who is complete.
+  /// The sender's host ends the transfer: from then on nobody keeps account of complete receivers.
   void SenderStops() { senderFailed = true; }
 
   /// A receiver's window goes away: what it would say to its host remains unsaid.
@@ -62,7 +62,7 @@ class Checker {
   /// From now on somebody may lie.
   void AttackBegins();
 
-  /// Whether a receiver has come to an end. Who has never heard of a transfer has nothing to come to an end with.
+  /// Whether a receiver has come to an end. One that has never heard of a transfer has nothing to end.
   bool IsAtRest(size_t index);
 
   /// Time is up, and somebody has not come to an end.

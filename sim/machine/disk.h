@@ -39,7 +39,7 @@ class SimDisk {
 
   // What a test puts there and finds there.
 
-  /// Makes the directories on the way; replaces the content of a file that exists, also for who has it open.
+  /// Makes the directories on the way; replaces the content of a file that exists, also where it is open.
   void Write(const std::string& path, std::span<const uint8_t> bytes);
   void Write(const std::string& path, std::string_view text);
 
@@ -53,7 +53,7 @@ class SimDisk {
   /// Something that is neither a file nor a directory. It can be neither opened nor listed.
   void MakeFifo(const std::string& path);
 
-  /// A file, or a directory with everything in it. Who has a file of it open keeps it.
+  /// A file, or a directory with everything in it. A file that is open stays with its handles.
   void Remove(const std::string& path);
 
   /// Everything beneath a directory, sorted: "a", "a\b.txt".

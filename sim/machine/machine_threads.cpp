@@ -64,7 +64,7 @@ Duration MachineClock::WorldDuration(Duration duration) const {
   if (drift == 0) return duration;
   const double speed = 1 + static_cast<double>(drift) / MILLION;
   Duration result(static_cast<Duration::rep>(static_cast<double>(duration.count()) / speed));
-  // Who has waited finds that the clock has got there.
+  // A thread that has waited finds that the clock has got there.
   while (Shown(result) < duration) ++result;
   return result;
 }

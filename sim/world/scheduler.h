@@ -56,7 +56,7 @@ class Scheduler {
   /// Runs `action` at `moment`, or at once when that has passed, outside every flow. It must not block.
   void At(Moment moment, std::function<void()> action);
 
-  /// A new flow, which begins when everybody who is ready now has run.
+  /// A new flow, which begins when every flow that is ready now has run.
   Flow& Start(SimMachine& machine, std::function<void()> body);
 
   /// Who runs: a flow, or the one that stands for the main flow.

@@ -12,7 +12,7 @@ struct ExpectedReceivers {
   std::vector<uint32_t> addresses;  ///< Network byte order.
   uint32_t count = 0;               ///< At least so many, whoever they are.
 
-  /// 0 of either: it is not known who comes, and whoever may has to be waited for.
+  /// 0 of either: the receivers are not known, and each that may come has to be waited for.
   bool AreKnown() const { return !addresses.empty() || count != 0; }
 
   /// Whether all of them have answered. `offered`: each of the table also has to have said what it is able to; one that

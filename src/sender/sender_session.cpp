@@ -193,7 +193,7 @@ bool SenderSession::TakeLetter(Transfer& current, const FromReceiver& reply, End
 bool SenderSession::Handle(Transfer& current, std::span<const uint8_t> datagram, Endpoint from) {
   FromReceiver reply = ParseFromReceiver(datagram);
   if (TakeLetter(current, reply, from)) return true;
-  // Who has offered nothing knows no such codes.
+  // A host that has offered nothing knows no such codes.
   if (std::holds_alternative<Accept>(reply) || std::holds_alternative<Letter>(reply)) reply = Reject::UnknownCommand;
   if (const auto* rejected = std::get_if<Reject>(&reply)) {
     context->counters.AddRejected(*rejected);

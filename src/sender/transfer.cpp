@@ -141,7 +141,7 @@ void Transfer::SendThread() {
   HandOver();
 }
 
-/// False when not every block is out; who has to know has been told then.
+/// False when not every block is out; the host and the receivers have been told then.
 bool Transfer::RunStream() {
   switch (stream.Run()) {
     case StreamEnd::Complete: return true;

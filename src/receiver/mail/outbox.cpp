@@ -33,7 +33,7 @@ bool Outbox::TakeHeard(uint32_t number, Moment now) {
 std::optional<Outbox::Said> Outbox::Say(Moment now) {
   if (letters.empty() || now < dueAt) return std::nullopt;
   if (now >= givenUpAt) {
-    // Nobody is there who hears; what comes later starts afresh.
+    // No sender hears them any more; later letters start afresh.
     Forget();
     return std::nullopt;
   }

@@ -4,7 +4,7 @@
 // receiver takes no part in.
 //
 // It ends within a series of looks, too, once the receiver has come to its end: a sender that has gone by then has not
-// been lost, and who is complete is told nothing else.
+// been lost, and the host of a complete receiver is told nothing else.
 #include <quorl/quorl.h>
 
 #include <array>
