@@ -12,15 +12,10 @@ function(quorl_test_under_wine NAME)
   set_tests_properties(${NAME} PROPERTIES TIMEOUT 600 LABELS wine)
 endfunction()
 
-# A floor that meets the system has tests of its own for this one. Of those of the command one is of its system folder.
-# One more asks the heap of another C library.
+# Of the tests of the command one is of its system folder. One of the scenarios asks the heap of another C library.
 macro(quorl_windows_sources)
   if(NAME STREQUAL cli)
     set(SOURCES cli/staging_test.cpp)
-  endif()
-  file(GLOB OWN_SOURCES CONFIGURE_DEPENDS ${NAME}/win32/*.cpp)
-  if(OWN_SOURCES)
-    set(SOURCES ${OWN_SOURCES})
   endif()
   list(FILTER SOURCES EXCLUDE REGEX "scenarios/(hosts|real_threads)_test\\.cpp$")
 endmacro()

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "platform/posix/open_files.h"
-#include "temp_directory.h"
+#include "tests/platform/temp_directory.h"
 
 namespace quorl {
 namespace {

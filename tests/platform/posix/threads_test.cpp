@@ -3,22 +3,12 @@
 #include <unistd.h>
 
 #include "platform/real_machine.h"
-#include "temp_directory.h"
+#include "tests/platform/temp_directory.h"
 
 namespace quorl {
 namespace {
 
 using namespace std::chrono_literals;
-
-TEST(Threads, WhatTheBodyHeldIsGoneWhenTheEndIsReported) {
-  for (int i = 0; i < 200; ++i) {
-    auto held = std::make_shared<int>(i);
-    const std::weak_ptr<int> watch = held;
-    const auto thread = RealMachine().threads.Start("body", Priority::AboveNormal, [held = std::move(held)] {});
-    ASSERT_TRUE(thread->WaitForEnd(10s));
-    EXPECT_TRUE(watch.expired());
-  }
-}
 
 /// The nice value of a thread of that priority that is started here.
 int NiceOf(Priority priority) {
@@ -29,7 +19,7 @@ int NiceOf(Priority priority) {
   return nice;
 }
 
-TEST(Threads, ANormalOneThatARaisedOneStartsIsNotRaised) {
+TEST(PosixThreads, ANormalOneThatARaisedOneStartsIsNotRaised) {
   const int here = getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
   const int raised = NiceOf(Priority::AboveNormal);
   EXPECT_LE(raised, here);
@@ -54,7 +44,7 @@ int MakeOneOfEach(const std::string& base) {
   return event + (thread != nullptr) + socket + (window != nullptr) + output;
 }
 
-TEST(Threads, WithoutDescriptorsNothingIsMadeAndNothingBreaks) {
+TEST(PosixThreads, WithoutDescriptorsNothingIsMadeAndNothingBreaks) {
   const TempDirectory temp;
   const std::string base = DrivePathOf(temp.Path()).value();
   EXPECT_EQ(MakeOneOfEach(base), 5);

@@ -1,6 +1,6 @@
 #include "platform/posix/drives.h"
 
-#include "temp_directory.h"
+#include "tests/platform/temp_directory.h"
 
 namespace quorl {
 namespace {

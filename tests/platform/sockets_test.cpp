@@ -1,52 +1,12 @@
-#include <gtest/gtest.h>
-
 #include <array>
-#include <random>
-#include <vector>
+#include <functional>
 
-#include "platform/real_machine.h"
+#include "tests/platform/room.h"
 
 namespace quorl {
 namespace {
 
 using namespace std::chrono_literals;
-using Outcome = Received::Outcome;
-using Bytes = std::vector<uint8_t>;
-
-uint32_t Address(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
-  return a | uint32_t{b} << 8 | uint32_t{c} << 16 | uint32_t{d} << 24;
-}
-
-uint32_t Loopback(uint8_t last) {
-  return Address(127, 0, 0, last);
-}
-
-// Tests run side by side in processes of their own, each in a room of its own.
-const uint32_t ROOM = std::random_device{}();
-const uint16_t PORT = static_cast<uint16_t>(28500 + ROOM % 4000);
-
-const uint32_t GROUP = Address(239, 64, static_cast<uint8_t>(ROOM >> 8), static_cast<uint8_t>(ROOM >> 16));
-
-std::shared_ptr<DatagramSocket> Open() {
-  return RealMachine().network.OpenDatagramSocket();
-}
-
-/// As a receiver opens its data socket.
-std::shared_ptr<DatagramSocket> OpenMember(uint32_t local, uint16_t port = PORT) {
-  const auto socket = Open();
-  EXPECT_TRUE(socket->SetReuseAddress());
-  EXPECT_TRUE(socket->Bind({local, port}));
-  EXPECT_TRUE(socket->SetReceiveBuffer(1048576));
-  EXPECT_TRUE(socket->SetMulticastInterface(local));
-  EXPECT_TRUE(socket->JoinGroup(GROUP, local));
-  EXPECT_TRUE(socket->SetTimeToLive(50));
-  return socket;
-}
-
-Received Take(DatagramSocket& socket, Duration limit = std::chrono::seconds(5)) {
-  std::vector<uint8_t> buffer(65536);
-  return socket.Receive(buffer, limit, nullptr);
-}
 
 TEST(DatagramSocket, HearsItsGroupAndItsAddressAndCutsWhatIsTooLong) {
   const auto member = OpenMember(Loopback(2));

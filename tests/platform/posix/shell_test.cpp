@@ -3,7 +3,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include "temp_directory.h"
+#include "tests/platform/temp_directory.h"
 
 namespace quorl {
 namespace {
