@@ -39,7 +39,8 @@ class Receiving {
       : network(options.network),
         receive(options.receive),
         reporter(reporter),
-        staging(receive.directory.empty() ? "." : receive.directory),
+        sink(OpenSink(options.receive)),
+        staging(DirectoryFor(options.receive, sink)),
         venue(LookForVenue(options.network)) {
     // A receiver with --keep outlives an interface that is not there yet; without it a mistyped name is told at once.
     if (!venue.HasInterface() && !network.interface.empty() && !receive.keep) venue = ResolveVenue(network);
@@ -93,6 +94,17 @@ class Receiving {
   }
 
  private:
+  static std::optional<Sink> OpenSink(const ReceiveOptions& receive) {
+    return receive.output.empty() ? std::nullopt : std::optional(Sink::Open(receive.output));
+  }
+
+  /// What becomes a file is received beside it.
+  static std::string DirectoryFor(const ReceiveOptions& receive, const std::optional<Sink>& sink) {
+    std::string directory = receive.directory;
+    if (sink && !sink->outlet) directory = PathFrom(receive.output).parent_path().string();
+    return directory.empty() ? "." : directory;
+  }
+
   void SayWaiting() {
     SayVenue(reporter, venue);
     if (staging.StaleRemoved() > 0) {
@@ -183,12 +195,13 @@ class Receiving {
 
   ReceiveResult DeliverWhatCame(const RoundEnd& end) {
     checkedBytes = 0;
-    bytesToCheck = end.state.blocksExpected * BLOCK_SIZE;
+    bytesToCheck = end.state.blocksExpected * BLOCK_SIZE * (sink && sink->outlet ? 2 : 1);
     DeliveryRules rules;
     rules.move = {receive.existing, receive.sync, true};
     rules.catalogue = end.about && end.about->round != 0 && catalogue ? &*catalogue : nullptr;
     rules.inPlace = inventory.inPlace;
     rules.allOrNothing = receive.allOrNothing;
+    rules.sink = sink ? &*sink : nullptr;
     rules.permissions = receive.permissions;
     rules.key = key ? &*key : nullptr;
     rules.ownAddress = venue.interface.address;
@@ -218,6 +231,7 @@ class Receiving {
   bool AnswerCatalogue(Reception& reception) {
     InventoryRules rules;
     rules.quick = receive.quick;
+    rules.onlyKept = sink.has_value();
     checkedBytes = 0;
     bytesToCheck = 0;
     for (const ManifestEntry& entry : catalogue->files) bytesToCheck += entry.size;
@@ -340,6 +354,7 @@ class Receiving {
   Reporter& reporter;
   Inbox inbox;
   NetworkWatch watch;
+  std::optional<Sink> sink;
   Staging staging;
   Venue venue;
   std::optional<ManifestKey> key;
@@ -360,6 +375,17 @@ class Receiving {
 }  // namespace
 
 int RunReceive(const Options& options, Reporter& reporter) {
+  const ReceiveOptions& receive = options.receive;
+  const char* const excluded = receive.output.empty()  ? nullptr
+                               : receive.keep          ? "--keep"
+                               : receive.open          ? "--open"
+                               : !receive.then.empty() ? "--then"
+                               : receive.output != "-" ? nullptr
+                               : options.output.json   ? "--json"
+                                                       : nullptr;
+  if (excluded != nullptr)
+    throw Failure{
+        Exit::Usage, fmt::format("--output {} and {} exclude each other", Escape(receive.output), excluded), "", {}};
   return Receiving(options, reporter).Run();
 }
 

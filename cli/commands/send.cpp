@@ -24,6 +24,7 @@
 #include "cli/transfer/block_listening.h"
 #include "cli/transfer/inbox.h"
 #include "cli/transfer/library_state.h"
+#include "cli/transfer/piped.h"
 #include "cli/transfer/send_plan.h"
 #include "cli/transfer/send_run.h"
 
@@ -41,13 +42,19 @@ constexpr uint64_t WORTH_AGREEING = 32'000'000;
 constexpr uint32_t SLOWEST_RATE = 1000;  // kbit/s; of repetitions.
 constexpr std::chrono::seconds LONG_READING = 5s;
 
+bool IsInput(const SendOptions& send) {
+  return std::find(send.paths.begin(), send.paths.end(), "-") != send.paths.end();
+}
+
 class Sending {
  public:
   Sending(const Options& options, Reporter& reporter)
       : options(options),
         send(options.send),
         reporter(reporter),
-        plan(PlanSending(send.paths, Rules())),
+        piped(PipedInput(options.send, reporter)),
+        paths(piped ? std::vector{piped->Path()} : send.paths),
+        plan(PlanSending(paths, Rules())),
         venue(options.network.interface.empty() ? LookForVenue(options.network) : ResolveVenue(options.network)),
         inbox(options.output.verbosity > 0),
         listeners(venue, inbox),
@@ -86,7 +93,14 @@ class Sending {
   }
 
  private:
-  PlanRules Rules() const { return {send.subdirectories, send.exclude, send.skipUnreadable, send.links}; }
+  static std::optional<Piped> PipedInput(const SendOptions& send, Reporter& reporter) {
+    if (!IsInput(send)) return std::nullopt;
+    return std::optional<Piped>(std::in_place, send.inputName.empty() ? "stdin" : send.inputName, reporter);
+  }
+
+  PlanRules Rules() const {
+    return {send.subdirectories, send.exclude, send.skipUnreadable, send.links, piped.has_value()};
+  }
 
   void SayPlan() {
     SayVenue(reporter, venue);
@@ -294,7 +308,7 @@ class Sending {
   /// What was agreed on goes by the places of the files in the selection.
   void CheckSelection() {
     // It stays: the library goes by what the latest plan excludes.
-    planNow = PlanSending(send.paths, Rules());
+    planNow = PlanSending(paths, Rules());
     const auto& files = planNow->files;
     const bool isSame = std::equal(files.begin(), files.end(), plan.files.begin(), plan.files.end(),
                                    [](const auto& one, const auto& other) { return one.name == other.name; });
@@ -372,6 +386,8 @@ class Sending {
   const Options& options;
   const SendOptions& send;
   Reporter& reporter;
+  std::optional<Piped> piped;
+  std::vector<std::string> paths;
   SendPlan plan;
   Venue venue;
   Inbox inbox;  // From here on Ctrl-C is an event.
@@ -402,6 +418,10 @@ int RunSend(const Options& options, Reporter& reporter) {
   }
   if (options.send.links != Links::Follow && !HasLinks())
     throw Failure{Exit::Usage, "--links cannot be taken", "this system has no links of that kind", {}};
+  if (IsInput(options.send) && options.send.paths.size() > 1)
+    throw Failure{Exit::Usage, "standard input is sent alone", "\"-\" stands among other paths", {}};
+  if (!IsInput(options.send) && !options.send.inputName.empty())
+    throw Failure{Exit::Usage, "--as is for standard input", "no \"-\" is sent", {}};
   if (MustAsk(options.send) && (options.output.json || !CanAsk())) {
     throw Failure{Exit::Usage,
                   "nobody can be asked whether to start",

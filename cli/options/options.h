@@ -21,7 +21,8 @@ enum class ColorStyle { Auto, Always, Never };
 struct OutputOptions {
   bool json = false;
   bool quiet = false;
-  uint32_t verbosity = 0;  ///< How often -v was given.
+  bool textToError = false;  ///< Standard output is for something else than what is told.
+  uint32_t verbosity = 0;    ///< How often -v was given.
   ProgressStyle progress = ProgressStyle::Auto;
   ColorStyle color = ColorStyle::Auto;
   std::string log;     ///< A file; empty: none.
@@ -43,14 +44,15 @@ enum class Links {
 };
 
 struct SendOptions {
-  std::vector<std::string> paths;
-  uint32_t rate = 100000;         ///< kbit/s; 0: the fixed pacing.
-  bool rateGiven = false;         ///< Said by the user.
-  bool yes = false;               ///< Start without asking as soon as somebody is there.
-  uint32_t waitFor = 0;           ///< Receivers to wait for; 0: not said.
-  std::chrono::seconds wait{-1};  ///< How long to wait for them; negative: not said.
-  Meant only;                     ///< The receivers that it is for.
-  std::string failedTo;           ///< A file for the addresses that failed; empty: none.
+  std::vector<std::string> paths;  ///< Or "-" alone: standard input,
+  std::string inputName;           ///< which arrives under this name; empty: not said.
+  uint32_t rate = 100000;          ///< kbit/s; 0: the fixed pacing.
+  bool rateGiven = false;          ///< Said by the user.
+  bool yes = false;                ///< Start without asking as soon as somebody is there.
+  uint32_t waitFor = 0;            ///< Receivers to wait for; 0: not said.
+  std::chrono::seconds wait{-1};   ///< How long to wait for them; negative: not said.
+  Meant only;                      ///< The receivers that it is for.
+  std::string failedTo;            ///< A file for the addresses that failed; empty: none.
   uint32_t retries = 0;
   bool dryRun = false;
   std::vector<std::string> exclude;  ///< Patterns of names that are left out.
@@ -69,6 +71,7 @@ enum class Existing { Rename, Overwrite, Skip, Fail };
 
 struct ReceiveOptions {
   std::string directory;  ///< Empty: the current one.
+  std::string output;     ///< What the one file that comes goes to, "-": standard output; empty: to its name.
   Existing existing = Existing::Rename;
   bool sync = false;
   bool quick = false;         ///< A file of the same size and time is the same file.

@@ -147,6 +147,12 @@ std::string DirectoryValue(const std::string& text) {
   return text;
 }
 
+std::string FileNameValue(const std::string& text) {
+  if (text.empty() || text.find('/') != std::string::npos || text.size() > LONGEST_NAME)
+    throw WrongValue{fmt::format("\"{}\" is no name of a file", text)};
+  return text;
+}
+
 Existing ExistingValue(const std::string& text) {
   return OneOf<Existing>(text, {{"rename", Existing::Rename},
                                 {"overwrite", Existing::Overwrite},
@@ -180,7 +186,7 @@ using Value = const std::string&;
 using enum ValueKind;
 
 constexpr std::array COMMANDS = {
-    CommandRow{Verb::Send, "send", "PATH...", "files and directories to send",
+    CommandRow{Verb::Send, "send", "PATH...", "files and directories to send; - alone: standard input",
                "send files and directories to everyone who listens"},
     CommandRow{Verb::Receive, "receive", "[DIR]", "directory that everything is kept under (the current one)",
                "wait for a transfer and receive it"},
@@ -221,6 +227,8 @@ constexpr std::array SEND_OPTIONS = {
         [](Options& options, Value text) { options.send.exclude.push_back(text); }, true},
     OptionRow{SEND, "--skip-unreadable", "", "", None, "send the rest when something cannot be read",
               [](Options& options, Value) { options.send.skipUnreadable = true; }},
+    OptionRow{SEND, "--as", "", "NAME", Text, "the name under which standard input arrives (stdin)",
+              [](Options& options, Value text) { options.send.inputName = FileNameValue(text); }},
     OptionRow{SEND, "--links", "", "follow|keep|skip", Choice,
               "symbolic links: send the file that one leads to, make the same link there, or leave it out (follow)",
               [](Options& options, Value text) { options.send.links = LinksValue(text); }},
@@ -242,6 +250,14 @@ constexpr std::array SEND_OPTIONS = {
 constexpr std::array RECEIVE_OPTIONS = {
     OptionRow{RECEIVE, "--to", "-d", "DIR", Directory, "the same as DIR",
               [](Options& options, Value text) { options.receive.directory = DirectoryValue(text); }},
+    OptionRow{RECEIVE, "--output", "-o", "FILE|-", ValueKind::File,
+              "for a transfer of one file: store it as FILE, or write it to the device FILE or, with -, to standard "
+              "output, once it is verified",
+              [](Options& options, Value text) {
+                if (text.empty()) throw WrongValue{"it names no file"};
+                options.receive.output = text;
+                options.output.textToError = text == "-";
+              }},
     OptionRow{RECEIVE, "--existing", "-e", "rename|overwrite|skip|fail", Choice,
               "what to do with a file whose name is taken (rename: both are kept)",
               [](Options& options, Value text) { options.receive.existing = ExistingValue(text); }},

@@ -117,7 +117,7 @@ void Reporter::Say(Level level, const Fact& fact, std::string_view text) {
   Log(text);
   if (options.json || (options.quiet && level != Level::Always)) return;
   ClearProgress();
-  WriteOut(stdout, fmt::format("{}\n", text));
+  WriteOut(options.textToError ? stderr : stdout, fmt::format("{}\n", text));
 }
 
 void Reporter::Warn(const Fact& fact, std::string_view text) {

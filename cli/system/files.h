@@ -35,10 +35,10 @@ struct FileStamp {
   friend bool operator==(const FileStamp&, const FileStamp&) = default;
 };
 
-/// A regular file that is open for reading, or the reason why it is not.
+/// A regular file, or a disk, that is open for reading, or the reason why it is not.
 class OpenedFile {
  public:
-  /// Links may lead to it; anything but a regular file is refused and not waited for.
+  /// Links may lead to it; anything else is refused and not waited for.
   static OpenedFile Open(const std::string& path);
 
   explicit operator bool() const { return state != nullptr; }

@@ -1,9 +1,12 @@
 // From the end of a transfer to files under their names, as the verdicts of outcome/delivery have it.
 #include "cli/transfer/delivery.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
+#include "cli/show/units.h"
 #include "cli/transfer/salvage.h"
 
 namespace quorl::cli {
@@ -32,7 +35,9 @@ class Delivering {
     judge = {rules.key != nullptr, rules.catalogue != nullptr && !rules.allOrNothing, rules.allOrNothing};
     Action action = Take(JudgeArrival(result.end, Look(), judge));
     if (action == Action::Keep) Keep();
+    if (rules.sink != nullptr && (action == Action::Verify || action == Action::Move)) action = RequireOneFile(action);
     if (action == Action::Verify) action = Verify();
+    if (action == Action::Move && rules.sink != nullptr) action = UseSink();
     if (action == Action::Move) Move();
     result.notMeant = action == Action::Ignore;
     return std::move(result);
@@ -69,6 +74,45 @@ class Delivering {
     return verdict.action;
   }
 
+  /// A sink takes what is one file, and verified.
+  Action RequireOneFile(Action action) {
+    const Manifest& listed = manifest.manifest;
+    if (action == Action::Move) {
+      result.failure = Failure{Exit::NotVerified, "what arrived cannot be verified", "it came without a manifest", {}};
+    } else if (listed.files.size() != 1 || !listed.emptyDirectories.empty() || !listed.links.empty()) {
+      result.failure = Failure{Exit::Other,
+                               "the transfer is not a single file",
+                               fmt::format("--output takes one, and {} came", Count(listed.files.size(), "file")),
+                               {}};
+    } else {
+      return action;
+    }
+    result.failure->next = {"Nothing was written, and what had been received is removed."};
+    return Action::Discard;
+  }
+
+  /// The file gets the name of the sink, to be moved to it, or is poured out.
+  Action UseSink() {
+    StagedTree::File& file = tree.files.front();
+    const SplitName split(file.name);
+    Sink& sink = *rules.sink;
+    if (!sink.outlet) {
+      if (const SystemError error =
+              directory.Sub(split.directory).Move(split.leaf, directory, sink.name, OntoName::Any))
+        result.failure = Failure{Exit::LocalFiles, sink.shown + " cannot be written", error.text, {}};
+      file.name = sink.name;
+      return result.failure ? Action::Discard : Action::Move;
+    }
+    OpenedFile opened = directory.Read(file.name);
+    if (!opened) result.failure = Failure{Exit::LocalFiles, "what was received cannot be read", opened.Why().text, {}};
+    if (opened) result.failure = Pour(opened, file.size, sink, rules.progress, result.interrupted);
+    if (!result.failure) {
+      result.moved.moved.push_back({file.name, file.name});
+      result.moved.bytes = file.size;
+    }
+    return Action::Discard;
+  }
+
   Action Verify() {
     auto verification = VerifyTree(directory, tree, manifest.manifest, rules.inPlace, rules.progress);
     result.interrupted = !verification;
@@ -88,7 +132,7 @@ class Delivering {
     for (size_t i = 0; i < files.size(); ++i)
       if (files[i].digest != Digest{}) digests[static_cast<uint32_t>(i + 1)] = files[i].digest;
     // Who asked for an end does not wait for files to be read.
-    if (result.end.kind == RoundEnd::Kind::Interrupted) digests.clear();
+    if (result.end.kind == RoundEnd::Kind::Interrupted || rules.sink != nullptr) digests.clear();
     Salvaged salvaged = Salvage(staging, *rules.catalogue, digests, rules.move);
     result.moved = std::move(salvaged.moved);
     result.filesKept = salvaged.kept.files.size();

@@ -10,6 +10,7 @@
 #include "cli/outcome/delivery.h"
 #include "cli/staging/move.h"
 #include "cli/staging/staging.h"
+#include "cli/transfer/pour.h"
 
 namespace quorl::cli {
 
@@ -40,6 +41,7 @@ struct DeliveryRules {
   InPlace inPlace;
   bool allOrNothing = false;
   bool permissions = true;  ///< Those of the manifest are given to the files.
+  Sink* sink = nullptr;     ///< Where one file goes; null: everything goes to its names.
   uint32_t ownAddress = 0;
   DigestProgress progress;  ///< Hears of the bytes read while verifying.
 };

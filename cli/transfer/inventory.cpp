@@ -29,7 +29,7 @@ class Taking {
     const std::string name = StoredName(entry.name);
     if (IsReservedName(name)) return;
     Digest found{};
-    const Alike alike = Compare(target.Read(name), entry, rules.quick, found);
+    const Alike alike = rules.onlyKept ? Alike::No : Compare(target.Read(name), entry, rules.quick, found);
     if (alike == Alike::Unknown) return Say(Have::Kind::Asks, file, 0, 1);
     if (alike == Alike::Yes) {
       inventory.inPlace.emplace(entry.name, found);

@@ -21,7 +21,8 @@ struct Inventory {
 };
 
 struct InventoryRules {
-  bool quick = false;  ///< Size and time are enough.
+  bool quick = false;     ///< Size and time are enough.
+  bool onlyKept = false;  ///< What stands in its place does not count.
   DigestProgress progress;
 };
 

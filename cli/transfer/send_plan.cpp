@@ -225,13 +225,14 @@ void RejectNameless(const fs::path& path) {
 }
 
 /// Throws a Remark for a path of the selection itself, which nothing can be left out of.
-void RejectWhatCannotTravel(const fs::path& path) {
+void RejectWhatCannotTravel(const fs::path& path, bool devices) {
   const std::string name = path.filename().string();
   if (name.find_first_of("\\*?><\"|:") != std::string::npos)
     throw Remark{path.string(), "a name with one of \\ * ? > < \" | : cannot travel"};
   if (IsReservedName(name)) throw Remark{path.string(), "receivers keep such names to themselves"};
   std::error_code error;
   const fs::file_type type = fs::status(path, error).type();
+  if (devices && type == fs::file_type::block) return;
   if (type != fs::file_type::regular && type != fs::file_type::directory) throw Remark{path.string(), KindOf(type)};
 }
 
@@ -257,7 +258,7 @@ SendPlan PlanSending(const std::vector<std::string>& paths, const PlanRules& rul
       if (std::find(chosen.begin(), chosen.end(), path) != chosen.end()) continue;
       RejectNameless(path);
       RejectSameName(chosen, path);
-      RejectWhatCannotTravel(path);
+      RejectWhatCannotTravel(path, rules.devices);
       chosen.push_back(path);
     } catch (const Remark& remark) {
       plan.unfit.push_back(remark);

@@ -59,6 +59,7 @@ struct PlanRules {
   std::vector<std::string> exclude;  ///< Patterns.
   bool skipUnreadable = false;
   Links links = Links::Follow;
+  bool devices = false;  ///< Disks that are named travel with their contents.
 };
 
 /// Gives every directory that holds one of `paths` a drive letter of its own, so that all of them have parents of equal

@@ -246,7 +246,7 @@ enum {
   QUORL_OBSTACLE_BROKEN_LINK = 20,       /* leads nowhere */
   QUORL_OBSTACLE_FIFO = 21,
   QUORL_OBSTACLE_SOCKET = 22,
-  QUORL_OBSTACLE_DEVICE = 23,
+  QUORL_OBSTACLE_DEVICE = 23,       /* a disk that is itself a path of the selection travels with its contents */
   QUORL_OBSTACLE_NOT_A_FILE = 24,   /* neither a file nor a directory, of whatever kind */
   QUORL_OBSTACLE_PATH_REFUSED = 25, /* a path of the selection that SetSelectFiles refuses for its form */
   QUORL_OBSTACLE_FILTERED = 26      /* the host's filter (SetSelectionFilter) */

@@ -187,6 +187,47 @@ class ReceiveTest(unittest.TestCase):
         again.signal(signal.SIGINT)
         self.expect(again, 130, "no transfer had started")
 
+    def test_a_stream_from_a_pipe_reaches_pipes_and_files_once_it_is_verified(self):
+        image, small, spool = self.tree / "big", self.tree / "block", self.room.path / "spool"
+        write(image, 20_000_000)
+        spool.mkdir()
+        here = ("-i", "127.0.0.1", "-p", self.room.port)
+
+        def receiver(number, output):
+            directory = self.room.target(number)
+            directory.mkdir(exist_ok=True)
+            with open(self.room.path / f"said-{number}", "wb") as said:
+                command = self.room.start("receive", "--output", output, "-i", f"127.0.0.{number + 1}",
+                                          "-p", self.room.port, cwd=directory, error=said)
+            while "Waiting" not in (self.room.path / f"said-{number}").read_text() + command.output():
+                time.sleep(0.02)
+            return command
+
+        poured, stored = receiver(1, "-"), receiver(2, self.room.path / "disk.img")
+        with subprocess.Popen(["cat", image], stdout=subprocess.PIPE) as pipe:
+            sender = subprocess.Popen(list(map(str, [QUORL, "send", "-", "--as", "img", "-n", 2, "-r", "800M", *here])),
+                                      stdin=pipe.stdout, stdout=subprocess.DEVNULL,
+                                      env={**os.environ, "TMPDIR": str(spool)})
+            self.addCleanup(sender.kill)
+            self.assertEqual(sender.wait(60), 0)
+        self.assertEqual((poured.wait(30), stored.wait(30)), (0, 0))
+        poured.output_file.seek(0)
+        self.assertTrue(poured.output_file.read() == image.read_bytes() == (self.room.path / "disk.img").read_bytes())
+        self.assertEqual([self.inside(1), self.inside(2), os.listdir(spool)], [[], [], []])
+        image.unlink()
+        for paths, text, code in (((small,), manifest(small).replace(" 4254 ", " 4253 "), 10),
+                                  ((self.tree,), manifest(self.tree), 1), ((small,), None, 10)):
+            refused = receiver(1, "-")
+            self.send(*paths, text=text)
+            self.assertEqual((refused.wait(30), refused.output()), (code, ""))
+        for arguments in (("send", "-", self.tree), ("send", self.tree, "--as", "x"), ("receive", "-o", "-", "--json"),
+                          ("receive", "-o", "x", "--keep")):
+            self.expect(self.room.start(*arguments), 2)
+        full = self.room.start("receive", "-o", "/dev/full", *here)
+        full.wait_for("Waiting")
+        self.send(small, text=manifest(small))
+        self.expect(full, 7, '"/dev/full" cannot be written: No space left')
+
     def test_two_receivers_of_one_machine_in_one_directory(self):
         shared = self.room.path / "shared"
         receivers = [self.room.receiver(number, directory=shared) for number in (1, 2)]

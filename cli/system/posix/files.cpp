@@ -100,7 +100,7 @@ OpenedFile OpenedFile::Open(const std::string& path) {
   struct stat status {};
   if (!descriptor || fstat(descriptor.Get(), &status) != 0) {
     opened.why = LastError();
-  } else if (!S_ISREG(status.st_mode)) {
+  } else if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) {
     opened.why = {SystemError::Kind::NotAFile, EINVAL, "it is not a regular file"};
   } else {
     posix_fadvise(descriptor.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -119,7 +119,9 @@ std::optional<size_t> OpenedFile::Read(std::span<char> into) {
 std::optional<FileStamp> OpenedFile::Stamp() const {
   struct stat status {};
   if (fstat(state->descriptor, &status) != 0) return std::nullopt;
-  return FileStamp{static_cast<uint64_t>(status.st_size),
+  const auto size = state->file.Length();
+  if (!size) return std::nullopt;
+  return FileStamp{*size,
                    TimeOf(status.st_mtim),
                    TimeOf(status.st_ctim),
                    (status.st_mode & S_IXUSR) != 0,

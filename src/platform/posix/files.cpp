@@ -34,6 +34,11 @@ std::optional<DirectoryEntry> EntryFor(int directory, const std::string& name) {
   return DirectoryEntry{name, false, S_ISREG(status.st_mode) ? Unsent::No : KindOfUnsent(status.st_mode)};
 }
 
+/// A file, or a disk that the host names as one; none that a walk meets.
+bool HasLength(mode_t mode) {
+  return S_ISREG(mode) || S_ISBLK(mode);
+}
+
 /// A regular file with one name. If not, errno says why.
 bool IsPlain(const Descriptor& descriptor) {
   struct stat status {};
@@ -48,7 +53,7 @@ PathKind PosixFiles::KindOf(const std::string& path) {
   const auto place = drives.Resolve(path);
   struct stat status {};
   if (!place || stat(place->LocalPath().c_str(), &status) != 0) return PathKind::Missing;
-  if (S_ISREG(status.st_mode)) return PathKind::File;
+  if (HasLength(status.st_mode)) return PathKind::File;
   return S_ISDIR(status.st_mode) ? PathKind::Directory : PathKind::Other;
 }
 
@@ -69,7 +74,7 @@ std::unique_ptr<InputFile> PosixFiles::OpenInput(const std::string& path) {
   if (!place) return nullptr;
   Descriptor descriptor(open(place->LocalPath().c_str(), O_RDONLY | SAFE_FLAGS));
   struct stat status {};
-  if (!descriptor || fstat(descriptor.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
+  if (!descriptor || fstat(descriptor.Get(), &status) != 0 || !HasLength(status.st_mode)) return nullptr;
   posix_fadvise(descriptor.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   return std::make_unique<PosixInputFile>(std::move(descriptor));
 }

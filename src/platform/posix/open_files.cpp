@@ -39,7 +39,9 @@ WriteOutcome OutcomeOf(int error) {
 std::optional<uint64_t> PosixInputFile::Length() {
   struct stat status {};
   if (fstat(descriptor.Get(), &status) != 0) return std::nullopt;
-  return static_cast<uint64_t>(status.st_size);
+  // The status of a disk does not tell it.
+  const off_t size = S_ISBLK(status.st_mode) ? lseek(descriptor.Get(), 0, SEEK_END) : status.st_size;
+  return size < 0 ? std::nullopt : std::optional(static_cast<uint64_t>(size));
 }
 
 std::optional<size_t> PosixInputFile::ReadAt(uint64_t offset, std::span<uint8_t> into) {
