@@ -33,7 +33,8 @@ QUORL_EXPORT void QUORL_CALL DestroyHostWindow(QuorlWindow window);
 QUORL_EXPORT uint32_t QUORL_CALL MapDrive(char letter, const char* directory);
 
 /* Sender: bytes on the wire per second in kbit/s, IP and Ethernet framing included. 0, the value at load, is the
-   system's own fixed pacing. For the next StartSend. Always 1. */
+   system's own fixed pacing. For the next StartSend; in the robust profile a rate also replaces that of a transfer that
+   is under way, from its next block on. Always 1. */
 QUORL_EXPORT uint32_t QUORL_CALL SetSendRate(uint32_t kilobitsPerSecond);
 
 /* Sender: the receivers collected so far. Fills at most capacity addresses, returns how many there are. */
@@ -99,6 +100,8 @@ typedef struct {
                                         middle of a transfer of this room */
   uint64_t underWayTotal;            /* its blocks, */
   uint64_t underWaySent;             /* and those sent when it said so */
+  uint64_t blocksCame;               /* robust: blocks of the stream that have come, */
+  uint64_t blocksLost;               /* and those that got lost on the way, so far */
 } QuorlReceiveState;
 
 /* Receiver: what has been received so far, or by the last transfer. 1; 0 when state is NULL or too small. */

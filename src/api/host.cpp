@@ -242,6 +242,8 @@ uint32_t GetReceiveState(QuorlReceiveState* state) {
     received.askedTarget.copy(values.askedTarget, sizeof values.askedTarget - 1);
     values.otherSender = received.otherSender;
     values.isMaster = received.isMaster ? 1 : 0;
+    values.blocksCame = received.blocksCame;
+    values.blocksLost = received.blocksLost;
     values.bytesStored = received.bytesStored;
     values.senderCapabilities = received.senderCapabilities;
     if (received.underWay) {

@@ -96,8 +96,13 @@ uint32_t CTransServer::GetErrInfo(uint32_t* errInfoBuffer) {
 }
 
 void CTransServer::SetSendRate(uint32_t kilobitsPerSecond) {
-  const std::scoped_lock lock(mutex);
-  sendRate = kilobitsPerSecond;
+  std::shared_ptr<SenderSession> current;
+  {
+    const std::scoped_lock lock(mutex);
+    sendRate = kilobitsPerSecond;
+    current = session;
+  }
+  if (current) current->ChangeRate(kilobitsPerSecond);
 }
 
 uint32_t CTransServer::GetReceivers(uint32_t* addresses, uint32_t capacity) {

@@ -48,7 +48,7 @@ class CTransServer {
   uint32_t StopSend();
   uint32_t GetErrInfo(uint32_t* errInfoBuffer);
 
-  /// For the next StartSend; 0 is the system's own fixed pacing.
+  /// For the next StartSend, and in the robust profile at once; 0 is the system's own fixed pacing.
   void SetSendRate(uint32_t kilobitsPerSecond);
   uint32_t GetReceivers(uint32_t* addresses, uint32_t capacity);
   /// For the next InitServer.

@@ -20,7 +20,7 @@ constexpr size_t BLOCKS_AHEAD = 60;
 DataStream::DataStream(const TransferParts& parts)
     : parts(parts),
       pacer(parts.plan.rate),
-      datagrams(pacer.Burst(MAX_DATAGRAM, DATAGRAMS_AT_ONCE), BlockDatagram(CMD_DATA)),
+      datagrams(parts.plan.rate == 0 ? 1 : DATAGRAMS_AT_ONCE, BlockDatagram(CMD_DATA)),
       file(parts.context.machine.clock, BLOCKS_AHEAD) {}
 
 StreamEnd DataStream::Run() {
@@ -64,7 +64,7 @@ StreamEnd DataStream::SendBlock(uint32_t number, uint32_t block) {
   if (parts.end.IsStopRequested()) return StreamEnd::Stopped;
   context.PostFileName(number, parts.plan.File(number).relativeName);
   gathered.push_back(datagram.Datagram(read->bytes));
-  return gathered.size() == datagrams.size() ? SendGathered(number) : StreamEnd::Complete;
+  return gathered.size() >= pacer.Burst(MAX_DATAGRAM, datagrams.size()) ? SendGathered(number) : StreamEnd::Complete;
 }
 
 StreamEnd DataStream::SendGathered(uint32_t number) {
@@ -73,6 +73,7 @@ StreamEnd DataStream::SendGathered(uint32_t number) {
   if (parts.end.IsStopRequested()) return StreamEnd::Stopped;
   if (!context.sockets.SendToGroup(gathered, parts.end.Patience())) return StreamEnd::SendFailed;
   const Moment now = context.machine.clock.Now();
+  pacer.ChangeRate(context.rate);
   for (const auto& bytes : gathered) {
     pacer.Sent(now, bytes.size());
     parts.progress.NoteBlock(number, false);

@@ -25,6 +25,10 @@ constexpr Duration LONGEST_BURST = 1ms;
 
 }  // namespace
 
+void Pacer::ChangeRate(uint32_t kilobitsPerSecond) {
+  if (rate != 0 && kilobitsPerSecond != 0) rate = kilobitsPerSecond;
+}
+
 std::optional<Moment> Pacer::NextSend(bool fastPacing) {
   if (rate != 0) return schedule;
   if (sentSincePause < (fastPacing ? FAST_RUN : SLOW_RUN)) return std::nullopt;

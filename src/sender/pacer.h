@@ -15,6 +15,9 @@ class Pacer {
   /// but the first, or when every receiver is fast, 10 ms before the 3rd, the 5th, the 7th and so on.
   explicit Pacer(uint32_t kilobitsPerSecond) : rate(kilobitsPerSecond) {}
 
+  /// Another rate from the next datagram on; with the fixed pacing, and to it, there is no change.
+  void ChangeRate(uint32_t kilobitsPerSecond);
+
   /// The moment before which the next datagram must not leave; nothing when it may leave at once. To be asked once for
   /// each datagram. `fastPacing` matters to the fixed pacing only and may change from one datagram to the next.
   std::optional<Moment> NextSend(bool fastPacing);
@@ -29,7 +32,7 @@ class Pacer {
  private:
   Duration TimeOnWire(size_t length) const;
 
-  const uint32_t rate;
+  uint32_t rate;
   Moment lastSent{};
   uint32_t sentSincePause = 0;
   std::optional<Moment> schedule;  ///< With a rate: when the next datagram is due.

@@ -54,6 +54,7 @@ void Repair::Do(const ResendOrder& order) {
   const auto bytes = datagram.Datagram(block->bytes);
   if (!HoldToRate()) return;
   if (!context.sockets.SendToGroup(bytes, parts.end.Patience())) return FailToResend();
+  pacer.ChangeRate(context.rate);
   pacer.Sent(context.machine.clock.Now(), bytes.size());
   context.PostFileName(order.file, parts.plan.File(order.file).relativeName);
   parts.progress.NoteBlock(order.file, true);

@@ -43,6 +43,8 @@ class SenderContext {
   /// Every receiver so far runs on a platform that takes the fast pacing. Never set again once cleared.
   std::atomic<bool> fastPacing = true;
 
+  std::atomic<uint32_t> rate = 0;  ///< Of the latest transfer, kbit/s, as far as the host has changed it since.
+
   std::atomic<uint32_t> shownFile = 0;  ///< The one whose name the host was told last; 0 for none.
 
   /// Guards the table, the flow control with the transfers' orders, and what is said to be guarded by it elsewhere.

@@ -97,6 +97,7 @@ std::optional<Correspondence::Received> SenderSession::TakeLetter() {
 }
 
 void SenderSession::StartTransfer(TransferPlan plan) {
+  context->rate = plan.rate;
   const auto next = std::make_shared<Transfer>(context, std::move(plan));
   bool isClosed = false;
   std::shared_ptr<Transfer> earlier;
@@ -111,6 +112,10 @@ void SenderSession::StartTransfer(TransferPlan plan) {
   if (isClosed) next->Close();
   StartReplyThread(next);
   next->Start();
+}
+
+void SenderSession::ChangeRate(uint32_t kilobitsPerSecond) {
+  if (context->profile == Profile::Robust) context->rate = kilobitsPerSecond;
 }
 
 void SenderSession::Close() {

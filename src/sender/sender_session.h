@@ -24,6 +24,8 @@ class SenderSession : public std::enable_shared_from_this<SenderSession> {
   bool Collect(ExpectedReceivers expected);
   /// Stops an earlier transfer and starts a new one.
   void StartTransfer(TransferPlan plan);
+  /// Another rate for the transfer that is under way.
+  void ChangeRate(uint32_t kilobitsPerSecond);
   void StopTransfer() { Latest()->Stop(); }
   /// Closes the sockets and wakes every thread. Idempotent.
   void Close();

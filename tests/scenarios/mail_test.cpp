@@ -155,6 +155,7 @@ TEST_F(MailRoom, WhatEverybodyHoldsIsNotStreamedAndWhoHoldsItIsComplete) {
   EXPECT_EQ(heard, 20u);
   EXPECT_EQ(CountSent(room, CMD_DATA), 20u);
   EXPECT_EQ(room.Client(1).StoredBlocks().size(), 2u);
+  EXPECT_EQ(room.Client(0).GetState().blocksLost, 0u) << "what is left out is no loss to who holds it";
 }
 
 TEST_F(MailRoom, WhoMissesTheCollectionJoinsAtTheAnnouncement) {
@@ -164,6 +165,8 @@ TEST_F(MailRoom, WhoMissesTheCollectionJoinsAtTheAnnouncement) {
     return !toSecond || !(Is(transit, CMD_COLLECT) || Is(transit, CMD_OFFER) || isLost);
   });
   Play(room);
+  EXPECT_EQ(room.Client(1).GetState().blocksLost, 2u) << "one of either file";
+  EXPECT_EQ(room.Client(1).GetState().blocksCame, 28u);
   EXPECT_EQ(Ends(room), "whole told, whole told");
 }
 

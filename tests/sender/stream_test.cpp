@@ -60,6 +60,20 @@ TEST_F(Stream, TheFastPaceSendsPairsUntilASlowReceiverAnswers) {
   EXPECT_EQ(moments, (std::vector<int64_t>{0, 0, 10, 10, 20, 45, 70}));
 }
 
+TEST_F(Stream, AnotherRateHoldsFromTheNextBlockOnWhereTheProfileTakesIt) {
+  for (const Profile profile : {Profile::Classic, Profile::Robust}) {
+    server.SetSendRate(1000);  // 40 ms a block
+    Init(1, profile);
+    const auto before = Sent(CMD_DATA).size();
+    Start();
+    world.RunFor(15ms);
+    server.SetSendRate(1'000'000);
+    world.RunFor(35ms);
+    EXPECT_EQ(Sent(CMD_DATA).size() - before, profile == Profile::Robust ? 6U : 3U);
+    world.RunFor(3s);
+  }
+}
+
 TEST_F(Stream, AFileThatShrinksIsNamedAndOfOneThatIsOpenOrRobustTheDatagramsGetShorter) {
   using Lengths = std::vector<size_t>;
   struct Case {

@@ -16,6 +16,7 @@
 #include "protocol/datagrams.h"
 #include "protocol/profile.h"
 #include "receiver/blocks/block_record.h"
+#include "receiver/blocks/stream_gaps.h"
 
 namespace quorl {
 
@@ -101,6 +102,8 @@ class BlockRepair {
   virtual bool IsMaster() const = 0;
   /// The stream of the announced transfer is still to be answered.
   virtual bool IsStreaming() const = 0;
+  /// How the stream of the announced transfer comes; null where nobody looks.
+  virtual const StreamGaps* Gaps() const { return nullptr; }
   /// The receiver is torn down: nothing is missing any more.
   virtual void Forget() = 0;
 };

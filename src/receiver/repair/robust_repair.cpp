@@ -39,6 +39,7 @@ constexpr std::array<Duration, 6> UNTIL_SAID_AGAIN = {10ms, 10ms, 20ms, 40ms, 80
 }  // namespace
 
 void RobustRepair::Begin(Moment) {
+  gaps.Begin();
   takesPart = true;
   streamOver = answered = isMaster = settling = false;
   requests.Clear();
@@ -48,7 +49,11 @@ void RobustRepair::Begin(Moment) {
 }
 
 Admission RobustRepair::TakeData(const BlockHead& head, bool hasRoom, Moment now, RepairSteps& steps) {
-  const Admission admission = Take(head, hasRoom, steps);
+  Admission admission = Admit(head);
+  if (admission == Admission::Admitted) {
+    gaps.Take(head, record);
+    admission = Take(head, hasRoom, steps);
+  }
   // It may come behind the end of the stream, and be what was missing.
   if (admission == Admission::Admitted) requests.Answered(now, {head.file, head.block});
   GoOn(now, steps);
@@ -57,21 +62,25 @@ Admission RobustRepair::TakeData(const BlockHead& head, bool hasRoom, Moment now
 
 Admission RobustRepair::TakeResend(const BlockHead& head, bool hasRoom, Moment now, RepairSteps& steps) {
   if (record.Generation() == 0) return Admission::Unannounced;
-  const Admission admission = Take(head, hasRoom, steps);
+  Admission admission = Admit(head);
+  if (admission == Admission::Admitted) admission = Take(head, hasRoom, steps);
   if (admission == Admission::Admitted) requests.Answered(now, {head.file, head.block});
   streamOver = true;
   GoOn(now, steps);
   return admission;
 }
 
+Admission RobustRepair::Admit(const BlockHead& head) {
+  return takesPart ? record.AdmitAnnounced(head) : Admission::Unannounced;
+}
+
 // A block that has come already has been stored, or will be.
 Admission RobustRepair::Take(const BlockHead& head, bool hasRoom, RepairSteps& steps) {
-  const Admission admission = takesPart ? record.AdmitAnnounced(head) : Admission::Unannounced;
-  if (admission != Admission::Admitted || record.IsReceived({head.file, head.block})) return admission;
+  if (record.IsReceived({head.file, head.block})) return Admission::Admitted;
   if (!hasRoom) return Admission::QueueFull;
   record.Receive({head.file, head.block});
   steps.push_back(StoreStep{});
-  return admission;
+  return Admission::Admitted;
 }
 
 void RobustRepair::TakeMaster(const Master&, Moment now, RepairSteps& steps) {

@@ -25,9 +25,11 @@ class RobustRepair final : public BlockRepair {
   bool IsLeaving() const override { return leaving; }
   bool IsMaster() const override { return isMaster; }
   bool IsStreaming() const override { return !streamOver; }
+  const StreamGaps* Gaps() const override { return &gaps; }
   void Forget() override {}
 
  private:
+  Admission Admit(const BlockHead& head);
   Admission Take(const BlockHead& head, bool hasRoom, RepairSteps& steps);
   void GoOn(Moment now, RepairSteps& steps);
   void Answer(Moment now, RepairSteps& steps);
@@ -40,6 +42,8 @@ class RobustRepair final : public BlockRepair {
   void SayAgain(Moment now, RepairSteps& steps);
 
   BlockRecord& record;
+
+  StreamGaps gaps;
 
   bool takesPart = true;
   bool streamOver = false;

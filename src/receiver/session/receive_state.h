@@ -27,6 +27,8 @@ struct ReceiveState {
   uint64_t blocksStored = 0;    ///< Blocks written to the disk.
   uint64_t blocksMissing = 0;   ///< Blocks announced and not on the disk; none when it is complete.
   uint64_t bytesStored = 0;     ///< Contents of files written to the disk.
+  uint64_t blocksCame = 0;      ///< Robust: of the stream,
+  uint64_t blocksLost = 0;      ///< and those that it has jumped over.
   bool isMaster = false;        ///< It is this receiver's turn to ask for what is missing.
   uint32_t firstFailure = 0;    ///< The first QUORL_STATUS_ code other than 0 that the host was told; 0 for none.
   uint32_t senderAddress = 0;   ///< Where the latest datagram came from; network byte order; 0 for nowhere yet.

@@ -79,6 +79,10 @@ ReceiveState ReceiverSession::GetState() {
     state.blocksStored = std::min<uint64_t>(blocks.StoredCount(), state.blocksExpected);
     state.bytesStored = blocks.StoredBytes();
     state.isMaster = repair->IsMaster();
+    if (const StreamGaps* gaps = repair->Gaps()) {
+      state.blocksCame = gaps->Came();
+      state.blocksLost = gaps->Lost();
+    }
   });
   state.blocksMissing = state.complete ? 0 : state.blocksExpected - state.blocksStored;
   state.phase = Phase(*current);
