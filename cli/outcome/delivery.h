@@ -46,6 +46,7 @@ struct RoundEnd {
   bool isTooLate = false;              ///< It was agreed on before this receiver was there; the same.
   std::map<uint32_t, Digest> digests;  ///< That it said of files that were out.
   std::vector<std::string> changed;    ///< Files that the sender says have changed while they were sent.
+  std::vector<QuorlBlocks> stored;     ///< Blocks that are on the disk, where it is not complete.
   RoomOnDisk room;
   uint64_t strangers = 0;  ///< Datagrams from others than the sender, dropped.
   uint64_t overflows = 0;  ///< Datagrams that this machine had no room for.

@@ -44,6 +44,12 @@ QuorlReceiveState State() {
   return state;
 }
 
+std::vector<QuorlBlocks> StoredBlocks() {
+  std::vector<QuorlBlocks> blocks(GetStoredBlocks(nullptr, 0), {.size = sizeof(QuorlBlocks)});
+  GetStoredBlocks(blocks.data(), static_cast<uint32_t>(blocks.size()));
+  return blocks;
+}
+
 uint64_t Counted(std::string_view name) {
   std::vector<QuorlCounter> counters(GetCounters(nullptr, 0), {.size = sizeof(QuorlCounter)});
   GetCounters(counters.data(), static_cast<uint32_t>(counters.size()));
@@ -177,7 +183,9 @@ RoundEnd Reception::Ended(RoundEnd end) {
   end.strangers = Counted("receiver.dropped.stranger");
   end.overflows = Counted("receiver.socket_overflows");
   end.fragments = announced ? FragmentsRefused() - fragmentsBefore : 0;
-  if (!end.IsComplete()) DeInitClient();
+  if (end.IsComplete()) return end;
+  DeInitClient();
+  end.stored = StoredBlocks();
   return end;
 }
 

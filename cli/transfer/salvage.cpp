@@ -1,24 +1,15 @@
 #include "cli/transfer/salvage.h"
 
-#include <quorl/host.h>
-
 #include <algorithm>
-
 #include <utility>
 #include <vector>
 
 namespace quorl::cli {
 namespace {
 
-std::vector<QuorlBlocks> StoredBlocks() {
-  std::vector<QuorlBlocks> blocks(GetStoredBlocks(nullptr, 0), {.size = sizeof(QuorlBlocks)});
-  GetStoredBlocks(blocks.data(), static_cast<uint32_t>(blocks.size()));
-  return blocks;
-}
-
-Kept KeptOf(const Manifest& catalogue, const Directory& staging) {
+Kept KeptOf(const Manifest& catalogue, std::span<const QuorlBlocks> stored, const Directory& staging) {
   Kept kept;
-  for (const QuorlBlocks& run : StoredBlocks()) {
+  for (const QuorlBlocks& run : stored) {
     if (run.file == 0 || run.file > catalogue.files.size()) continue;
     const ManifestEntry& entry = catalogue.files[run.file - 1];
     if (run.length != entry.size) continue;
@@ -38,12 +29,12 @@ Kept KeptOf(const Manifest& catalogue, const Directory& staging) {
 
 }  // namespace
 
-Salvaged Salvage(Staging& staging, const Manifest& catalogue, const std::map<uint32_t, Digest>& digests,
-                 const MoveRules& rules) {
+Salvaged Salvage(Staging& staging, const Manifest& catalogue, std::span<const QuorlBlocks> stored,
+                 const std::map<uint32_t, Digest>& digests, const MoveRules& rules) {
   Salvaged salvaged;
   const Directory from = staging.Open();
   if (!from) return salvaged;
-  salvaged.kept = KeptOf(catalogue, from);
+  salvaged.kept = KeptOf(catalogue, stored, from);
   auto& files = salvaged.kept.files;
   StagedTree whole;
   for (const auto& [number, digest] : digests) {

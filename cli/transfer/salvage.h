@@ -1,7 +1,10 @@
 #pragma once
 
+#include <quorl/host.h>
+
 #include <cstdint>
 #include <map>
+#include <span>
 
 #include "cli/manifest/manifest.h"
 #include "cli/staging/move.h"
@@ -15,9 +18,9 @@ struct Salvaged {
   Kept kept;         ///< The rest, for the next sending of the same.
 };
 
-/// Asks the library what is on the disk of the files of `catalogue`, and saves it from staging. `digests`: as far as
-/// they are known, by the numbers of the files in the transfer.
-Salvaged Salvage(Staging& staging, const Manifest& catalogue, const std::map<uint32_t, Digest>& digests,
-                 const MoveRules& rules);
+/// Saves from staging what is on the disk of the files of `catalogue`, by `stored`. `digests`: as far as they are
+/// known, by the numbers of the files in the transfer.
+Salvaged Salvage(Staging& staging, const Manifest& catalogue, std::span<const QuorlBlocks> stored,
+                 const std::map<uint32_t, Digest>& digests, const MoveRules& rules);
 
 }  // namespace quorl::cli

@@ -159,11 +159,20 @@ struct SendCase {
   bool leftOut = false;
   std::vector<uint32_t> failed;
   int exit = 0;
+  std::vector<std::string> absent = {};
 };
 
+/// Who failed has said why.
 SendEnd Ended(std::vector<QuorlReceiverState> rows, uint32_t status = 0, int signal = 0, uint32_t shrunk = 0) {
   SendEnd end{.status = status, .signal = signal, .rows = std::move(rows)};
   end.state.shrunkFiles = shrunk;
+  for (const QuorlReceiverState& row : end.rows)
+    if (row.status != 0) end.reasons[row.address] = "full";
+  return end;
+}
+
+SendEnd Changed(SendEnd end) {
+  end.filesChanged = true;
   return end;
 }
 
@@ -182,6 +191,12 @@ TEST(Outcome, WhatASenderEndsWithOverItsRepetitions) {
       {"nobody", {{Ended({B_FAILED}), {}}}, true, {B}, 5},
       {"it was meant for one alone", {{Ended({A_COMPLETE, B_FAILED}), {A}}}, false, {}, 0},
       {"a name could not travel", {{Ended({A_COMPLETE}), {}}}, true, {}, 11},
+      {"a file changed the first time",
+       {{Changed(Ended({A_COMPLETE, B_FAILED})), {}}, {Ended({A_LISTENS, B_COMPLETE}), {B}}},
+       false,
+       {},
+       11},
+      {"one was never there", {{Ended({A_COMPLETE}), {A, B}}}, false, {}, 4, {"10.0.0.2"}},
       {"a file became shorter", {{Ended({A_COMPLETE}, 0, 0, 1), {}}}, false, {}, 4},
       {"a file could not be read", {{Ended({A_COMPLETE}, QUORL_STATUS_FILE_UNREADABLE), {}}}, false, {}, 7},
       {"the network refused", {{Ended({A_COMPLETE}, QUORL_STATUS_SEND_FAILED), {}}}, false, {}, 1},
@@ -197,6 +212,9 @@ TEST(Outcome, WhatASenderEndsWithOverItsRepetitions) {
     SendTally tally;
     for (const Attempt& attempt : one.attempts) tally.Add(attempt.end, attempt.only);
     if (one.leftOut) tally.NoteLeftOut();
+    tally.NoteAbsent(one.absent);
+    const bool lastFailed = !tally.Rows().empty() && tally.Rows().back().status != 0;
+    EXPECT_EQ(tally.ReasonOf(tally.Rows().back().address), lastFailed ? "full" : "");
     EXPECT_EQ(tally.Failed(), one.failed);
     EXPECT_EQ(tally.ExitCode(), one.exit);
   }

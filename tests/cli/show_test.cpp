@@ -9,6 +9,8 @@
 #include "cli/show/escape.h"
 #include "cli/show/fact.h"
 #include "cli/show/progress.h"
+#include "cli/show/received.h"
+#include "cli/show/sent.h"
 #include "cli/show/views.h"
 #include "cli/system/network.h"
 
@@ -36,7 +38,7 @@ TEST(Escape, LetsNothingThroughThatSteersATerminalOrIsNoUtf8) {
 TEST(Facts, BecomeJsonThatAnyBytesLeaveIntact) {
   EXPECT_EQ(JsonString("a \"b\" \\ ä 😀"), "\"a \\\"b\\\" \\\\ ä 😀\"");
   EXPECT_EQ(JsonString("\x1b[31m\n\x7f\xe2\x80\xae"), "\"\\u001b[31m\\u000a\\u007f\\u202e\"");
-  EXPECT_EQ(JsonString("\xf3\xa0\x81\x81"), "\"\\udb40\\udc41\"") << "an invisible tag, beyond the first plane";
+  EXPECT_EQ(JsonString("\xf3\xa0\xbf\xbf"), "\"\\udb43\\udfff\"") << "an invisible tag, beyond the first plane";
   Fact fact("file");
   fact.Add("name", "a\xff").Add("blocks", uint64_t{18446744073709551615u}).Add("whole", false);
   fact.Add("list", std::vector<std::string>{"x", "y"}).Add("rows", std::vector<Fact>{Fact("row")});
@@ -88,6 +90,26 @@ TEST(Findings, EachFaultOfAMachineIsSeen) {
 QuorlReceiverState Row(uint32_t address, uint32_t state, uint32_t missing = 0) {
   return {sizeof(QuorlReceiverState), Ip(10, 0, 0, address), state, state == QUORL_RECEIVER_FAILED ? 112u : 0u,
           missing};
+}
+
+TEST(Results, NoNameOfAnyListIsShownRaw) {
+  const std::string name = "\x1b[2J";
+  ReceiveResult result;
+  result.moved.moved = {{name, name + " (1)"}};
+  result.moved.skipped = result.moved.taken = result.end.changed = {name, name};
+  result.moved.refused = {{name, "one"}, {name, "other"}};
+  result.differences = {{name, "same"}, {name, "same"}, {name, "same"}};
+  SendTally tally;
+  tally.Add({.rows = {Row(1, QUORL_RECEIVER_FAILED)}, .reasons = {{Ip(10, 0, 0, 1), name}}}, {});
+  testing::internal::CaptureStdout();
+  Reporter reporter({}, "");
+  TellResult(reporter, result);
+  TellSent(reporter, HostNames(), tally, {}, std::chrono::seconds(1));
+  const std::string shown = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(shown.find('\x1b'), std::string::npos) << shown;
+  size_t names = 0;
+  for (size_t at = 0; (at = shown.find("\\x1b[2J", at)) != std::string::npos; ++at) ++names;
+  EXPECT_EQ(names, 2u + 3 * 2 + 2 + 2 + 1) << shown;
 }
 
 TEST(Progress, TheRateIsThatOfTheLastSecondsAndAHundredPerCentIsTheEnd) {

@@ -108,9 +108,14 @@ TEST_F(StagingTest, EachPolicyTreatsATakenNameInItsWay) {
       if (!text.empty()) Write("in/" + name, text);
     Write("from/d/a.txt", "new");
     Write("from/d/b", "second");
+    Write("from/d/same", "alike");
+    Write("in/d/same", "alike");
     fs::create_directories(root / "from/empty");
     const MoveReport report = Move({one.existing, true, one.inOneStep});
-    EXPECT_EQ(Look("in"), one.expected);
+    Tree expected = one.expected;
+    expected["d/same"] = "alike";
+    EXPECT_EQ(Look("in"), expected);
+    EXPECT_EQ(Look("from").contains("d/b"), one.moved == 0) << "a file has one name";
     EXPECT_EQ(report.moved.size(), one.moved);
     EXPECT_EQ(report.skipped.size(), one.skipped);
     EXPECT_EQ(report.taken.size(), one.taken);

@@ -52,13 +52,14 @@ TEST(Talk, OnlyWhatAllHaveIsCommonAndNothingBeyondTheFiles) {
     one.Add(run);
   for (const Have::Run& run : {Have::Run{Kind::Blocks, 1, 2, 6},
                                {Kind::Blocks, 1, 3, 2},
+                               {Kind::Blocks, 1, 9, 1},
                                {Kind::Blocks, 2, 5, 6},
                                {Kind::Blocks, 3, UINT32_MAX, UINT32_MAX},
                                {Kind::Whole, 3, 0, 1}})
     other.Add(run);
   EXPECT_EQ(one.Asks(), std::set<size_t>{2});
   one.Intersect(other);
-  EXPECT_EQ(one.Has(), (Holdings::Ranges{{0, {{2, 4}, {6, 8}}}, {2, {{0, 10}}}}))
+  EXPECT_EQ(one.Has(), (Holdings::Ranges{{0, {{2, 4}, {6, 8}, {9, 10}}}, {2, {{0, 10}}}}))
       << "runs that overlap, or reach beyond a file, are not taken";
 }
 

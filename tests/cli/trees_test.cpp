@@ -42,7 +42,7 @@ TEST_F(Trees, EveryParentGetsADriveOfItsOwn) {
 }
 
 TEST_F(Trees, ADirectoryIsCountedAsItWillTravel) {
-  for (const char* name : {"a.txt", "sub/b.txt", "sub/c?d.txt", "what?.txt", "sub/back\\slash"})
+  for (const char* name : {"a.txt", "sub/b.txt", "sub/c?d.txt", "what?.txt", "sub/back\\slash", "bare/barer.txt"})
     Make(std::string("tree/") + name);
   fs::create_directories(root / "tree/bare/barer");
   fs::create_directory_symlink(root / "tree/sub", root / "tree/link");
@@ -50,7 +50,7 @@ TEST_F(Trees, ADirectoryIsCountedAsItWillTravel) {
   fs::create_symlink("nowhere", root / "tree/broken");
   SendPlan all = PlanSending({(root / "tree/").native()}, {});
   EXPECT_EQ(all.paths, std::vector<std::string>{"D:\\tree"});
-  EXPECT_EQ(all.files.size(), 4u) << "a.txt, alias, sub/b.txt, sub/c?d.txt";
+  EXPECT_EQ(all.files.size(), 5u) << "a.txt, alias, bare/barer.txt, sub/b.txt, sub/c?d.txt";
   EXPECT_EQ(all.leftOut.size(), 4u) << "what?.txt, sub/back\\slash, link, broken";
   EXPECT_EQ(all.lost, 2u) << "links are told, but nothing that was chosen is missing";
   EXPECT_EQ(all.renamed.size(), 1u);
@@ -81,13 +81,13 @@ TEST_F(Trees, WhatCannotBeSentIsRefused) {
 }
 
 TEST(Exclusions, PatternsAreForNamesOrForPaths) {
-  const Exclusion exclusion({"*.o", "cache/", "doc/**/*.tmp", "/tree/x?", "[!a-c]z", "\\*", "[["});
+  const Exclusion exclusion({"*.o", "cache/", "doc/**/*.tmp", "/tree/x?", "/tree/p[!a]q", "[!a-c]z", "\\*", "[["});
   const std::vector<std::pair<const char*, bool>> names = {
       {"tree/a.o", true}, {"a.o/x", false},           {"tree/a.obj", false},   {"tree/cache/", true},
       {"cache", false},   {"tree/doc/b/c.tmp", true}, {"doc/a/b/c.tmp", true}, {"adoc/b/c.tmp", false},
       {"tree/xy", true},  {"tree/x", false},          {"sub/tree/xy", false},  {"tree/x\xc3\xa4", true},
       {"tree/dz", true},  {"tree/bz", false},         {"tree/*", true},        {"tree/**", false},
-      {"tree/[[", true}};
+      {"tree/[[", true},  {"tree/p/q", false}};
   for (const auto& [name, excluded] : names) {
     const bool isDirectory = std::string_view(name).ends_with('/');
     const std::string plain(name, std::string_view(name).size() - (isDirectory ? 1 : 0));

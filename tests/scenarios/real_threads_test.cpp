@@ -2,6 +2,7 @@
 // so the receiver's network loses every so many-th datagram. For the thread sanitizer above all, which knows what the
 // threads here can do to each other.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <thread>
 
@@ -15,6 +16,9 @@ namespace quorl {
 namespace {
 
 using namespace std::chrono_literals;
+
+// Other runs on this machine have rooms of their own.
+const uint32_t PORT = 20000 + static_cast<uint32_t>(getpid() % 8000);
 
 class LossySocket final : public DatagramSocket {
  public:
@@ -66,9 +70,9 @@ TEST(RealThreads, AnswerTheirHostWhileALongTransferWithLossesRuns) {
   server.SetProfile(Profile::Robust);
   client.SetReceiveRoot("T:\\");
   server.SetSendRate(30'000);
-  ASSERT_EQ(client.InitClient(nullptr, 0, 18333, Ipv4(127, 0, 0, 2)), 1u);
+  ASSERT_EQ(client.InitClient(nullptr, 0, PORT, Ipv4(127, 0, 0, 2)), 1u);
   client.StartReceive();
-  ASSERT_EQ(server.InitServer(nullptr, 0, 18333, Ipv4(127, 0, 0, 1)), 1u);
+  ASSERT_EQ(server.InitServer(nullptr, 0, PORT, Ipv4(127, 0, 0, 1)), 1u);
   ASSERT_EQ(server.SetSelectFiles({"S:\\a"}, ""), 1);
   server.StartSend();
   const auto end = std::chrono::steady_clock::now() + 60s;

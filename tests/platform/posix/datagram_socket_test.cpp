@@ -1,5 +1,6 @@
 #include <sched.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <thread>
 
@@ -42,6 +43,23 @@ TEST(PosixSocket, TellsHowManyDatagramsFoundItsBufferFull) {
   // The system tells with the next datagram that finds room.
   ASSERT_TRUE(sender->Send(Bytes(7), {GROUP, PORT}));
   EXPECT_EQ(Take(*receiver).droppedBefore, SENT - got);
+}
+
+TEST(PosixSocket, ABatchArrivesAsItWasCutAndKeepsNoOtherDatagramWaiting) {
+  const auto sender = OpenMember(Loopback(1), 0);
+  const auto receiver = OpenMember(Loopback(2));
+  const std::vector<size_t> sizes{100, 50, 100, 100, 120};
+  const Bytes bytes(120);
+  std::vector<std::span<const uint8_t>> batch;
+  for (const size_t size : sizes) batch.push_back(std::span(bytes).first(size));
+  ASSERT_TRUE(sender->SendBatch(batch, {GROUP, PORT}, {}));
+  ASSERT_TRUE(sender->Send(Bytes(7), {Loopback(2), PORT}));
+  std::vector<size_t> came;
+  for (size_t i = 0; i <= sizes.size(); ++i) came.push_back(Take(*receiver).length);
+  const auto own = std::find(came.begin(), came.end(), 7u);
+  EXPECT_LE(own - came.begin(), 1) << "the group and the address take turns";
+  if (own != came.end()) came.erase(own);
+  EXPECT_EQ(came, sizes);
 }
 
 /// Gives the calling thread a loopback of its own, which takes a hundred bytes a second. False without the right to
