@@ -23,7 +23,8 @@ uint32_t CTransServer::InitServer(QuorlWindow window, uint32_t groupAddress, uin
   {
     const std::scoped_lock lock(mutex);
     const RoomAddress room = RoomAddress::From(groupAddress, groupPort, localInterface);
-    fresh = std::make_shared<SenderSession>(machine, window, room, profile, capabilities);
+    fresh =
+        std::make_shared<SenderSession>(machine, window, room, profile, capabilities | (symbols ? KNOWS_SYMBOLS : 0));
   }
   const bool open = fresh->Open();
   {
@@ -106,6 +107,11 @@ uint32_t CTransServer::GetReceivers(uint32_t* addresses, uint32_t capacity) {
 void CTransServer::SetProfile(Profile newProfile) {
   const std::scoped_lock lock(mutex);
   profile = newProfile;
+}
+
+void CTransServer::SetSymbols(bool use) {
+  const std::scoped_lock lock(mutex);
+  symbols = use;
 }
 
 void CTransServer::SetCapabilities(uint32_t bits) {

@@ -52,6 +52,8 @@ class CTransServer {
   /// For the next InitServer.
   void SetProfile(Profile newProfile);
   /// For the next InitServer.
+  /// Robust: whether transfers go in symbols where everybody in the room knows them. For the next Init.
+  void SetSymbols(bool use);
   void SetCapabilities(uint32_t bits);
   bool SendWord(std::span<const uint8_t> text);
   std::optional<Correspondence::Received> TakeLetter();
@@ -84,6 +86,7 @@ class CTransServer {
   Profile profile = Profile::Classic;
   PathFilter filter;
   uint32_t capabilities = 0;
+  bool symbols = false;
   BlockRanges skipped;
   BlockListener listener;
 };

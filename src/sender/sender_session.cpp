@@ -54,9 +54,11 @@ bool SenderSession::Collect() {
 bool SenderSession::Ask() {
   if (!context->correspondence.IsOn())
     return context->SendRepeatedly(Build(quorl::Collect{}), ANNOUNCEMENT_COPIES, COLLECT_PAUSE, SendWait{});
-  const auto offer = Build(context->correspondence.OurOffer());
+  const Offer ours = context->correspondence.OurOffer();
+  const auto offer = Build(ours);
   bool asked = false;
   for (int i = 0; i < ANNOUNCEMENT_COPIES; ++i) {
+    if ((ours.capabilities & KNOWS_SYMBOLS) != 0) context->sockets.SendToGroup(BuildPaddedOffer(ours), SendWait{});
     asked = context->sockets.SendToGroup(Build(quorl::Collect{}), SendWait{}) || asked;
     context->SendRepeatedly(offer, 1, COLLECT_PAUSE, SendWait{});
   }
@@ -175,7 +177,9 @@ bool SenderSession::Handle(Transfer& current, std::span<const uint8_t> datagram,
   FromReceiver reply = ParseFromReceiver(datagram);
   if (TakeLetter(current, reply, from)) return true;
   // Who has offered nothing knows no such codes.
-  if (std::holds_alternative<Accept>(reply) || std::holds_alternative<Letter>(reply)) reply = Reject::UnknownCommand;
+  if (std::holds_alternative<Accept>(reply) || std::holds_alternative<Letter>(reply) ||
+      (std::holds_alternative<Lacks>(reply) && !context->correspondence.IsOn()))
+    reply = Reject::UnknownCommand;
   if (const auto* rejected = std::get_if<Reject>(&reply)) {
     context->counters.AddRejected(*rejected);
     if (*rejected == Reject::WrongMagic) return true;
