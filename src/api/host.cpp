@@ -187,11 +187,13 @@ uint32_t GetReceivers(uint32_t* addresses, uint32_t capacity) {
 }
 
 uint32_t SetProfile(uint32_t profile) {
-  if (profile > 1) return FAILED;
+  if (profile > 2) return FAILED;
   return Guarded(FAILED, [&] {
     const auto rules = profile == 0 ? quorl::Profile::Classic : quorl::Profile::Robust;
     Server().SetProfile(rules);
     Client().SetProfile(rules);
+    Server().SetSymbols(profile == 2);
+    Client().SetSymbols(profile == 2);
     return DONE;
   });
 }

@@ -122,6 +122,10 @@ std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::OpenStep& step) {
     const std::scoped_lock lock(parts.context.mutex);
     for (; firstInWindow < schedule->FirstOpen() && !window.empty(); ++firstInWindow) window.pop_front();
   }
+  if (step.first >= catalogueGroups && step.first != firstInWindow + window.size()) {
+    window.clear();
+    firstInWindow = step.first;
+  }
   for (uint32_t group = step.first; group < step.end; ++group) {
     if (group >= catalogueGroups) {
       auto bytes = ReadGroup(group - catalogueGroups);
@@ -140,7 +144,10 @@ std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::OpenStep& step) {
 std::optional<CodedStream::Bytes> CodedStream::ReadGroup(uint32_t group) {
   const std::vector<BlockPlace> places = contents.Blocks(group);
   Bytes bytes(SymbolsOf(places.back().offset + places.back().size) * SYMBOL_SIZE);
-  bool isNeeded = false;
+  // In the second pass for who has come late; nobody is told of the same blocks again.
+  const bool isAgain = group < readUpTo;
+  readUpTo = std::max(readUpTo, group + 1);
+  bool isNeeded = isAgain;
   bool isWhole = true;
   std::array<uint8_t, BLOCK_SIZE> block{};
   for (const BlockPlace& place : places) {
@@ -157,6 +164,10 @@ std::optional<CodedStream::Bytes> CodedStream::ReadGroup(uint32_t group) {
       isWhole = false;
     }
     std::copy_n(block.begin(), read->bytes, bytes.begin() + static_cast<ptrdiff_t>(place.offset));
+    if (isAgain) {
+      parts.progress.NoteBlock(place.file, true);
+      continue;
+    }
     if (parts.plan.skipped.Has(place.file, place.block)) {
       parts.progress.NoteSkipped(1);
       continue;

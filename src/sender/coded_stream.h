@@ -73,6 +73,7 @@ class CodedStream {
   // Of the thread that runs.
   std::deque<Bytes> window;  ///< Bytes of the contents' groups from `firstInWindow` on.
   uint32_t firstInWindow = 0;
+  uint32_t readUpTo = 0;     ///< Groups of the contents that have been read once.
   uint64_t repairBytes = 0;  ///< That are not counted as a block yet.
   std::vector<std::array<uint8_t, SYMBOL_DATAGRAM>> datagrams;
   std::vector<std::span<const uint8_t>> gathered;

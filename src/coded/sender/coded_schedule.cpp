@@ -33,7 +33,22 @@ CodedSchedule::CodedSchedule(uint32_t catalogueGroups, uint32_t groups)
     : catalogueGroups(catalogueGroups), groups(groups), firstOpen(catalogueGroups) {}
 
 void CodedSchedule::Join(uint32_t address, Moment now) {
-  peers.try_emplace(address, Peer{.heard = now, .advanced = now, .has = sent > catalogueGroups ? firstOpen : 0});
+  const bool isLate = opened > catalogueGroups;
+  if (isLate && (isSecondPass || sent - catalogueGroups > (groups - catalogueGroups) / 2)) return;
+  peers.try_emplace(address, Peer{.heard = now, .advanced = now, .has = isLate ? firstOpen : 0});
+  if (isLate) missedUpTo = std::max(missedUpTo, firstOpen);
+}
+
+void CodedSchedule::BeginSecondPass(Moment now) {
+  isSecondPass = true;
+  passBegan = round;
+  groups = missedUpTo;
+  firstOpen = opened = sent = catalogueGroups;
+  open.clear();
+  for (auto& [address, peer] : peers) {
+    peer.has = catalogueGroups;
+    peer.advanced = now;
+  }
 }
 
 size_t CodedSchedule::Group::SentSince(uint32_t poll) const {
@@ -54,6 +69,7 @@ void CodedSchedule::TakeLacks(uint32_t address, const Lacks& lacks, Moment now) 
   Peer& peer = found->second;
   peer.heard = now;
   peer.unanswered = 0;
+  if (lacks.head.round <= passBegan) return;
   uint32_t has = std::min(lacks.head.endGroup, sent);
   bool lacksCatalogue = has < catalogueGroups;
   for (const GroupLack& lack : lacks.groups) {
@@ -68,7 +84,7 @@ void CodedSchedule::TakeLacks(uint32_t address, const Lacks& lacks, Moment now) 
     owing = std::min(owing, lack.group);
   }
   if (lacksCatalogue) has = std::min(has, catalogueGroups);
-  if (has > peer.has || has == sent || (!lacksCatalogue && !peer.hasCatalogue)) peer.advanced = now;
+  if (has > peer.has || (!lacksCatalogue && (has == sent || !peer.hasCatalogue))) peer.advanced = now;
   peer.has = std::max(peer.has, has);
   peer.hasCatalogue = peer.hasCatalogue || !lacksCatalogue;
   Advance();
@@ -85,7 +101,7 @@ void CodedSchedule::ForgetSilent(Moment now) {
   std::erase_if(peers, [&](const auto& each) {
     const Peer& peer = each.second;
     return (peer.unanswered >= MOST_UNANSWERED && now - peer.heard >= LONGEST_SILENCE) ||
-           (peer.has < sent && now - peer.advanced >= LONGEST_STANDSTILL);
+           ((peer.has < sent || !peer.hasCatalogue) && now - peer.advanced >= LONGEST_STANDSTILL);
   });
   Advance();
 }
@@ -98,12 +114,18 @@ CodedSchedule::Step CodedSchedule::Next(Moment now) {
     const uint32_t end = opened < catalogueGroups ? catalogueGroups : std::min(groups, firstOpen + WINDOW);
     return OpenStep{opened, std::min(end, opened + TOGETHER)};
   }
-  const bool allHave = std::all_of(peers.begin(), peers.end(), [&](const auto& each) {
-    return each.second.has == groups && each.second.hasCatalogue;
-  });
-  if (sent == groups && allHave) return EndStep{};
+  if (sent == groups && EverybodyHasAll()) {
+    if (isSecondPass || missedUpTo <= catalogueGroups) return EndStep{};
+    BeginSecondPass(now);
+    return Next(now);
+  }
   const Moment next = *polled + PollPeriod();
   return next > now ? Step{WaitStep{next}} : Step{MakePoll(now)};
+}
+
+bool CodedSchedule::EverybodyHasAll() const {
+  return std::all_of(peers.begin(), peers.end(),
+                     [&](const auto& each) { return each.second.has == groups && each.second.hasCatalogue; });
 }
 
 bool CodedSchedule::MayOpen() const {

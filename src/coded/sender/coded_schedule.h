@@ -9,7 +9,8 @@
 // part any more, and what it lacks is left to the repair behind the stream.
 //
 // The groups of the catalogue come first and stay open to the end, for who comes late; the contents begin when every
-// receiver has the catalogue.
+// receiver has the catalogue. Who comes before the contents are half out takes part from there on, and what it missed
+// goes out in a second pass.
 #pragma once
 
 #include <cstdint>
@@ -93,6 +94,8 @@ class CodedSchedule {
   };
 
   Group* Find(uint32_t group);
+  bool EverybodyHasAll() const;
+  void BeginSecondPass(Moment now);
   void ForgetSilent(Moment now);
   void Advance();
   bool MayOpen() const;
@@ -104,7 +107,10 @@ class CodedSchedule {
   std::optional<SendStep> NextSource();
 
   const uint32_t catalogueGroups;
-  const uint32_t groups;
+  uint32_t groups;          ///< In front of which the pass ends.
+  uint32_t missedUpTo = 0;  ///< What late receivers have missed ends in front of this one.
+  uint32_t passBegan = 0;   ///< The last round before the pass.
+  bool isSecondPass = false;
   std::unordered_map<uint32_t, Peer> peers;
   std::vector<Group> catalogue;
   std::deque<Group> open;  ///< Groups of the contents, from `firstOpen` on.
