@@ -165,6 +165,16 @@ class Quorl(Tool):
                 "--wait-for", len(self.work.bed.receivers)]
 
 
+class QuorlCoded(Quorl):
+    """The same in coded symbols."""
+
+    def receiver(self, number):
+        return [*super().receiver(number), "--coded"]
+
+    def sender(self):
+        return [*super().sender(), "--coded"]
+
+
 class Uftp(Tool):
     """uftp without encryption, at a rate of its own choice (-R -1). With the short times that are best without loss it
     gives up on lossy receivers."""
@@ -269,7 +279,7 @@ class Limit(Tool):
         """Nothing is kept."""
 
 
-TOOLS = {"quorl": Quorl, "uftp": Uftp, "uftp-fragments": UftpFragments, "udpcast": Udpcast, "limit": Limit}
+TOOLS = {"quorl": Quorl, "quorl-coded": QuorlCoded, "uftp": Uftp, "uftp-fragments": UftpFragments, "udpcast": Udpcast, "limit": Limit}
 
 
 def joined(command):

@@ -64,6 +64,20 @@ void Check(const EmptyDir& message, Datagram datagram) {
   MUST(std::equal(built.begin() + head, built.end(), datagram.begin() + head));
 }
 
+void Check(const SymbolDatagram& message, Datagram datagram) {
+  MUST(message.bytes.data() == datagram.data() + LENGTH<SymbolHead>);
+  MUST(LENGTH<SymbolHead> + message.bytes.size() == datagram.size());
+}
+
+void Check(const Lacks& message, Datagram datagram) {
+  MUST(message.head.version != 0 && message.groups.size() <= MOST_LACKS);
+  const std::vector<uint8_t> built = BuildLacks(message);
+  MUST(datagram.size() >= built.size() + message.head.extension);
+  const auto groups = datagram.subspan(LENGTH<LacksHead> + message.head.extension);
+  MUST(std::equal(built.begin() + LENGTH<LacksHead>, built.end(), groups.begin()));
+  for (size_t i = 1; i < message.groups.size(); ++i) MUST(message.groups[i - 1].group < message.groups[i].group);
+}
+
 void Check(Reject reason, Datagram datagram) {
   MUST((reason == Reject::WrongMagic) == !HasMagic(datagram));
 }

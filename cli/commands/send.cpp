@@ -428,7 +428,7 @@ int RunSend(const Options& options, Reporter& reporter) {
                   options.output.json ? "--json is for programs" : "this is no terminal",
                   {"--yes starts as soon as somebody is there, --wait-for N when N receivers are."}};
   }
-  SetProfile(1);
+  SetProfile(options.send.coded ? 2 : 1);
   SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE);
   return Sending(options, reporter).Run();
 }

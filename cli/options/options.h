@@ -63,6 +63,7 @@ struct SendOptions {
   bool subdirectories = true;
   std::string target;    ///< The drive path that receivers are asked to use; empty: their own choice.
   std::string openName;  ///< As the library wants it; empty: none.
+  bool coded = false;    ///< Contents may travel in coded symbols.
   std::string again;     ///< The command line without what says for whom and when, for a shell.
 };
 
@@ -82,6 +83,7 @@ struct ReceiveOptions {
   std::string then;                 ///< A program; empty: none.
   std::chrono::seconds timeout{0};  ///< 0: wait for ever.
   uint32_t from = 0;                ///< The only sender to listen to; 0: anyone.
+  bool coded = false;               ///< Contents may travel in coded symbols.
 };
 
 /// What a command line asks for, defaults included.

@@ -98,7 +98,7 @@ RoundEnd Reception::Run(uint8_t agreedRound) {
 
 bool Reception::Open() {
   inbox.Renew();
-  SetProfile(1);
+  SetProfile(options.coded ? 2 : 1);
   SetSender(options.from);
   const bool hasSomething = !staging.Target().Names().value_or(std::vector<std::string>()).empty();
   SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE | TAKES_LINKS | (hasSomething ? uint32_t{HAS_SOMETHING} : 0));

@@ -49,6 +49,8 @@ QUORL_EXPORT uint32_t QUORL_CALL SetExpectedReceivers(const uint32_t* addresses,
 /* Which rules a role follows from its next Init on. 0, at load: classic, the system's own rules to the letter.
    1: robust, the same datagrams, but lost ones are repeated where one side can cure it, the receiver is bound to one
    sender, and waits end early when what they wait for has come. Robust and classic ends work together.
+   2: robust, and where the sender and everybody in its room follow it, and datagrams of 1472 bytes reach them all, the
+   contents travel in coded symbols: one repair serves all receivers. In any other room it is 1.
    1; 0 for an unknown profile. */
 QUORL_EXPORT uint32_t QUORL_CALL SetProfile(uint32_t profile);
 

@@ -35,7 +35,8 @@ class Run {
  public:
   Run(const RunPlan& plan, bool keepsLog)
       : plan(plan),
-        room({plan.receivers, plan.number, plan.senderProfile, plan.receiverProfile, plan.autoOpenName}),
+        room({plan.receivers, plan.number, plan.senderProfile, plan.receiverProfile, plan.autoOpenName, 0,
+              plan.symbols}),
         attacker(room, plan.number, plan.attackerForgesSources) {
     room.World().SetLogging(keepsLog);
   }
@@ -130,6 +131,7 @@ class Run {
   void SetUp() {
     for (size_t i = 0; i < plan.fileSizes.size(); ++i) room.File(FileName(i), plan.fileSizes[i]);
     for (size_t i = 0; i < plan.emptyDirectories; ++i) room.EmptyDirectory("empty" + std::to_string(i));
+    if (plan.blocksOnly) room.Client(*plan.blocksOnly).SetSymbols(false);
     for (size_t i = 0; i <= room.Receivers(); ++i) {
       SimMachine& machine = i < room.Receivers() ? room.Receiver(i) : room.Sender();
       machine.SetClockDrift(plan.clockDrifts[i]);

@@ -190,6 +190,8 @@ RunPlan DrawPlan(uint64_t number, std::optional<size_t> receivers) {
   if (dice.Chance(0.3)) plan.transfers = dice.Between(2, 3);
   plan.keepsSession = dice.Chance(0.7);
   plan.keepsListening = dice.Chance(0.7);
+  plan.symbols = dice.Chance(0.5) && plan.senderProfile == Profile::Robust;
+  if (plan.symbols && dice.Chance(0.1)) plan.blocksOnly = dice.Between(0, plan.receivers - 1);
   return plan;
 }
 
@@ -218,6 +220,7 @@ std::string ToText(const RunPlan& plan) {
   if (plan.transfers > 1)
     text += "  transfers: " + std::to_string(plan.transfers) + (plan.keepsSession ? ", in one session" : "") +
             (plan.keepsListening ? ", who still listens goes on" : "") + "\n";
+  if (plan.symbols) text += "  in symbols" + (plan.blocksOnly ? ", but for " + NameOf(plan.blocksOnly) : "") + "\n";
   return text + "  faults end after " + Milliseconds(plan.faultsEnd) + "\n";
 }
 

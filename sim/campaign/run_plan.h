@@ -70,6 +70,8 @@ struct RunPlan {
   size_t transfers = 1;                ///< One after the other; the later ones without faults, but with these links.
   bool keepsSession = false;           ///< Of the sender, from one transfer to the next;
   bool keepsListening = false;         ///< and a receiver begins anew only when it has ended.
+  bool symbols = false;                ///< Everybody knows symbols,
+  std::optional<size_t> blocksOnly{};  ///< but for this receiver.
 };
 
 RunPlan DrawPlan(uint64_t number, std::optional<size_t> receivers);

@@ -58,13 +58,16 @@ void Attacker::Learn(std::span<const uint8_t> datagram, Endpoint from) {
   if (const auto* task = std::get_if<quorl::Task>(&message)) knownTask = *task;
   if (const auto* data = std::get_if<Data>(&message)) knownHead = data->head;
   if (const auto* resend = std::get_if<Resend>(&message)) knownHead = resend->head;
+  if (const auto* poll = std::get_if<Poll>(&message)) knownPoll = *poll;
 }
 
 void Attacker::LieToReceivers() {
-  switch (Below(4)) {
+  switch (Below(knownPoll ? 6 : 4)) {
     case 0: return LieAboutTransfer();
     case 1: return LieAboutMaster();
     case 2: return LieAboutBlock();
+    case 3: return LieAboutSymbol();
+    case 4: return LieAboutPoll();
     default: return Garble();
   }
 }
@@ -126,6 +129,46 @@ void Attacker::LieAboutBlock() {
   Send(std::move(datagram), group, knownSender);
 }
 
+void Attacker::LieAboutPoll() {
+  Poll poll = knownPoll.value_or(Poll{});
+  switch (Below(6)) {
+    case 0: poll.transfer = FalseNumber(poll.transfer); break;
+    case 1: poll.round = FalseNumber(poll.round); break;
+    case 2:
+      poll.firstGroup = FalseNumber(poll.firstGroup);
+      poll.endGroup = FalseNumber(poll.endGroup);
+      break;
+    case 3: poll.catalogueLength = FalseNumber(poll.catalogueLength); break;
+    case 4: poll.spread = static_cast<uint16_t>(Below(65536)); break;
+    default:
+      poll.totalBlocks = FalseNumber(poll.totalBlocks);
+      poll.fileCount = FalseNumber(poll.fileCount);
+      break;
+  }
+  SendToGroup(poll);
+}
+
+void Attacker::LieAboutSymbol() {
+  if (!knownPoll) return LieAboutBlock();
+  const auto head =
+      Build(SymbolHead{knownPoll->transfer, static_cast<uint32_t>(Below(2) == 0 ? Below(8) : FalseNumber(0)),
+                       static_cast<uint8_t>(Below(256))});
+  std::vector<uint8_t> datagram(head.begin(), head.end());
+  datagram.resize(head.size() + (Below(4) == 0 ? Below(SYMBOL_SIZE + 9) : SYMBOL_SIZE),
+                  static_cast<uint8_t>(Below(256)));
+  Send(std::move(datagram), group, knownSender);
+}
+
+void Attacker::LieAboutLacks() {
+  Lacks lacks{{.transfer = knownPoll->transfer,
+               .round = static_cast<uint32_t>(Below(2) == 0 ? knownPoll->round : FalseNumber(knownPoll->round)),
+               .endGroup = FalseNumber(knownPoll->endGroup)},
+              {}};
+  for (uint64_t i = Below(MOST_LACKS); i > 0; --i)
+    lacks.groups.push_back({static_cast<uint32_t>(lacks.groups.size()), static_cast<uint8_t>(Below(256))});
+  Send(BuildLacks(lacks), reply, AnyReceiver());
+}
+
 void Attacker::Garble() {
   if (latest.empty()) return;
   std::vector<uint8_t> datagram = latest;
@@ -137,6 +180,7 @@ void Attacker::Garble() {
 
 void Attacker::LieToSender() {
   const uint32_t files = knownTask ? knownTask->fileCount : 1;
+  if (knownPoll && Below(2) == 0) return LieAboutLacks();
   switch (Below(4)) {
     case 0: return SendToSender(Client{static_cast<uint8_t>(Below(2))});
     case 1: return SendToSender(Ack{FalseNumber(files), FalseNumber(knownHead ? knownHead->block : 0)});

@@ -33,6 +33,9 @@ class Attacker {
   void LieAboutTransfer();
   void LieAboutMaster();
   void LieAboutBlock();
+  void LieAboutPoll();
+  void LieAboutSymbol();
+  void LieAboutLacks();
   void Garble();
   BlockHead FalseHead();
   std::string FalseName();
@@ -63,6 +66,7 @@ class Attacker {
   Endpoint knownSender;
   std::optional<quorl::Task> knownTask;
   std::optional<BlockHead> knownHead;
+  std::optional<Poll> knownPoll;
   std::vector<uint8_t> latest;
 };
 

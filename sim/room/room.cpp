@@ -30,11 +30,13 @@ Room::Room(const RoomOptions& options)
     receivers.push_back({&machine, std::make_unique<CTransClient>(machine.Seam())});
     receivers.back().client->SetProfile(options.receiverProfile);
     receivers.back().client->SetCapabilities(options.capabilities);
+    receivers.back().client->SetSymbols(options.symbols);
     receivers.back().host.MakeWindow(machine);
   }
   server = std::make_unique<CTransServer>(sender.Seam());
   server->SetProfile(options.senderProfile);
   server->SetCapabilities(options.capabilities);
+  server->SetSymbols(options.symbols);
   senderHost.MakeWindow(sender);
   sender.Disk().MakeDirectory(SOURCE);
 }
@@ -94,6 +96,7 @@ bool Room::RestartReceiver(size_t index) {
   place.client = std::make_unique<CTransClient>(place.machine->Seam());
   place.client->SetProfile(options.receiverProfile);
   place.client->SetCapabilities(options.capabilities);
+  place.client->SetSymbols(options.symbols);
   if (confined) place.client->SetReceiveRoot(TARGET);
   if (place.host.procedure) place.host.MakeWindow(*place.machine);
   return StartReceiver(index);
@@ -106,6 +109,7 @@ void Room::RestartSender() {
   server = std::make_unique<CTransServer>(sender.Seam());
   server->SetProfile(options.senderProfile);
   server->SetCapabilities(options.capabilities);
+  server->SetSymbols(options.symbols);
   if (senderHost.procedure) senderHost.MakeWindow(sender);
 }
 

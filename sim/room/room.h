@@ -21,6 +21,7 @@ struct RoomOptions {
   Profile receiverProfile = Profile::Classic;
   std::string autoOpenName{};
   uint32_t capabilities = 0;  ///< Of everybody.
+  bool symbols = false;       ///< Whether they know symbols, with the robust profile.
 };
 
 /// A sender and its receivers, each on a machine of its own, as a story of a few lines: put files there, start the

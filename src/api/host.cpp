@@ -196,11 +196,13 @@ uint32_t SetExpectedReceivers(const uint32_t* addresses, uint32_t count) {
 }
 
 uint32_t SetProfile(uint32_t profile) {
-  if (profile > 1) return FAILED;
+  if (profile > 2) return FAILED;
   return Guarded(FAILED, [&] {
     const auto rules = profile == 0 ? quorl::Profile::Classic : quorl::Profile::Robust;
     Server().SetProfile(rules);
     Client().SetProfile(rules);
+    Server().SetSymbols(profile == 2);
+    Client().SetSymbols(profile == 2);
     return DONE;
   });
 }

@@ -66,15 +66,35 @@ Result ParseGrowing(std::span<const uint8_t> datagram) {
   return message;
 }
 
-bool IsCommand(uint8_t code) {
-  return code >= CMD_COLLECT && code <= CMD_HEARD;
+FromSender ParseSymbol(std::span<const uint8_t> datagram) {
+  if (!IsLongEnough<SymbolHead>(datagram)) return Reject::TooShort;
+  return SymbolDatagram{ReadFields<SymbolHead>(datagram), datagram.subspan(LENGTH<SymbolHead>)};
 }
 
-constexpr std::array<std::string_view, CMD_HEARD + 1> COMMAND_NAMES = {
+/// What is out of order is left out with all that follows it.
+FromReceiver ParseLacks(std::span<const uint8_t> datagram) {
+  const auto parsed = ParseGrowing<std::variant<Reject, LacksHead>, LacksHead>(datagram);
+  if (const auto* rejected = std::get_if<Reject>(&parsed)) return *rejected;
+  const auto* head = std::get_if<LacksHead>(&parsed);
+  Lacks lacks{*head, {}};
+  auto rest = datagram.subspan(LENGTH<LacksHead> + head->extension);
+  for (; rest.size() >= GROUP_LACK_SIZE && lacks.groups.size() < MOST_LACKS; rest = rest.subspan(GROUP_LACK_SIZE)) {
+    const GroupLack lack{ReadField<uint32_t>(rest), rest[sizeof(GroupLack::group)]};
+    if (!lacks.groups.empty() && lack.group <= lacks.groups.back().group) break;
+    lacks.groups.push_back(lack);
+  }
+  return lacks;
+}
+
+bool IsCommand(uint8_t code) {
+  return code >= CMD_COLLECT && code <= CMD_LACKS;
+}
+
+constexpr std::array<std::string_view, CMD_LACKS + 1> COMMAND_NAMES = {
     "",           "CMD_COLLECT", "CMD_CLIENT", "CMD_MASTER",   "CMD_RELEASE",  "CMD_ACK",    "CMD_TASK",
     "CMD_RESEND", "CMD_FINISH",  "CMD_STOP",   "CMD_EMPTYDIR", "CMD_DATA",     "CMD_ANSWER", "CMD_SERVEROS",
     "CMD_REPORT", "CMD_AOFNAME", "CMD_OFFER",  "CMD_ACCEPT",   "CMD_UNDERWAY", "CMD_WORD",   "CMD_LETTER",
-    "CMD_HEARD"};
+    "CMD_HEARD",  "CMD_POLL",    "CMD_SYMBOL", "CMD_LACKS"};
 
 std::string Escape(std::string_view text) {
   std::string escaped;
@@ -127,6 +147,9 @@ std::string DescribeFields(uint8_t code, std::span<const uint8_t> datagram) {
     case CMD_WORD: return DescribeFields<Word>(datagram);
     case CMD_LETTER: return DescribeFields<Letter>(datagram);
     case CMD_HEARD: return DescribeFields<Heard>(datagram);
+    case CMD_POLL: return DescribeFields<Poll>(datagram);
+    case CMD_SYMBOL: return DescribeFields<SymbolHead>(datagram);
+    case CMD_LACKS: return DescribeFields<LacksHead>(datagram);
     default: return {};
   }
 }
@@ -157,6 +180,26 @@ std::vector<uint8_t> BuildHeard(Heard heard) {
   const auto fields = Build(heard);
   std::vector<uint8_t> datagram(fields.begin(), fields.end());
   datagram.push_back(heard.knowsEnd);
+  return datagram;
+}
+
+std::vector<uint8_t> BuildPaddedOffer(Offer offer) {
+  offer.extension = CODED_DATAGRAM - LENGTH<Offer>;
+  const auto head = Build(offer);
+  std::vector<uint8_t> datagram(head.begin(), head.end());
+  datagram.resize(CODED_DATAGRAM);
+  return datagram;
+}
+
+std::vector<uint8_t> BuildLacks(const Lacks& lacks) {
+  const auto head = Build(lacks.head);
+  std::vector<uint8_t> datagram(head.begin(), head.end());
+  for (const GroupLack& lack : std::span(lacks.groups).first(std::min(lacks.groups.size(), MOST_LACKS))) {
+    const size_t at = datagram.size();
+    datagram.resize(at + GROUP_LACK_SIZE);
+    WriteField(std::span(datagram).subspan(at), lack.group);
+    datagram.back() = lack.symbols;
+  }
   return datagram;
 }
 
@@ -208,6 +251,8 @@ FromSender ParseFromSender(std::span<const uint8_t> datagram) {
     case CMD_AOFNAME: return ParseFixed<FromSender, AutoOpenName>(datagram);
     case CMD_OFFER: return ParseGrowing<FromSender, Offer>(datagram);
     case CMD_WORD: return ParseGrowing<FromSender, Word>(datagram);
+    case CMD_POLL: return ParseGrowing<FromSender, Poll>(datagram);
+    case CMD_SYMBOL: return ParseSymbol(datagram);
     default: return IsCommand(datagram[2]) ? Reject::NotForThisSide : Reject::UnknownCommand;
   }
 }
@@ -222,6 +267,7 @@ FromReceiver ParseFromReceiver(std::span<const uint8_t> datagram) {
     case CMD_ANSWER: return ParseFixed<FromReceiver, Answer>(datagram);
     case CMD_ACCEPT: return ParseGrowing<FromReceiver, Accept>(datagram);
     case CMD_LETTER: return ParseGrowing<FromReceiver, Letter>(datagram);
+    case CMD_LACKS: return ParseLacks(datagram);
     default: return IsCommand(datagram[2]) ? Reject::NotForThisSide : Reject::UnknownCommand;
   }
 }

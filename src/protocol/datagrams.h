@@ -44,6 +44,9 @@ enum Command : uint8_t {
   CMD_WORD = 19,      ///< sender's host to the hosts of all
   CMD_LETTER = 20,    ///< receiver's host to the sender's
   CMD_HEARD = 21,     ///< sender to one: the letter has come
+  CMD_POLL = 22,      ///< sender to all: a transfer in symbols, how far it is, and who lacks what?
+  CMD_SYMBOL = 23,    ///< sender to all: a symbol
+  CMD_LACKS = 24,     ///< receiver: what it lacks
 };
 
 /// The bytes 0x91 0x02 begin every datagram.
@@ -91,6 +94,8 @@ struct Task {
   uint32_t fileCount = 0;
   uint32_t targetFolder = 0;  ///< a special folder, or 0xFFFFFFFF for targetPath
   NameField targetPath;
+
+  friend bool operator==(const Task&, const Task&) = default;
 };
 template <>
 inline constexpr auto FIELDS<Task> =
@@ -266,6 +271,93 @@ inline constexpr auto FIELDS<Heard> = std::tuple{
     Field{"version", 3, &Heard::version}, Field{"extension", 4, &Heard::extension},
     Field{"session", 6, &Heard::session}, Field{"instance", 10, &Heard::instance}, Field{"number", 14, &Heard::number}};
 
+/// A capability that is the library's own: takes a transfer in symbols.
+inline constexpr uint32_t KNOWS_SYMBOLS = 1 << 16;
+
+// ---- the coded transfer; src/coded tells what groups and symbols are ----
+
+/// Repeats the announcement, so that nobody is left out who has missed that.
+struct Poll {
+  static constexpr Command COMMAND = CMD_POLL;
+  uint8_t version = 1;
+  uint16_t extension = 0;
+  uint32_t transfer = 0;  ///< Another one in each transfer; never 0.
+  uint32_t round = 0;     ///< Counts the polls, from 1 on.
+  uint32_t firstGroup = 0;
+  uint32_t endGroup = 0;  ///< Lacks are asked for from `firstGroup` to before this one.
+  uint32_t catalogueLength = 0;
+  uint16_t symbolSize = 0;
+  uint16_t spread = 0;   ///< Milliseconds over which receivers spread their answers.
+  uint8_t platform = 0;  ///< 1 on the NT family
+  uint32_t totalBlocks = 0;
+  uint32_t fileCount = 0;
+  uint32_t targetFolder = 0;
+  NameField targetPath{};
+
+  Task Announcement() const { return {totalBlocks, fileCount, targetFolder, targetPath}; }
+};
+template <>
+inline constexpr auto FIELDS<Poll> = std::tuple{Field{"version", 3, &Poll::version},
+                                                Field{"extension", 4, &Poll::extension},
+                                                Field{"transfer", 6, &Poll::transfer},
+                                                Field{"round", 10, &Poll::round},
+                                                Field{"first group", 14, &Poll::firstGroup},
+                                                Field{"end group", 18, &Poll::endGroup},
+                                                Field{"catalogue length", 22, &Poll::catalogueLength},
+                                                Field{"symbol size", 26, &Poll::symbolSize},
+                                                Field{"spread", 28, &Poll::spread},
+                                                Field{"platform", 30, &Poll::platform},
+                                                Field{"total blocks", 31, &Poll::totalBlocks},
+                                                Field{"file count", 35, &Poll::fileCount},
+                                                Field{"target folder", 39, &Poll::targetFolder},
+                                                Field{"target path", 43, &Poll::targetPath}};
+
+struct SymbolHead {
+  static constexpr Command COMMAND = CMD_SYMBOL;
+  uint32_t transfer = 0;
+  uint32_t group = 0;
+  uint8_t index = 0;
+};
+template <>
+inline constexpr auto FIELDS<SymbolHead> =
+    std::tuple{Field{"transfer", 3, &SymbolHead::transfer}, Field{"group", 7, &SymbolHead::group},
+               Field{"index", 11, &SymbolHead::index}};
+
+struct SymbolDatagram {
+  static constexpr Command COMMAND = CMD_SYMBOL;
+  SymbolHead head;
+  std::span<const uint8_t> bytes;  ///< In the buffer that was parsed.
+};
+
+/// The head of CMD_LACKS; behind it, for each group that is not stored or on its way to the disk, its number (u32) and
+/// how many symbols it lacks (u8), in ascending order.
+struct LacksHead {
+  static constexpr Command COMMAND = CMD_LACKS;
+  uint8_t version = 1;
+  uint16_t extension = 0;
+  uint32_t transfer = 0;
+  uint32_t round = 0;     ///< The poll's.
+  uint32_t endGroup = 0;  ///< Nothing is said of this group and those behind it.
+};
+template <>
+inline constexpr auto FIELDS<LacksHead> =
+    std::tuple{Field{"version", 3, &LacksHead::version}, Field{"extension", 4, &LacksHead::extension},
+               Field{"transfer", 6, &LacksHead::transfer}, Field{"round", 10, &LacksHead::round},
+               Field{"end group", 14, &LacksHead::endGroup}};
+
+struct GroupLack {
+  uint32_t group = 0;
+  uint8_t symbols = 0;
+
+  friend bool operator==(const GroupLack&, const GroupLack&) = default;
+};
+
+struct Lacks {
+  static constexpr Command COMMAND = CMD_LACKS;
+  LacksHead head;
+  std::vector<GroupLack> groups;  ///< Ascending.
+};
+
 template <typename Message>
 inline constexpr size_t LENGTH = FixedLength<Message, HEADER_SIZE>();
 
@@ -283,10 +375,20 @@ inline constexpr size_t MAX_TEXT = QUORL_TEXT_SIZE;
 /// The largest datagram that a receiver sends, with some room for extensions.
 inline constexpr size_t MAX_REPLY = 1472;
 
+/// Of this size are the datagrams of a coded transfer: what one frame of an Ethernet link holds, so that none is ever
+/// cut. Nearly all of it is the symbol; its size is a multiple of 16, as vector instructions like it.
+inline constexpr size_t CODED_DATAGRAM = 1472;
+inline constexpr size_t SYMBOL_SIZE = (CODED_DATAGRAM - LENGTH<SymbolHead>) / 16 * 16;
+
+/// Groups that one CMD_LACKS names at most.
+inline constexpr size_t GROUP_LACK_SIZE = sizeof(GroupLack::group) + sizeof(GroupLack::symbols);
+inline constexpr size_t MOST_LACKS = (MAX_REPLY - LENGTH<LacksHead>) / GROUP_LACK_SIZE;
+
 static_assert(LENGTH<Collect> == 3 && LENGTH<Client> == 4 && LENGTH<Master> == 7 && LENGTH<Release> == 5);
 static_assert(LENGTH<Ack> == 11 && LENGTH<Task> == 539 && LENGTH<Finish> == 5 && LENGTH<Stop> == 3);
 static_assert(LENGTH<Answer> == 7 && LENGTH<ServerOs> == 4 && LENGTH<Report> == 7 && LENGTH<AutoOpenName> == 527);
 static_assert(LENGTH<Letter> + MAX_TEXT <= MAX_REPLY && LENGTH<Word> + MAX_TEXT <= MAX_REPLY);
+static_assert(LENGTH<Poll> == 567 && LENGTH<SymbolHead> == 12 && LENGTH<LacksHead> == 18 && SYMBOL_SIZE == 1456);
 static_assert(BLOCK_HEAD_SIZE == 542 && MAX_DATAGRAM == 4796 && MAX_EMPTY_DIR_DATAGRAM == 20967);
 
 // ---- building ----
@@ -317,6 +419,12 @@ std::vector<uint8_t> BuildText(const Message& message) {
   std::copy(text.begin(), text.end(), std::copy(head.begin(), head.end(), datagram.begin()));
   return datagram;
 }
+
+/// An offer of CODED_DATAGRAM bytes: whom it reaches, symbols reach.
+std::vector<uint8_t> BuildPaddedOffer(Offer offer);
+
+/// Groups beyond the first MOST_LACKS are left out.
+std::vector<uint8_t> BuildLacks(const Lacks& lacks);
 
 /// One datagram buffer for a stream of blocks: sending a block allocates nothing. Used by one thread at a time.
 class BlockDatagram {
@@ -358,11 +466,11 @@ bool HasMagic(std::span<const uint8_t> datagram);
 
 /// What a receiver's data socket takes.
 using FromSender = std::variant<Reject, Collect, Master, Release, Task, Resend, Finish, Stop, EmptyDir, Data, ServerOs,
-                                AutoOpenName, Offer, Word>;
+                                AutoOpenName, Offer, Word, Poll, SymbolDatagram>;
 FromSender ParseFromSender(std::span<const uint8_t> datagram);
 
 /// What a sender's reply socket takes.
-using FromReceiver = std::variant<Reject, Client, Ack, Finish, Answer, Accept, Letter>;
+using FromReceiver = std::variant<Reject, Client, Ack, Finish, Answer, Accept, Letter, Lacks>;
 FromReceiver ParseFromReceiver(std::span<const uint8_t> datagram);
 
 /// What a receiver's letter socket takes.

@@ -21,7 +21,7 @@ uint32_t CTransClient::InitClient(QuorlWindow hostWindow, uint32_t groupAddress,
     fresh = std::make_shared<ReceiverSession>(
         machine, hostWindow, RoomAddress::From(groupAddress, groupPort, localInterface), profile, receiveRoot, mail);
     fresh->SetHeld(std::exchange(held, BlockRanges()));
-    mail->SetCapabilities(capabilities);
+    mail->SetCapabilities(capabilities | (symbols ? KNOWS_SYMBOLS : 0));
   }
   if (!fresh->PrepareEvents()) return 0;
   const bool opened = fresh->OpenSockets();
@@ -53,6 +53,11 @@ uint32_t CTransClient::StopReceive() {
 void CTransClient::SetProfile(Profile newProfile) {
   const std::scoped_lock locked(lock);
   profile = newProfile;
+}
+
+void CTransClient::SetSymbols(bool use) {
+  const std::scoped_lock locked(lock);
+  symbols = use;
 }
 
 void CTransClient::SetReceiveRoot(const std::string& drivePath) {

@@ -54,6 +54,8 @@ class CTransClient {
   void SetSender(uint32_t address);
 
   /// For the next InitClient.
+  /// Robust: whether transfers go in symbols where everybody in the room knows them. For the next Init.
+  void SetSymbols(bool use);
   void SetCapabilities(uint32_t capabilities);
   bool SendLetter(std::span<const uint8_t> text) { return mail->Send(text); }
   uint32_t LettersOnTheirWay() const { return mail->OnTheirWay(); }
@@ -81,6 +83,7 @@ class CTransClient {
   std::string receiveRoot;
   uint32_t onlySender = 0;
   uint32_t capabilities = 0;
+  bool symbols = false;
   BlockRanges held;
   std::shared_ptr<ReceiverSession> session;
 };

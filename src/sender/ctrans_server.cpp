@@ -24,7 +24,8 @@ uint32_t CTransServer::InitServer(QuorlWindow window, uint32_t groupAddress, uin
   {
     const std::scoped_lock lock(mutex);
     const RoomAddress room = RoomAddress::From(groupAddress, groupPort, localInterface);
-    fresh = std::make_shared<SenderSession>(machine, window, room, profile, capabilities);
+    const uint32_t bits = capabilities | (symbols ? KNOWS_SYMBOLS : 0);
+    fresh = std::make_shared<SenderSession>(machine, window, room, profile, bits);
     whom = std::exchange(expected, {});
   }
   const bool open = fresh->Open();
@@ -113,6 +114,11 @@ uint32_t CTransServer::GetReceivers(uint32_t* addresses, uint32_t capacity) {
 void CTransServer::SetProfile(Profile newProfile) {
   const std::scoped_lock lock(mutex);
   profile = newProfile;
+}
+
+void CTransServer::SetSymbols(bool use) {
+  const std::scoped_lock lock(mutex);
+  symbols = use;
 }
 
 void CTransServer::SetCapabilities(uint32_t bits) {

@@ -53,6 +53,8 @@ class CTransServer {
   uint32_t GetReceivers(uint32_t* addresses, uint32_t capacity);
   /// For the next InitServer.
   void SetProfile(Profile newProfile);
+  /// Robust: whether transfers go in symbols where everybody in the room knows them. For the next InitServer.
+  void SetSymbols(bool use);
   /// For the next InitServer.
   void SetCapabilities(uint32_t bits);
   /// For the next InitServer alone.
@@ -89,6 +91,7 @@ class CTransServer {
   PathFilter filter;
   uint32_t capabilities = 0;
   ExpectedReceivers expected;
+  bool symbols = false;
   BlockRanges skipped;
   BlockListener listener;
 };

@@ -59,9 +59,12 @@ bool SenderSession::Collect(ExpectedReceivers whom) {
 
 // False when nobody could be asked.
 bool SenderSession::Ask() {
-  const auto offer = Build(context->correspondence.OurOffer());
+  const Offer ours = context->correspondence.OurOffer();
+  const auto offer = Build(ours);
   bool asked = false;
   for (int i = 0; i < ANNOUNCEMENT_COPIES; ++i) {
+    if (context->correspondence.IsOn() && (ours.capabilities & KNOWS_SYMBOLS) != 0)
+      context->sockets.SendToGroup(BuildPaddedOffer(ours), SendWait{});
     asked = context->sockets.SendToGroup(Build(quorl::Collect{}), SendWait{}) || asked;
     if (context->correspondence.IsOn()) context->sockets.SendToGroup(offer, SendWait{});
     if (WaitForAnswers(COLLECT_PAUSE)) break;
@@ -199,7 +202,9 @@ bool SenderSession::Handle(Transfer& current, std::span<const uint8_t> datagram,
   FromReceiver reply = ParseFromReceiver(datagram);
   if (TakeLetter(current, reply, from)) return true;
   // A host that has offered nothing knows no such codes.
-  if (std::holds_alternative<Accept>(reply) || std::holds_alternative<Letter>(reply)) reply = Reject::UnknownCommand;
+  if (std::holds_alternative<Accept>(reply) || std::holds_alternative<Letter>(reply) ||
+      (std::holds_alternative<Lacks>(reply) && !context->correspondence.IsOn()))
+    reply = Reject::UnknownCommand;
   if (const auto* rejected = std::get_if<Reject>(&reply)) {
     context->counters.AddRejected(*rejected);
     if (*rejected == Reject::WrongMagic) return true;

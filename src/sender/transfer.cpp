@@ -46,6 +46,7 @@ Transfer::Transfer(std::shared_ptr<SenderContext> sharedContext, TransferPlan ne
       progress(*context, plan),
       end(*context, progress),
       stream({*context, plan, progress, end}),
+      coded({*context, plan, progress, end}),
       repair({*context, plan, progress, end}),
       orders(context->mutex, context->counters, [this](const Order& order) { repair.CarryOut(order); }) {}
 
@@ -143,7 +144,7 @@ void Transfer::SendThread() {
 
 /// False when not every block is out; the host and the receivers have been told then.
 bool Transfer::RunStream() {
-  switch (stream.Run()) {
+  switch (PrepareSymbols() ? coded.Run() : stream.Run()) {
     case StreamEnd::Complete: return true;
     case StreamEnd::Stopped: break;
     case StreamEnd::SendFailed: end.FailSend("\nQuorl-----Send Data form write file!\n"); break;
@@ -154,6 +155,14 @@ bool Transfer::RunStream() {
   }
   CarryOutOrders();
   return false;
+}
+
+bool Transfer::PrepareSymbols() {
+  {
+    const std::scoped_lock lock(context->mutex);
+    if (!CodedStream::Reaches(*context)) return false;
+  }
+  return coded.Prepare();
 }
 
 /// False when the transfer has come to its end by that.
@@ -217,7 +226,8 @@ void Transfer::MasterWatchThread() {
 void Transfer::ReportThread() {
   const auto report = Build(Report{});
   while (!IsOver()) {
-    if (IsRobust() && (stream.IsStuckFor(DISK_PATIENCE) || repair.IsStuckFor(DISK_PATIENCE)))
+    if (IsRobust() &&
+        (stream.IsStuckFor(DISK_PATIENCE) || coded.IsStuckFor(DISK_PATIENCE) || repair.IsStuckFor(DISK_PATIENCE)))
       return end.GiveUp(QUORL_STATUS_FILE_UNREADABLE);
     if (!context->sockets.SendReport(report, end.Patience()))
       return end.FailSend("\nQuorl-----Send Report Data Failed!\n");
@@ -227,14 +237,21 @@ void Transfer::ReportThread() {
 
 bool Transfer::TakeReply(const FromReceiver& reply, Endpoint from) {
   if (end.IsStopRequested()) return false;
+  const auto* lacks = std::get_if<Lacks>(&reply);
   if (IsRobust()) {
     if (!announced) return true;
+    // What it said when it joined may have been lost.
+    if (lacks && coded.IsMine(*lacks)) context->table.AddClient(from);
     if (!context->table.Find(from.address)) {
       // What is not understood, or finds the table full, has been counted for that.
       const bool isCounted = std::holds_alternative<Reject>(reply) || std::holds_alternative<Client>(reply);
       if (!isCounted) context->counters.Add(Count::DroppedStranger);
       return true;
     }
+  }
+  if (lacks) {
+    if (coded.IsMine(*lacks)) coded.TakeLacks(*lacks, from.address);
+    return true;
   }
   Orders decided;
   const bool goesOn = TakeParsed(reply, from, decided);

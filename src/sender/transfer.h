@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "protocol/datagrams.h"
+#include "sender/coded_stream.h"
 #include "sender/data_stream.h"
 #include "sender/order_queue.h"
 #include "sender/progress.h"
@@ -72,6 +73,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
 
   void SendThread();
   bool RunStream();
+  bool PrepareSymbols();
   bool SendFinish();
   /// Gives the receivers time to answer the end of the stream. False when the transfer is being stopped meanwhile.
   bool WaitForAnswers();
@@ -91,6 +93,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
   std::atomic<bool> announced = false;  ///< Receivers may know of the transfer.
 
   DataStream stream;  ///< Used by SendThread.
+  CodedStream coded;  ///< The same; instead of it where all receivers know symbols.
   Repair repair;      ///< Used by whoever carries out orders.
 
   // Guarded by the context's mutex.

@@ -141,7 +141,7 @@ TEST_F(Api, ExportsInAnyOrderDoNoHarm) {
   const char* nothing = nullptr;
   EXPECT_EQ(SetSelectFiles(&nothing, 1, nullptr), 3) << "a null path is an empty one, which is too short";
   EXPECT_EQ(SetSelectFiles(nullptr, 3, nullptr), 1) << "a null array is an empty one";
-  EXPECT_EQ(SetProfile(2), 0u);
+  EXPECT_EQ(SetProfile(3), 0u);
   EXPECT_EQ(MapDrive('1', "/"), 0u);
   EXPECT_EQ(MapDrive('E', "/nowhere/at/all"), 0u);
   EXPECT_EQ(SetReceiveRoot("/nowhere/at/all"), 0u);

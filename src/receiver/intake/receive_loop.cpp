@@ -70,6 +70,7 @@ bool ReceiveLoop::IsLeaving() {
 }
 
 ReceiveLoop::Next ReceiveLoop::ReceiveSome() {
+  Answer();
   const Received received = Receive();
   switch (received.outcome) {
     case Received::Outcome::Datagram: break;
@@ -105,7 +106,8 @@ ReceiveLoop::Next ReceiveLoop::TakeDatagram(const DatagramBatch::Item& datagram)
   if (!HasMagic(datagram.bytes)) return Handle(Reject::WrongMagic);
   if (!session.sender.Accepts(from)) return Drop(Count::DroppedStranger);
   const FromSender message = ParseFromSender(datagram.bytes);
-  const bool isBlock = std::holds_alternative<Data>(message) || std::holds_alternative<Resend>(message);
+  const bool isBlock = std::holds_alternative<Data>(message) || std::holds_alternative<Resend>(message) ||
+                       std::holds_alternative<SymbolDatagram>(message);
   if (isBlock && !session.sender.AcceptsBlocks(from)) return Drop(Count::DroppedStranger);
   session.replies.SetSender(from);
   session.heardSender = true;
@@ -125,7 +127,7 @@ ReceiveLoop::Next ReceiveLoop::HandleWhileLeaving(const FromSender& message) {
 // By the old rules only a datagram or the closing of the socket ends the wait.
 Received ReceiveLoop::Receive() {
   if (!session.rules.wakesToEnd) return session.sockets.ReceiveData(batch, FOREVER, nullptr);
-  const auto due = session.record.With([&](BlockRecord&) { return session.repair->Due(); });
+  const auto due = Due();
   const Duration left = due ? *due - session.machine.clock.Now() : FOREVER;
   // What is due goes before what waits in the socket, or a flood would hold it up.
   if (left <= Duration::zero()) return {.outcome = Received::Outcome::TimedOut};
@@ -175,6 +177,8 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Task& task) {
   session.otherRoom.Forget();
   emptyDirs = 0;
   settleRequest.reset();
+  symbols.reset();
+  answer.Forget();
   std::string targetDir = TargetDirFor(task);
   const BlockRanges held = session.TakeHeld(session.replies.Sender());
   const uint32_t generation = session.record.With([&](BlockRecord& record) {
@@ -201,10 +205,7 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Task& task) {
 }
 
 bool ReceiveLoop::IsCopyOfAccepted(const Task& task) const {
-  const Task& accepted = transfer->task;
-  return acceptedAt && session.machine.clock.Now() - *acceptedAt <= COPIES_WITHIN &&
-         task.totalBlocks == accepted.totalBlocks && task.fileCount == accepted.fileCount &&
-         task.targetFolder == accepted.targetFolder && task.targetPath == accepted.targetPath;
+  return acceptedAt && session.machine.clock.Now() - *acceptedAt <= COPIES_WITHIN && task == transfer->task;
 }
 
 std::string ReceiveLoop::TargetDirFor(const Task& task) {
@@ -288,6 +289,9 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Stop&) {
   session.stopSeen = true;
   // A sender that starts once more at once announces a new transfer, equal as it may be.
   acceptedAt.reset();
+  if (symbols) stoppedTransfer = symbols->Transfer();
+  symbols.reset();
+  answer.Forget();
   session.sender.Release();
   session.host.PostStatus(QUORL_STATUS_DONE);
   return Decide([&](RepairSteps& steps) { session.repair->StandDown(session.machine.clock.Now(), steps); });
@@ -298,19 +302,21 @@ ReceiveLoop::Next ReceiveLoop::Handle(const EmptyDir& emptyDir) {
   for (const NameField& field : emptyDir.names) {
     // One datagram holds all that a sender announces; more would fill the disk for nothing.
     if (++emptyDirs > EMPTY_DIR_LIMIT) return Drop(Count::RefusedDirectories);
-    const MappedPath directory = MapDirectoryPath(transfer->targetDir, Convert(field));
-    if (directory.status == QUORL_STATUS_PATH_TOO_LONG) {
-      session.ClientSendFinish(QUORL_STATUS_PATH_TOO_LONG, session.rules.failureCopies);
-      session.host.PostStatus(QUORL_STATUS_PATH_TOO_LONG);
-      return Next::End;
-    }
-    if (directory.status == 0) {
-      if (!session.rules.makesTargetOnce) session.machine.files.MakeTarget(transfer->targetDir);
-      CreateDirChain(session.machine, directory.path);
-    } else {
-      Drop(Count::RefusedDirectories);
-    }
+    if (MakeDirectory(field) == Next::End) return Next::End;
   }
+  return Next::Continue;
+}
+
+ReceiveLoop::Next ReceiveLoop::MakeDirectory(const NameField& name) {
+  const MappedPath directory = MapDirectoryPath(transfer->targetDir, Convert(name));
+  if (directory.status == QUORL_STATUS_PATH_TOO_LONG) {
+    session.ClientSendFinish(QUORL_STATUS_PATH_TOO_LONG, session.rules.failureCopies);
+    session.host.PostStatus(QUORL_STATUS_PATH_TOO_LONG);
+    return Next::End;
+  }
+  if (directory.status != 0) return Drop(Count::RefusedDirectories);
+  if (!session.rules.makesTargetOnce) session.machine.files.MakeTarget(transfer->targetDir);
+  CreateDirChain(session.machine, directory.path);
   return Next::Continue;
 }
 

@@ -5,7 +5,10 @@
 #include <optional>
 #include <string>
 
+#include "coded/catalogue.h"
+#include "coded/receiver/symbol_store.h"
 #include "protocol/datagrams.h"
+#include "receiver/intake/due_answer.h"
 #include "receiver/repair/block_repair.h"
 #include "receiver/session/receiver_session.h"
 
@@ -56,6 +59,8 @@ class ReceiveLoop {
   Next Handle(const AutoOpenName& autoOpenName);
   Next Handle(const Offer& offer);
   Next Handle(const Word& word);
+  Next Handle(const Poll& poll);
+  Next Handle(const SymbolDatagram& symbol);
 
   bool IsLeaving();
   bool IsCopyOfAccepted(const Task& task) const;
@@ -65,6 +70,14 @@ class ReceiveLoop {
   bool StaysUntouched() const;
   Next TakeBlock(const Arrived& arrived);
   std::string Convert(const NameField& field) const;
+  Next MakeDirectory(const NameField& name);
+
+  // A transfer in symbols (symbol_intake.cpp).
+  Next TakeCatalogue(std::span<const uint8_t> bytes);
+  void SetHeldGroupsTaken();
+  Next StoreWholeGroups();
+  void Answer();
+  std::optional<Moment> Due();
 
   // What the repair decides, and its steps.
   template <typename Decision>
@@ -94,6 +107,10 @@ class ReceiveLoop {
   uint32_t answeredTo = 0;           // the sender that asked who listens; 0 for none yet
   size_t emptyDirs = 0;              // asked for since the announcement
   std::optional<uint64_t> settleRequest;
+  std::optional<SymbolStore> symbols;  // of this transfer, if it goes in symbols
+  Catalogue catalogue;
+  DueAnswer answer{session.machine.clock.Now()};
+  uint32_t stoppedTransfer = 0;  // in symbols, whose late polls mean nothing; 0 for none
 };
 
 }  // namespace quorl

@@ -30,6 +30,11 @@ bool Mail::IsOn() const {
   return capabilities != 0;
 }
 
+bool Mail::KnowsSymbols() const {
+  const std::scoped_lock locked(lock);
+  return (capabilities & KNOWS_SYMBOLS) != 0;
+}
+
 bool Mail::Send(std::span<const uint8_t> text) {
   const std::scoped_lock locked(lock);
   if (capabilities == 0 || senderCapabilities == 0 || text.size() > MAX_TEXT) return false;

@@ -26,6 +26,7 @@ class Mail {
   /// 0: nothing is said or heard.
   void SetCapabilities(uint32_t bits);
   bool IsOn() const;
+  bool KnowsSymbols() const;
 
   // ---- the host ----
 

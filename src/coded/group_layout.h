@@ -1,0 +1,54 @@
+// How the contents of a transfer are cut into groups, which are coded one by one.
+//
+// A group is a run of whole blocks of consecutive files, as many as fit, one behind the other without a gap: a symbol
+// holds the ends and the begins of many small files. The last symbol is filled up with zeroes. The layout follows from
+// the lengths of the files alone, so that the sender and every receiver come to the same one.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "coded/code/erasure_code.h"
+#include "protocol/blocks.h"
+#include "protocol/datagrams.h"
+
+namespace quorl {
+
+/// Bytes that a group holds at most.
+inline constexpr size_t GROUP_SIZE = MOST_SOURCE_SYMBOLS * SYMBOL_SIZE;
+
+/// Symbols that so many bytes fill. A group of no bytes, of blocks of empty files, still has one, which must arrive.
+constexpr size_t SymbolsOf(size_t bytes) {
+  return bytes == 0 ? 1 : (bytes + SYMBOL_SIZE - 1) / SYMBOL_SIZE;
+}
+
+/// A block in its group.
+struct BlockPlace {
+  uint32_t file = 0;  ///< From 1 on.
+  uint32_t block = 0;
+  size_t offset = 0;
+  size_t size = 0;
+};
+
+class GroupLayout {
+ public:
+  GroupLayout() = default;
+  explicit GroupLayout(std::vector<FileShape> shapes);
+
+  uint32_t Count() const { return count; }
+  /// The blocks of a group below Count, in order; never none.
+  std::vector<BlockPlace> Blocks(uint32_t group) const;
+
+ private:
+  struct Start {
+    uint32_t group = 0;
+    uint32_t fill = 0;  ///< Bytes of the group in front of the file.
+  };
+
+  std::vector<FileShape> shapes;
+  std::vector<Start> starts;  ///< Of each file.
+  uint32_t count = 0;
+};
+
+}  // namespace quorl

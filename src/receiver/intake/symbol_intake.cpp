@@ -1,0 +1,101 @@
+// The receive loop on a transfer in symbols. What has been gathered becomes blocks here, which go the same way as those
+// that came as blocks: so everything else, from the names to the last word, is as it always is, and what symbols have
+// not brought is repaired block by block.
+#include <algorithm>
+
+#include "receiver/intake/receive_loop.h"
+
+namespace quorl {
+
+namespace {
+
+// Bytes that wait for the disk at most. More stays where it has been gathered, and the sender is not told that it is
+// there: so it goes on only as fast as the disk does.
+constexpr size_t MOST_WAITING = 32 << 20;
+
+}  // namespace
+
+ReceiveLoop::Next ReceiveLoop::Handle(const Poll& poll) {
+  if (!session.HasMail() || !session.mail->KnowsSymbols()) return Handle(Reject::UnknownCommand);
+  if (!SymbolStore::Takes(poll) || poll.transfer == stoppedTransfer) return Drop(Count::DroppedUnannounced);
+  if (!symbols || symbols->Transfer() != poll.transfer) {
+    session.senderNtPlatform = poll.platform != 0;
+    if (!IsCopyOfAccepted(poll.Announcement()) && Handle(poll.Announcement()) == Next::End) return Next::End;
+    // An announcement that is none has been counted as that.
+    if (transfer->task != poll.Announcement()) return Next::Continue;
+    symbols.emplace(poll);
+  }
+  if (StoreWholeGroups() == Next::End) return Next::End;
+  answer.Set(BuildLacks(symbols->Answer(poll)), session.machine.clock.Now(), std::chrono::milliseconds(poll.spread));
+  return Next::Continue;
+}
+
+ReceiveLoop::Next ReceiveLoop::Handle(const SymbolDatagram& symbol) {
+  if (!session.HasMail() || !session.mail->KnowsSymbols()) return Handle(Reject::UnknownCommand);
+  if (!symbols || symbol.head.transfer != symbols->Transfer()) return Drop(Count::DroppedUnannounced);
+  if (!symbols->Take(symbol)) return Next::Continue;
+  if (const auto list = symbols->TakeCatalogue(); list && TakeCatalogue(*list) == Next::End) return Next::End;
+  return StoreWholeGroups();
+}
+
+// Nothing is made before all of it has been understood.
+ReceiveLoop::Next ReceiveLoop::TakeCatalogue(std::span<const uint8_t> bytes) {
+  auto parsed = ParseCatalogue(bytes, transfer->task.fileCount, transfer->task.totalBlocks);
+  if (!parsed) {
+    stoppedTransfer = symbols->Transfer();
+    symbols.reset();
+    return Drop(Count::DroppedUnannounced);
+  }
+  catalogue = std::move(*parsed);
+  std::vector<FileShape> shapes;
+  for (const Catalogue::File& file : catalogue.files) shapes.push_back(file.shape);
+  symbols->SetContents(std::move(shapes));
+  SetHeldGroupsTaken();
+  session.SetAutoOpenName(Convert(NameField::From(catalogue.autoOpenName)));
+  for (const std::string& name : catalogue.directories)
+    if (MakeDirectory(NameField::From(name)) == Next::End) return Next::End;
+  return Next::Continue;
+}
+
+/// What has been stored before the transfer need not come.
+void ReceiveLoop::SetHeldGroupsTaken() {
+  session.record.With([&](BlockRecord& record) {
+    if (record.StoredCount() == 0) return;
+    const GroupLayout& contents = symbols->Contents();
+    for (uint32_t group = 0; group < contents.Count(); ++group) {
+      const auto blocks = contents.Blocks(group);
+      const bool held = std::all_of(blocks.begin(), blocks.end(), [&](const BlockPlace& place) {
+        return record.IsReceived({place.file, place.block});
+      });
+      if (held) symbols->SetTaken(group);
+    }
+  });
+}
+
+ReceiveLoop::Next ReceiveLoop::StoreWholeGroups() {
+  for (auto whole = symbols->NextWhole(); whole; whole = symbols->NextWhole()) {
+    if (!session.queue.HasRoomFor(BlockQueue::ROOM - MOST_WAITING)) return Next::Continue;
+    for (const BlockPlace& place : symbols->Contents().Blocks(whole->group)) {
+      const Catalogue::File& file = catalogue.files[place.file - 1];
+      const BlockHead head{place.file, place.block,         file.shape.lastBlock,
+                           1,          file.shape.tailSize, NameField::From(file.name)};
+      if (TakeBlock({head, whole->bytes.subspan(place.offset, place.size), true}) == Next::End) return Next::End;
+    }
+    symbols->SetTaken(whole->group);
+  }
+  return Next::Continue;
+}
+
+void ReceiveLoop::Answer() {
+  if (const auto datagram = answer.Take(session.machine.clock.Now()))
+    session.sockets.SendToSender(session.replies.Sender(), *datagram);
+}
+
+/// When there is something to do without a datagram.
+std::optional<Moment> ReceiveLoop::Due() {
+  const auto due = session.record.With([&](BlockRecord&) { return session.repair->Due(); });
+  const auto answerDue = answer.Due();
+  return due && answerDue ? std::min(*due, *answerDue) : (due ? due : answerDue);
+}
+
+}  // namespace quorl

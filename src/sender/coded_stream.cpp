@@ -1,0 +1,242 @@
+// The stream in symbols, on SendThread. The schedule decides under the context's mutex; reading, coding and sending
+// happen outside it.
+#include "sender/coded_stream.h"
+
+#include <algorithm>
+
+#include "coded/code/erasure_code.h"
+
+namespace quorl {
+
+namespace {
+
+// As many as the system may cut out of one send.
+constexpr size_t DATAGRAMS_AT_ONCE = 44;
+
+constexpr size_t BLOCKS_AHEAD = 60;
+
+/// Where nobody has named a rate: 100 Mbit/s, which any link and any receiver takes.
+constexpr uint32_t DEFAULT_RATE = 100'000;
+
+}  // namespace
+
+CodedStream::CodedStream(const TransferParts& parts)
+    : parts(parts),
+      pacer(parts.plan.rate == 0 ? DEFAULT_RATE : parts.plan.rate),
+      source(parts.context.machine.clock, BLOCKS_AHEAD) {}
+
+bool CodedStream::Reaches(SenderContext& context) {
+  if ((context.correspondence.OurOffer().capabilities & KNOWS_SYMBOLS) == 0 || context.table.Count() == 0) return false;
+  for (int32_t row = 0; row < context.table.Count(); ++row) {
+    const KnownPeer& peer = context.table[row].peer;
+    if ((peer.capabilities & KNOWS_SYMBOLS) == 0 || peer.longestOffer < CODED_DATAGRAM) return false;
+  }
+  return true;
+}
+
+bool CodedStream::Prepare() {
+  answered = parts.context.machine.threads.MakeEvent();
+  if (!answered) return false;
+  Catalogue list{parts.plan.autoOpenName, {}, parts.plan.lists->ArrayEmptyDir};
+  std::vector<FileShape> shapes;
+  uint64_t blocks = 0;
+  for (uint32_t number = 1; number <= parts.plan.FileCount(); ++number) {
+    const auto shape = parts.progress.AnnouncedShape(number);
+    if (!shape) return false;
+    list.files.push_back({parts.plan.File(number).relativeName, *shape});
+    shapes.push_back(*shape);
+    blocks += shape->BlockCount();
+  }
+  catalogue = BuildCatalogue(list);
+  if (catalogue.size() > LONGEST_CATALOGUE) return false;
+  catalogueGroups = static_cast<uint32_t>((catalogue.size() + GROUP_SIZE - 1) / GROUP_SIZE);
+  poll.catalogueLength = static_cast<uint32_t>(catalogue.size());
+  // Whole symbols, the last one filled up with zeroes.
+  catalogue.resize((catalogueGroups - 1) * GROUP_SIZE +
+                   SymbolsOf(catalogue.size() - (catalogueGroups - 1) * GROUP_SIZE) * SYMBOL_SIZE);
+  contents = GroupLayout(std::move(shapes));
+  poll.transfer = static_cast<uint32_t>(parts.context.machine.clock.Now().count()) | 1;
+  poll.symbolSize = SYMBOL_SIZE;
+  poll.platform = parts.context.machine.shell.IsNtPlatform() ? 1 : 0;
+  poll.totalBlocks = static_cast<uint32_t>(blocks);
+  poll.fileCount = parts.plan.FileCount();
+  poll.targetFolder = parts.plan.targetFolder;
+  poll.targetPath = NameField::From(parts.plan.targetPath);
+  firstInWindow = catalogueGroups;
+  const std::scoped_lock lock(parts.context.mutex);
+  schedule = std::make_unique<CodedSchedule>(catalogueGroups, catalogueGroups + contents.Count());
+  LookAtReceivers(parts.context.machine.clock.Now());
+  return true;
+}
+
+StreamEnd CodedStream::Run() {
+  std::vector<CodedSchedule::SendStep> toSend;
+  for (;;) {
+    if (parts.end.IsStopRequested()) return StreamEnd::Stopped;
+    const CodedSchedule::Step step = NextStep(toSend);
+    std::optional<StreamEnd> end;
+    if (!toSend.empty()) end = Send(toSend);
+    if (end) return *end;
+    if (std::holds_alternative<CodedSchedule::EndStep>(step)) return StreamEnd::Complete;
+    if (const auto* open = std::get_if<CodedSchedule::OpenStep>(&step)) end = Do(*open);
+    if (const auto* ask = std::get_if<CodedSchedule::PollStep>(&step)) end = Do(*ask);
+    if (const auto* wait = std::get_if<CodedSchedule::WaitStep>(&step)) end = Do(*wait);
+    if (end) return *end;
+  }
+}
+
+// Until there is enough to send at once, or something else to do.
+CodedSchedule::Step CodedStream::NextStep(std::vector<CodedSchedule::SendStep>& toSend) {
+  toSend.clear();
+  const size_t most = pacer.Burst(SYMBOL_DATAGRAM, DATAGRAMS_AT_ONCE);
+  const Moment now = parts.context.machine.clock.Now();
+  const std::scoped_lock lock(parts.context.mutex);
+  for (;;) {
+    const CodedSchedule::Step step = schedule->Next(now);
+    if (std::holds_alternative<CodedSchedule::PollStep>(step)) LookAtReceivers(now);
+    const auto* send = std::get_if<CodedSchedule::SendStep>(&step);
+    if (!send) return step;
+    toSend.push_back(*send);
+    if (toSend.size() == most) return step;
+  }
+}
+
+void CodedStream::LookAtReceivers(Moment now) {
+  for (int32_t row = 0; row < parts.context.table.Count(); ++row) {
+    const ClientEntry& entry = parts.context.table[row];
+    if (entry.status != 0) {
+      schedule->Leave(entry.addr.address);
+    } else if (joined.insert(entry.addr.address).second) {
+      schedule->Join(entry.addr.address, now);
+    }
+  }
+}
+
+void CodedStream::TakeLacks(const Lacks& lacks, uint32_t address) {
+  schedule->TakeLacks(address, lacks, parts.context.machine.clock.Now());
+  answered->Set();
+}
+
+std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::OpenStep& step) {
+  {
+    const std::scoped_lock lock(parts.context.mutex);
+    for (; firstInWindow < schedule->FirstOpen() && !window.empty(); ++firstInWindow) window.pop_front();
+  }
+  if (step.first >= catalogueGroups && step.first != firstInWindow + window.size()) {
+    window.clear();
+    firstInWindow = step.first;
+  }
+  for (uint32_t group = step.first; group < step.end; ++group) {
+    if (group >= catalogueGroups) {
+      auto bytes = ReadGroup(group - catalogueGroups);
+      if (!bytes) return parts.end.IsStopRequested() ? StreamEnd::Stopped : StreamEnd::FileUnreadable;
+      window.push_back(std::move(*bytes));
+    }
+    const size_t symbols = GroupBytes(group).size() / SYMBOL_SIZE;
+    const std::scoped_lock lock(parts.context.mutex);
+    schedule->Opened(group, symbols);
+  }
+  return std::nullopt;
+}
+
+/// The group's symbols, filled up with zeroes; no bytes when it need not or cannot be sent, and is left to the repair
+/// behind the stream. Nothing on a read error.
+std::optional<CodedStream::Bytes> CodedStream::ReadGroup(uint32_t group) {
+  const std::vector<BlockPlace> places = contents.Blocks(group);
+  Bytes bytes(SymbolsOf(places.back().offset + places.back().size) * SYMBOL_SIZE);
+  // In the second pass for who has come late; nobody is told of the same blocks again.
+  const bool isAgain = group < readUpTo;
+  readUpTo = std::max(readUpTo, group + 1);
+  bool isNeeded = isAgain;
+  bool isWhole = true;
+  std::array<uint8_t, BLOCK_SIZE> block{};
+  for (const BlockPlace& place : places) {
+    const std::string& name = parts.plan.File(place.file).relativeName;
+    if (openFile != place.file) {
+      openFile = 0;
+      if (!OpenForTransfer(source, parts, place.file)) return std::nullopt;
+      openFile = place.file;
+    }
+    const auto read = source.Read(place.block, block);
+    if (!read || parts.end.IsStopRequested()) return std::nullopt;
+    if (read->isShort) {
+      parts.progress.NoteShrunkFile(place.file);
+      isWhole = false;
+    }
+    std::copy_n(block.begin(), read->bytes, bytes.begin() + static_cast<ptrdiff_t>(place.offset));
+    if (isAgain) {
+      parts.progress.NoteBlock(place.file, true);
+      continue;
+    }
+    if (parts.plan.skipped.Has(place.file, place.block)) {
+      parts.progress.NoteSkipped(1);
+      continue;
+    }
+    isNeeded = true;
+    if (parts.plan.listener) parts.plan.listener(place.file, place.block, std::span(block).first(read->bytes));
+    parts.context.PostFileName(place.file, name);
+    parts.progress.NoteBlock(place.file, false);
+  }
+  return isNeeded && isWhole ? bytes : Bytes{};
+}
+
+std::span<const uint8_t> CodedStream::GroupBytes(uint32_t group) const {
+  if (group >= catalogueGroups) {
+    const size_t place = group - firstInWindow;
+    return place < window.size() ? std::span<const uint8_t>(window[place]) : std::span<const uint8_t>();
+  }
+  const size_t begin = group * GROUP_SIZE;
+  return std::span(catalogue).subspan(begin, std::min(GROUP_SIZE, catalogue.size() - begin));
+}
+
+std::optional<StreamEnd> CodedStream::Send(const std::vector<CodedSchedule::SendStep>& steps) {
+  datagrams.resize(steps.size());
+  gathered.clear();
+  for (size_t i = 0; i < steps.size(); ++i) {
+    const auto [group, index] = steps[i];
+    const auto head = Build(SymbolHead{poll.transfer, group, index});
+    const auto symbol = std::copy(head.begin(), head.end(), datagrams[i].begin());
+    const auto bytes = GroupBytes(group);
+    if (index >= MOST_SOURCE_SYMBOLS) {
+      EncodeSymbol(bytes, index, std::span(symbol, SYMBOL_SIZE));
+      NoteRepair(group);
+    } else {
+      std::copy_n(bytes.begin() + index * ptrdiff_t{SYMBOL_SIZE}, SYMBOL_SIZE, symbol);
+    }
+    gathered.push_back(datagrams[i]);
+  }
+  if (const auto next = pacer.NextSend(true)) parts.end.PauseUntil(*next);
+  if (parts.end.IsStopRequested()) return StreamEnd::Stopped;
+  if (!parts.context.sockets.SendToGroup(gathered, parts.end.Patience()))
+    return parts.end.IsStopRequested() ? StreamEnd::Stopped : StreamEnd::SendFailed;
+  const Moment now = parts.context.machine.clock.Now();
+  for (const auto& datagram : gathered) pacer.Sent(now, datagram.size());
+  return std::nullopt;
+}
+
+/// What goes out as repair counts as blocks sent again, as many as it is bytes for.
+void CodedStream::NoteRepair(uint32_t group) {
+  repairBytes += SYMBOL_SIZE;
+  if (repairBytes < BLOCK_SIZE || group < catalogueGroups) return;
+  repairBytes -= BLOCK_SIZE;
+  parts.progress.NoteBlock(contents.Blocks(group - catalogueGroups).front().file, true);
+}
+
+std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::PollStep& step) {
+  poll.round = step.round;
+  poll.firstGroup = step.firstGroup;
+  poll.endGroup = step.endGroup;
+  poll.spread = step.spread;
+  if (!parts.context.sockets.SendToGroup(Build(poll), parts.end.Patience()))
+    return parts.end.IsStopRequested() ? StreamEnd::Stopped : StreamEnd::SendFailed;
+  pacer.Sent(parts.context.machine.clock.Now(), LENGTH<Poll>);
+  return std::nullopt;
+}
+
+std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::WaitStep& step) {
+  const Duration left = step.until - parts.context.machine.clock.Now();
+  if (left > Duration::zero() && answered->Wait(left)) answered->Reset();
+  return std::nullopt;
+}
+
+}  // namespace quorl

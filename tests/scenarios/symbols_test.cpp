@@ -1,0 +1,103 @@
+// Transfers in symbols, told in rooms.
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+#include "tests/scenarios/story.h"
+
+namespace quorl::sim {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr uint32_t RATE = 400'000;
+
+RoomOptions Symbols(size_t receivers) {
+  RoomOptions options = Robust(receivers);
+  options.symbols = true;
+  return options;
+}
+
+std::string AllWhole(size_t receivers) {
+  std::string line = "whole told";
+  for (size_t i = 1; i < receivers; ++i) line += ", whole told";
+  return line;
+}
+
+/// A large file, many small ones, an empty one and more empty directories than one datagram names.
+void Fill(Room& room) {
+  room.File("large", 12'345'678);
+  for (int i = 0; i < 300; ++i) room.File("small\\" + std::to_string(i), static_cast<uint64_t>(37 * i));
+  room.File("empty", 0);
+  for (int i = 0; i < 60; ++i) room.EmptyDirectory("nothing" + std::to_string(i));
+}
+
+TEST(Symbols, CarryEverythingAndNothingTwice) {
+  Room room(Symbols(4));
+  Fill(room);
+  room.Server().SetSendRate(RATE);
+  Play(room);
+  EXPECT_EQ(Ends(room), AllWhole(4));
+  EXPECT_EQ(Room::Statuses(room.Sender()), std::vector<uint32_t>{0});
+  EXPECT_EQ(CountSent(room, CMD_DATA) + CountSent(room, CMD_RESEND), 0u);
+  const SendState state = room.Server().GetState();
+  EXPECT_EQ(state.blocksSent, state.totalBlocks);
+  EXPECT_EQ(state.blocksResent, 0u);
+}
+
+TEST(Symbols, RepairServesEverybodyAtOnce) {
+  for (const double loss : {0.05, 0.2}) {
+    Room room(Symbols(8));
+    Fill(room);
+    room.Server().SetSendRate(RATE);
+    room.Net().SetLoss(loss);
+    Play(room);
+    EXPECT_EQ(Ends(room), AllWhole(8)) << loss;
+    EXPECT_EQ(CountSent(room, CMD_RESEND), 0u) << loss;
+    const SendState state = room.Server().GetState();
+    std::cout << loss << " " << state.totalBlocks << " blocks, resent " << state.blocksResent << ", symbols "
+              << CountSent(room, CMD_SYMBOL) << " polls " << CountSent(room, CMD_POLL) << " lacks "
+              << CountSent(room, CMD_LACKS) << "\n";
+  }
+}
+
+TEST(Symbols, AreNotUsedWhereOneReceiverDoesNotKnowThem) {
+  Room room(Symbols(3));
+  Fill(room);
+  room.Client(1).SetSymbols(false);
+  room.Server().SetSendRate(RATE);
+  Play(room);
+  EXPECT_EQ(CountSent(room, CMD_SYMBOL), 0u);
+  const std::string ends = Ends(room);
+  EXPECT_EQ(ends.find("told 1"), std::string::npos) << ends;
+}
+
+TEST(Symbols, AreNotUsedWhereTheirDatagramsDoNotArrive) {
+  Room room(Symbols(2));
+  room.File("a", 100'000);
+  room.Server().SetSendRate(RATE);
+  room.Net().SetFilter([&](const Transit& transit) {
+    return transit.to != &room.Receiver(1) || !Is(transit, CMD_OFFER) || transit.datagram.size() < 1400;
+  });
+  Play(room);
+  EXPECT_EQ(CountSent(room, CMD_SYMBOL), 0u);
+  EXPECT_EQ(Ends(room), AllWhole(2));
+}
+
+TEST(Symbols, WhoComesLateGetsWhatIsToComeAndTheRestBehindIt) {
+  Room room(Symbols(3));
+  room.File("large", 30'000'000);
+  room.Server().SetSendRate(RATE);
+  ASSERT_TRUE(room.StartReceiver(0));
+  ASSERT_TRUE(room.StartReceiver(1));
+  ASSERT_TRUE(room.Send());
+  room.World().RunFor(200ms);
+  ASSERT_TRUE(room.StartReceiver(2));
+  EXPECT_TRUE(room.RunUntilQuiet(120s));
+  EXPECT_EQ(Ends(room), AllWhole(3));
+  std::cout << "late: resent " << room.Server().GetState().blocksResent << " of "
+            << room.Server().GetState().totalBlocks << " RESEND " << CountSent(room, CMD_RESEND) << "\n";
+}
+
+}  // namespace
+}  // namespace quorl::sim
