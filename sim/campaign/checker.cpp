@@ -255,6 +255,8 @@ void Checker::AfterTearDown() {
       Violate(machine.Name() + " leaves " + std::to_string(machine.RunningThreads()) + " threads behind");
     if (machine.OpenSockets() != 0)
       Violate(machine.Name() + " leaves " + std::to_string(machine.OpenSockets()) + " sockets behind");
+    if (machine.OpenFiles() != 0)
+      Violate(machine.Name() + " leaves " + std::to_string(machine.OpenFiles()) + " files open");
   }
 }
 

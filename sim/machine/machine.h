@@ -77,6 +77,7 @@ class SimMachine {
   /// Sockets that are open, and how often the socket library was started and not yet stopped.
   size_t OpenSockets() const { return network.OpenSockets(); }
   int NetworkStarts() const { return network.Starts(); }
+  size_t OpenFiles() const { return openFiles; }
 
   /// Its link has stopped: no socket has room for a datagram to send, until it goes on.
   void HoldSends(bool hold) { network.HoldSends(hold); }
@@ -125,6 +126,9 @@ class SimMachine {
   Flow& StartThread(const std::string& threadName, const char* how, std::function<void()> body,
                     std::function<void()> atEnd);
 
+  void FileOpened() { ++openFiles; }
+  void FileClosed() { --openFiles; }
+
   template <typename... Parts>
   void Log(const Parts&... parts) {
     world.log.Add(world.scheduler.Now(), name, parts...);
@@ -152,6 +156,7 @@ class SimMachine {
   bool off = false;
   bool frozen = false;
   size_t runningThreads = 0;
+  size_t openFiles = 0;
   Faults faults;
   SimDisk disk;
   SimShell shell;

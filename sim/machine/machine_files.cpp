@@ -15,8 +15,13 @@ std::string Joined(const std::string& base, const RelativePath& name) {
 class SimInputFile : public InputFile {
  public:
   SimInputFile(SimMachine& machine, SimDisk::Handle file, std::string path)
-      : machine(machine), file(std::move(file)), path(std::move(path)) {}
-  ~SimInputFile() override { machine.Log("close", path); }
+      : machine(machine), file(std::move(file)), path(std::move(path)) {
+    machine.FileOpened();
+  }
+  ~SimInputFile() override {
+    machine.FileClosed();
+    machine.Log("close", path);
+  }
 
   std::optional<uint64_t> Length() override {
     if (machine.Fails(Seam::Files, "files.length")) return std::nullopt;
@@ -37,9 +42,11 @@ class SimInputFile : public InputFile {
 class SimOutputFile : public OutputFile {
  public:
   SimOutputFile(SimMachine& machine, SimDisk::Handle file, std::string path)
-      : machine(machine), file(std::move(file)), path(std::move(path)) {}
+      : machine(machine), file(std::move(file)), path(std::move(path)) {
+    machine.FileOpened();
+  }
   ~SimOutputFile() override {
-    if (open) machine.Log("close", path);
+    if (open) CloseHandle();
   }
 
   WriteOutcome WriteAt(uint64_t offset, std::span<const uint8_t> bytes) override {
@@ -53,13 +60,18 @@ class SimOutputFile : public OutputFile {
   }
 
   WriteOutcome Close() override {
-    open = false;
-    machine.Log("close", path);
+    CloseHandle();
     if (machine.Fails(Seam::Files, "files.close")) return WriteOutcome::Failed;
     return machine.Disk().IsStillAt(path, file) ? WriteOutcome::Done : WriteOutcome::Removed;
   }
 
  private:
+  void CloseHandle() {
+    open = false;
+    machine.FileClosed();
+    machine.Log("close", path);
+  }
+
   SimMachine& machine;
   const SimDisk::Handle file;
   const std::string path;

@@ -22,8 +22,9 @@ class SimShell : public Shell {
   std::optional<std::string> computer = "PC1";
   std::map<std::pair<std::string, std::string>, std::string> logonValues;  ///< By key and name.
   std::function<std::string(std::string)> throughWideText;                 ///< Empty: text stays as it is.
-  uint64_t failingQueryLookups = 0;  ///< So many lookups of the extended free-space query fail first.
-  bool freeSpaceFails = false;       ///< Both free-space queries fail.
+  uint64_t failingQueryLookups = 0;   ///< So many lookups of the extended free-space query fail first.
+  bool freeSpaceFails = false;        ///< Both free-space queries fail.
+  std::optional<uint64_t> freeNames;  ///< Nothing: the disk does not count them.
 
   bool IsNtPlatform() override { return ntPlatform; }
   SpecialFolder LookUpFolder(uint32_t folder) override {
@@ -41,6 +42,7 @@ class SimShell : public Shell {
   bool HasExtendedFreeSpaceQuery() override;
   std::optional<uint64_t> FreeBytes(const std::string& directory) override;
   std::optional<FreeClusters> QueryFreeClusters(const std::string& directory) override;
+  std::optional<uint64_t> FreeNames(const std::string&) override { return freeNames; }
 
  private:
   const SimDisk& disk;

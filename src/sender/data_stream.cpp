@@ -24,9 +24,12 @@ DataStream::DataStream(const TransferParts& parts)
       file(parts.context.machine.clock, BLOCKS_AHEAD) {}
 
 StreamEnd DataStream::Run() {
-  for (uint32_t number = 1; number <= parts.plan.FileCount(); ++number)
-    if (const StreamEnd end = SendFile(number); end != StreamEnd::Complete) return end;
-  return StreamEnd::Complete;
+  StreamEnd end = StreamEnd::Complete;
+  for (uint32_t number = 1; end == StreamEnd::Complete && number <= parts.plan.FileCount(); ++number)
+    end = SendFile(number);
+  // The one that a stop has cut short: the host may want to remove it while the sender is still there.
+  file.Close();
+  return end;
 }
 
 StreamEnd DataStream::SendFile(uint32_t number) {

@@ -126,11 +126,14 @@ TEST_F(DeliveryTest, WhatABrokenTransferLeavesIsCheckedOrKeptAndOneReceiverGoesO
   rules.key = nullptr;
   {
     Staging staging(In());
-    ReceiveResult result;
-    if (WhileCallFails(SYS_pwrite64, ENOSPC, [&] { result = Deliver(staging, end, rules); })) {
-      EXPECT_EQ(result.filesKept, 0u);
+    for (const long call : {SYS_pwrite64, SYS_close}) {
+      Bring(staging, {"part"});
+      ReceiveResult result;
+      if (WhileCallFails(call, ENOSPC, [&] { result = Deliver(staging, end, rules); })) {
+        EXPECT_EQ(result.filesKept, 0u) << "without its record it is worth nothing";
+      }
     }
-    result = deliver(staging);
+    const ReceiveResult result = deliver(staging);
     EXPECT_EQ(result.moved.moved.size(), 1u);
     EXPECT_TRUE(fs::exists(root / "in/right"));
     EXPECT_EQ(result.filesKept, 1u);

@@ -56,6 +56,7 @@ TEST_F(DiskSpaceTest, WithoutTheExtendedQueryClustersDecideAfterThreeLookups) {
   EXPECT_EQ(TakeDebug(), "\n@@2 tosize  = 40961, DiskSize = 40960 \n\nQuorl-----No free space to write file\n");
   disk.SetFreeBytes((uint64_t{1} << 32) + 40960);
   EXPECT_EQ(checkByClusters(40961), 0u) << "reckoned with 32 bits";
+  EXPECT_EQ(checkByClusters((uint64_t{1} << 33) + 40960), 0u) << "and then as it truly is";
   TakeDebug();
   shell.freeSpaceFails = true;
   EXPECT_EQ(checkByClusters(0), 0u);

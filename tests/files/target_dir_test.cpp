@@ -54,6 +54,8 @@ TEST_F(TargetDirTest, ADomainLogonHasTheDomainInItsProfileName) {
   LogonValue("AltDefaultUserName", "ann");
   LogonValue("AltDefaultDomainName", "LAB");
   EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\ann.LAB");
+  LogonValue("AltDefaultUserName", std::string(261, 'x'));
+  EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\mary.LAB") << "longer than any name";
   LogonValue("AltDefaultUserName", "");
   EXPECT_EQ(Fixed("joe", "C:\\joe"), "C:\\.LAB") << "an empty value counts as read";
   LogonValue("AltDefaultDomainName", "PC1");

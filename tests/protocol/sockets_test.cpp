@@ -1,122 +1,32 @@
-// The set-up of both sides' sockets: every step in its order, and what each failing step says and leaves behind.
+// Addresses of a room, what else may be on its group, and ranges of blocks.
 #include <gtest/gtest.h>
 
-#include "protocol/receiver_sockets.h"
+#include "protocol/block_ranges.h"
+#include "protocol/datagrams.h"
+#include "protocol/endpoints.h"
 #include "protocol/sender_sockets.h"
 #include "sim/world/world.h"
 
 namespace quorl {
 namespace {
 
-constexpr uint32_t LOCAL = Ipv4(10, 0, 0, 1);
+using namespace std::chrono_literals;
 
-struct Step {
-  std::string_view call;
-  std::string_view failure;
-};
-
-/// The call that failed, as the machine recorded it, and what the debug output said last.
-struct Failed {
-  bool opened = false;
-  std::string call;
-  std::string message;
-  size_t openSockets = 0;
-};
-
-/// Makes `Sockets` on a machine whose `nth` call for sockets or events fails, and runs `open` on them.
-template <typename Sockets, typename Open>
-Failed FailNth(uint64_t nth, const Open& open) {
-  sim::World world(1);
-  sim::SimMachine& machine = world.AddMachine("one", LOCAL);
-  Failed failed;
-  uint64_t calls = 0;
-  machine.FailEvery([&](std::string_view call) {
-    if ((!call.starts_with("network.") && call != "threads.event") || ++calls != nth) return false;
-    failed.call = call;
-    return true;
-  });
-  machine.Call([&] {
+TEST(SenderSockets, OnlyADatagramOfTheSystemMakesAGroupBusy) {
+  for (const bool isForeign : {false, true}) {
+    sim::World world{1};
+    sim::SimMachine& machine = world.AddMachine("sender", Ipv4(10, 0, 0, 1));
+    sim::SimMachine& other = world.AddMachine("other", Ipv4(10, 0, 0, 2));
     Counters counters;
-    Sockets sockets(machine.Seam(), RoomAddress::From(0, 0, LOCAL), counters);
-    failed.opened = open(sockets);
-    failed.openSockets = machine.OpenSockets();
-  });
-  if (!machine.DebugLines().empty()) failed.message = machine.DebugLines().back();
-  return failed;
-}
-
-const std::vector<Step> SENDER_STEPS = {
-    {"network.start", "\nQuorl------Initialize Winsock2.2 Failed!\n"},
-    {"network.open", "\nQuorl------Create Send Socket Failed!\n"},
-    {"network.open", "\nQuorl------Create Receive Socket Failed!\n"},
-    {"network.reuse", "\nQuorl------Set Send Socket Resuse Address Failed!\n"},
-    {"network.reuse", "\nQuorl------Set Receive Socket Resuse Address Failed!\n"},
-    {"network.bind", "\nQuorl------Bind Receive socket host Address Failed!\n"},
-    {"network.bind", "\nQuorl-----Bind Send socket with host Address Failed!\n"},
-    {"network.interface", "\nQuorl-----Can not support MultiCast!\n"},
-    {"network.join", "\nQuorl-----Add send IP to Membership failed\n"},
-    {"network.ttl", "\nQuorl-----Set Send Socket TTL Failed!\n"},
-    {"network.open", "\nQuorl-----Create Find Server Socket Failed!\n"},
-    {"network.reuse", "\nQuorl-----Set Find socket Reuse address Failed!\n"},
-    {"network.bind", "\nQuorl-----Bind Find Socket with Host IP Failed!\n"},
-    {"network.interface", "\nQuorl-----Can not MultiCast!\n"},
-    {"network.join", "\nQuorl-----Add find socket address to Membership Failed\n"},
-    {"network.ttl", "\nQuorl-----Set Find Socket TTL Failed!\n"},
-    {"threads.event", "\nQuorl-----Create Find Socket Event Failed!\n"},
-    {"network.receive", "\nQuorl-----Find Socket Select Find Event Failed!\n"},
-    {"network.leave", ""},
-    {"network.open", "\nQuorl------Create Send Report Socket Failed!\n"},
-    {"network.reuse", "\nQuorl------Set Send report Socket Resuse Address Failed!\n"},
-    {"network.bind", "\nQuorl-----Bind Send report socket with host Address Failed!\n"},
-    {"network.interface", "\nQuorl-----Send Report Socket Can not support MultiCast!\n"},
-    {"network.join", "\nQuorl-----Add send report IP to Membership failed\n"},
-    {"network.ttl", "\nQuorl-----Set Send report Socket TTL Failed!\n"},
-};
-
-TEST(SenderSockets, EachFailingStepHasItsMessageAndLeavesNothingOpen) {
-  for (size_t i = 0; i < SENDER_STEPS.size(); ++i) {
-    const Failed failed = FailNth<SenderSockets>(i + 1, [](SenderSockets& sockets) { return sockets.Open(nullptr); });
-    EXPECT_EQ(failed.call, SENDER_STEPS[i].call) << "step " << i;
-    EXPECT_EQ(failed.message, SENDER_STEPS[i].failure);
-    const bool matters = !SENDER_STEPS[i].failure.empty();
-    EXPECT_EQ(failed.opened, !matters) << SENDER_STEPS[i].failure;
-    EXPECT_EQ(failed.openSockets, matters ? 0u : 3u) << SENDER_STEPS[i].failure;
-  }
-}
-
-struct ReceiverStep : Step {
-  ReceiverSockets::SetUp result;
-};
-
-TEST(ReceiverSockets, EachFailingStepHasItsMessageAndItsCleanUp) {
-  using SetUp = ReceiverSockets::SetUp;
-  const std::vector<ReceiverStep> steps = {
-      {{"network.start", "\n@@-----MtftpSocket startup failed\n"}, SetUp::Released},
-      {{"network.open", "\n@@-----Create socket failed\n"}, SetUp::Released},
-      {{"network.reuse", "\n@@-----setsockeopt failed\n"}, SetUp::Released},
-      {{"network.bind", "\n@@-----Bind socket with sockaddr_in failed\n"}, SetUp::TearDown},
-      {{"network.buffer", ""}, SetUp::Ready},
-      {{"network.interface", "\n@@-----setsockeopt failed\n"}, SetUp::TearDown},
-      {{"network.join", "\n@@-----setsockopt add membership failed\n"}, SetUp::TearDown},
-      {{"network.ttl", "\n@@-----setsockopt TTL failed\n"}, SetUp::TearDown},
-      {{"network.open", "\nQuorl------Create Receive Report Socket Failed!\n"}, SetUp::TearDown},
-      {{"network.reuse", "\nQuorl------Set Receive report Socket Resuse Address Failed!\n"}, SetUp::TearDown},
-      {{"network.bind", "\nQuorl-----Bind Receive report socket with host Address Failed!\n"}, SetUp::TearDown},
-      {{"network.interface", "\nQuorl-----Receive Report Socket Can not support MultiCast!\n"}, SetUp::TearDown},
-      {{"network.join", "\nQuorl-----Add Receive report IP to Membership failed\n"}, SetUp::TearDown},
-      {{"network.ttl", "\nQuorl-----Set Receive report Socket TTL Failed!\n"}, SetUp::TearDown},
-      {{"network.buffer", "\nQuorl-----Set Receive report Socket Buffer Failed!\n"}, SetUp::TearDown},
-      {{"network.nonblocking", "\nQuorl-----Set Receive report WSAAsyncSelect Failed!\n"}, SetUp::TearDown},
-  };
-  for (size_t i = 0; i < steps.size(); ++i) {
-    auto result = SetUp::Ready;
-    const Failed failed = FailNth<ReceiverSockets>(i + 1, [&](ReceiverSockets& sockets) {
-      result = sockets.Open();
-      return result == SetUp::Ready;
+    SenderSockets sockets(machine.Seam(), RoomAddress{.localInterface = machine.Address()}, counters);
+    const auto datagram = isForeign ? std::vector<uint8_t>(7) : std::vector<uint8_t>{0x91, 2, CMD_DATA};
+    world.At(world.Now() + 10ms, [&] {
+      world.Net().Carry({world.Now(), &other, {other.Address(), 5}, RoomAddress{}.group, datagram});
     });
-    EXPECT_EQ(failed.call, steps[i].call) << "step " << i;
-    EXPECT_EQ(failed.message, steps[i].failure);
-    EXPECT_EQ(result, steps[i].result) << steps[i].failure;
+    bool opened = false;
+    machine.Call([&] { opened = sockets.Open(nullptr); });
+    EXPECT_EQ(opened, isForeign);
+    sockets.Close();
   }
 }
 
@@ -126,6 +36,17 @@ TEST(RoomAddress, DefaultsAndTheReplyPortThatWraps) {
   EXPECT_EQ(standard.ReplyPort(), 27003);
   EXPECT_EQ(RoomAddress::From(0, 65535, 0).ReplyPort(), 1);
   EXPECT_EQ(RoomAddress::From(0, 0x10001, 0).group.port, 1);
+}
+
+TEST(BlockRanges, HoldWhatTheySayAndNothingWhenTheyOverlap) {
+  BlockRanges ranges;
+  ASSERT_TRUE(ranges.Take({{2, 3, 4, 0}, {2, 9, 5, 0}}));
+  for (const auto& [block, has] :
+       {std::pair{2u, false}, {3u, true}, {6u, true}, {7u, false}, {13u, true}, {14u, false}})
+    EXPECT_EQ(ranges.Has(2, block), has) << block;
+  EXPECT_EQ(ranges.CountOf(2, 10), 5u) << "what lies beyond the file does not count";
+  EXPECT_FALSE(ranges.Take({{2, 3, 4, 0}, {2, 6, 5, 0}}));
+  EXPECT_EQ(ranges.CountOf(2, 100), 0u);
 }
 
 }  // namespace

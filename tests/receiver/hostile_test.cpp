@@ -42,6 +42,9 @@ INSTANTIATE_TEST_SUITE_P(Profiles, HostileTest, testing::Values(Profile::Classic
 TEST_P(HostileTest, WhatCannotComeFromASenderIsDroppedAndCounted) {
   Begin(GetParam());
   SendData(1, 0);
+  // There would be no block left for the second file.
+  if (IsRobust())
+    ExpectDropped(Block([](BlockHead& head) { head.file = 3, head.lastBlock = 4; }), "dropped.beyond_total");
   SendData(2, 0);
   const auto nothing = [](BlockHead&) {};
   const Bytes whole = Block(nothing);
@@ -179,6 +182,10 @@ TEST_P(HostileTest, BlocksThatFindNoRoomCountAsLost) {
   EXPECT_LE(Counted("queue_high_water"), BlockQueue::ROOM);
   EXPECT_GT(Counted("queue_high_water"), BlockQueue::ROOM - 2 * MAX_DATAGRAM);
   EXPECT_GE(client.GetState().blocksMissing, 1u);
+  const uint64_t full = Counted("dropped.queue_full");
+  Announce("C:\\other");
+  SendData(1, 0);
+  EXPECT_EQ(Counted("dropped.queue_full"), full) << "what waited before takes no room from the next transfer";
 }
 
 }  // namespace

@@ -122,6 +122,17 @@ TEST_F(ClassicRepairTest, AnAnswerWaitsAMinuteAtMostAndTheRestComesLater) {
   EXPECT_EQ(record.LostCount(), 1999997u);
 }
 
+TEST_F(ClassicRepairTest, AnExpansionThatTheNextTransferCutsOffGoesOnInThat) {
+  Begin(1, 2000000);
+  Data(1, 0, 1999999);
+  Data(1, 1999999, 1999999);
+  EXPECT_EQ(Finish(10ms), "pause 60000;answer 360012;");
+  Begin(1, 10);
+  Data(1, 0, 9, 61s);
+  Data(1, 4, 9, 62s);
+  EXPECT_EQ(Finish(63s), "pause 10;answer 8;");
+}
+
 TEST_F(ClassicRepairTest, NoNumbersInADatagramMakeTheRecordGrowWithoutBound) {
   Begin(UINT32_MAX, UINT32_MAX);
   Data(1, 0, UINT32_MAX - 1);
@@ -130,6 +141,11 @@ TEST_F(ClassicRepairTest, NoNumbersInADatagramMakeTheRecordGrowWithoutBound) {
   Finish(0ms);
   EXPECT_LE(record.LostCount(), uint64_t{1} << 21);
   EXPECT_GT(counters[Count::RefusedMissing], 0u);
+  Begin(1, 300);
+  for (const uint32_t block : {200u, 3u}) {
+    record.Lose({1, block});
+    EXPECT_EQ(record.FirstLost(), (LostBlock{1, block}));
+  }
   Begin(1, 10);
   for (uint32_t i = 0; i < 2 * (GapList::LIMIT + 5); ++i) Data(1, i % 2 ? 0 : 9, 9);
   EXPECT_EQ(counters[Count::RefusedGaps], 5u);

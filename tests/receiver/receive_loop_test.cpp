@@ -42,12 +42,20 @@ TEST_P(SecondAnnouncement, ALaterOrDifferentOneOrOneAfterAStopBeginsAnewWithNoFi
 
 TEST_P(ReceiveLoopTest, ARefusedTargetEndsTheLoopAndStartsNothing) {
   AddThreeFiles();
-  for (const uint32_t status : {1002u, 112u}) {
+  for (const auto& [status, bytes, names] :
+       {std::tuple{1002u, 6, 3u}, {112u, 5, 3u}, {IsRobust() ? 112u : 0u, 6, 2u}, {0u, 6, 3u}}) {
     Listen(GetParam());
     pc.Disk().SetDriveType(status == 1002 ? DriveType::Remote : DriveType::Fixed);
-    pc.Disk().SetFreeBytes(6 * BLOCK_SIZE - 1);
+    pc.Disk().SetFreeBytes(static_cast<uint64_t>(bytes) * BLOCK_SIZE);
+    pc.Shell().freeNames = names;
     Announce();
     world.RunFor(1s);
+    if (status == 0) {
+      EXPECT_EQ(client.GetState().phase, ReceivePhase::Receiving) << "just enough";
+      DeInit();
+      TakeReplies();
+      continue;
+    }
     EXPECT_EQ(TakeReplies(), Copies(GetParam(), "CMD_FINISH status=" + std::to_string(status)));
     EXPECT_EQ(Told().back(), "1040 " + std::to_string(status) + " 0");
     EXPECT_EQ(pc.Messages().back().at - LatestReplyAt(), 100ms);
@@ -152,6 +160,13 @@ TEST_F(ScriptedSender, AMasterOfOneTransferIsNoneInTheNext) {
   ToGroup(Finish{0});
   world.RunFor(150ms);
   EXPECT_EQ(TakeReplies(), Lines(3, "CMD_ANSWER missing blocks=6"));
+  // The same places as in the first one, under other numbers.
+  std::swap(files[0], files[1]);
+  Announce();
+  SendStream();
+  ToGroup(Finish{0});
+  world.RunFor(1s);
+  EXPECT_TRUE(client.GetState().complete);
 }
 
 TEST_F(ScriptedSender, AMasterRepeatsAnUnansweredRequest) {

@@ -62,6 +62,7 @@ TEST_P(Disks, FullInTheMiddleAndFreeAgain) {
   room->Receiver(0).Disk().SetFreeBytes(uint64_t{1} << 40);
   EXPECT_TRUE(room->RunUntilQuiet(300s));
   ExpectFailure(*room, "full");
+  EXPECT_EQ(Room::Statuses(room->Receiver(0)).front(), uint32_t{QUORL_STATUS_DISK_FULL});
 }
 
 TEST(SlowDisk, AReceiverWhoseDiskTakesMinutesLongerThanTheNetwork) {

@@ -59,6 +59,7 @@ TEST(Machines, ASenderThatComesBackAndIsLostAgain) {
   Stranger(room).SayToRoom(Stranger::ADDRESS, Build(Stop{}));
   room.World().RunFor(10ms);
   EXPECT_EQ(room.Client(0).GetState().phase, ReceivePhase::Receiving) << "bound anew, to who has announced again";
+  EXPECT_EQ(CountMessages(room.Sender(), WM_FILE_NAME), 2u) << "once in each transfer";
   room.Sender().PowerOff();
   EXPECT_TRUE(room.RunUntilQuiet(40s)) << "nobody told it that the second transfer is over";
   EXPECT_EQ(Room::Statuses(room.Receiver(0)),

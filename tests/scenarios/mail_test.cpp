@@ -47,6 +47,8 @@ struct MailRoom : testing::Test {
 
 TEST_F(MailRoom, LettersComeOnceAndInOrderWhateverIsLostAndWordsComeOnce) {
   uint32_t count = 0;
+  Stranger stranger(room);
+  const auto forged = BytesOf("forged");
   room.Net().SetFilter([&](const Transit& transit) {
     const bool isMail = Is(transit, CMD_LETTER) || Is(transit, CMD_HEARD);
     return !isMail || (++count * 2654435761u >> 16) % 3 != 0;
@@ -60,6 +62,7 @@ TEST_F(MailRoom, LettersComeOnceAndInOrderWhateverIsLostAndWordsComeOnce) {
   EXPECT_TRUE(room.RunUntilQuiet(120s));
   EXPECT_EQ(Words(0), std::vector<std::string>{"all"});
   EXPECT_EQ(Words(1), std::vector<std::string>{"all"});
+  stranger.SayToSender(room.Receiver(0).Address(), BuildText(Letter{.session = 7, .number = 1, .text = forged}));
   room.World().RunFor(8s);
   EXPECT_EQ(Letters(), sent) << "also those that come when the transfer is over";
   EXPECT_EQ(Ends(room), "whole told, whole told");
@@ -71,6 +74,31 @@ TEST_F(MailRoom, LettersComeOnceAndInOrderWhateverIsLostAndWordsComeOnce) {
   Write(0, "later");
   room.World().RunFor(3s);
   EXPECT_EQ(Letters(), std::vector<std::string>{"later"});
+  // Nobody says that it was heard: it is given up, and what comes later is another one.
+  room.Net().SetFilter([](const Transit& transit) { return !Is(transit, CMD_HEARD); });
+  Write(0, "unheard");
+  room.World().RunFor(11s);
+  EXPECT_EQ(room.Client(0).LettersOnTheirWay(), 0u);
+  room.Net().SetFilter(nullptr);
+  Write(0, "after");
+  room.World().RunFor(1s);
+  EXPECT_EQ(Letters(), (std::vector<std::string>{"unheard", "after"}));
+  // The next room begins to count anew, and what was for the last one is for nobody.
+  room.Sender().Call([&] { room.Server().DeInitServer(); });
+  Write(0, "too late");
+  room.World().RunFor(1s);
+  ASSERT_TRUE(room.Send());
+  uint32_t session = 0;
+  for (const SentDatagram& datagram : room.Net().Sent())
+    if (datagram.bytes.at(2) == CMD_OFFER) session = ReadFields<Offer>(datagram.bytes).session;
+  stranger.SayToRoom(Stranger::ADDRESS, BuildText(Word{.session = session, .number = 1, .text = forged}));
+  room.World().RunFor(10ms);
+  room.Sender().Call([&] { EXPECT_TRUE(room.Server().SendWord(BytesOf("again"))); });
+  EXPECT_TRUE(room.RunUntilQuiet(120s));
+  EXPECT_EQ(Words(0), std::vector<std::string>{"again"});
+  Write(0, "in time");
+  room.World().RunFor(1s);
+  EXPECT_EQ(Letters(), std::vector<std::string>{"in time"});
 }
 
 TEST_F(MailRoom, WhoHasNamedNothingIsSpokenToAsEver) {
@@ -156,6 +184,15 @@ TEST_F(MailRoom, WhatEverybodyHoldsIsNotStreamedAndWhoHoldsItIsComplete) {
   EXPECT_EQ(CountSent(room, CMD_DATA), 20u);
   EXPECT_EQ(room.Client(1).StoredBlocks().size(), 2u);
   EXPECT_EQ(room.Client(0).GetState().blocksLost, 0u) << "what is left out is no loss to who holds it";
+  // Both were named for one transfer, and what is held is so of one sender's room.
+  ASSERT_TRUE(room.StartReceivers());
+  room.Client(0).SetHeldBlocks(held);
+  room.ReplaceFiles();
+  ASSERT_TRUE(room.Send());
+  EXPECT_TRUE(room.RunUntilQuiet(120s));
+  EXPECT_EQ(CountSent(room, CMD_DATA), 20u + 30u);
+  EXPECT_EQ(heard, 20u);
+  EXPECT_EQ(Ends(room), "whole told, whole told");
 }
 
 TEST_F(MailRoom, WhoMissesTheCollectionJoinsAtTheAnnouncement) {

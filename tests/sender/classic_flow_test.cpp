@@ -100,13 +100,16 @@ TEST(ClassicWatch, ALaterMasterThatAsksInVainIsReplacedAndTheNextOneHasAllItsCyc
 
 TEST(ClassicFlow, WhatItKnowsLivesOnFromOneTransferToTheNext) {
   FlowDriver flow = Classic(3);
-  EXPECT_EQ(flow.Finish(Row(0), 1002), Lines{"ERROR 1002 R0"}) << "a failure before the first transfer counts";
+  // A failure before the first transfer counts, however often it is told once.
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(flow.Finish(Row(0), 1002), Lines{"ERROR 1002 R0"});
   flow.Begin();
   EXPECT_EQ(flow.HandOver(), Lines{"MASTER 1 R1"});
   flow.Ack(Row(1), 2, 5);
   EXPECT_EQ(flow.Watch(2000), Lines{});
+  flow.Answer(Row(2), 5);
   flow.Begin();
   EXPECT_EQ(flow[0].status, 1002U);
+  EXPECT_FALSE(flow[2].missing) << "what was missing is all that is forgotten";
   // Row 1 is still the master, and its latest request is the one that the watchdog knows.
   EXPECT_EQ(flow.Ack(Row(1), 2, 5), Lines{"RESEND 2.5"});
   EXPECT_EQ(flow.HandOver(), Lines{"MASTER 1 R1"});

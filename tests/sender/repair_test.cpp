@@ -85,6 +85,10 @@ TEST_F(SenderRepair, AFileIsMeasuredAnewWhenItIsOpenedAndARobustSenderKeepsWhatI
 TEST_F(SenderRepair, ForgedRequestsAreNotServedAndThoseInTheMastersNameNoFasterThanTheRate) {
   server.SetSendRate(1000);  // 40 ms a block
   Init(2, Profile::Robust);
+  // Of a transfer before: this one is not announced yet.
+  world.At(world.Now() + 5ms, [this] {
+    for (const int number : {0, 1}) Reply(number, Finish{112});
+  });
   Start();
   ASSERT_TRUE(world.RunUntil([&] { return !Sent(CMD_MASTER).empty(); }, 60s));
   const auto flood = [this](int number) {

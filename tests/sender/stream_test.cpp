@@ -163,15 +163,23 @@ TEST_F(Stream, ALinkThatStopsHoldsTheStreamUpUntilItGoesOnOrTheHostEndsIt) {
   }
 }
 
-TEST_F(Stream, ABlockThatCannotBeSentIsTheEndOfIt) {
-  Init(1);
-  Start();
-  FailSends();
-  world.RunFor(6s);
-  EXPECT_EQ(CountDebug("\nQuorl-----Send Data form write file!\n"), 1);
-  EXPECT_EQ(CountDebug("\nQuorl-----Send Report Data Failed!\n"), 1);
-  EXPECT_EQ(Statuses(), (std::vector<uint32_t>{1003, 1003}));
-  EXPECT_EQ(machine.OpenSockets() + machine.RunningThreads(), 0U);
+TEST_F(Stream, ABlockThatCannotBeSentIsTheEndOfItAndEachClassicThreadSaysSo) {
+  machine.Disk().MakeDirectory("C:\\data\\empty");
+  for (const bool failsFromTheDirectoriesOn : {false, true}) {
+    Init(1);
+    if (failsFromTheDirectoriesOn)
+      machine.FailEvery([left = 9](std::string_view call) mutable { return call == "network.send" && --left < 0; });
+    const size_t before = Statuses().size();
+    Start();
+    FailSends();
+    world.RunFor(6s);
+    EXPECT_EQ(Statuses().size() - before, 2U);
+    EXPECT_EQ(Statuses().back(), 1003U);
+    EXPECT_EQ(machine.OpenSockets() + machine.RunningThreads(), 0U);
+    machine.FailEvery({});
+  }
+  EXPECT_EQ(CountDebug("\nQuorl-----Send Data form write file!\n"), 2);
+  EXPECT_EQ(CountDebug("\nQuorl-----Send Report Data Failed!\n"), 2);
 }
 
 }  // namespace
