@@ -17,6 +17,7 @@
 #include "cli/transfer/inbox.h"
 #include "cli/transfer/inventory.h"
 #include "cli/transfer/reception.h"
+#include "cli/transfer/salvage.h"
 #include "cli/transfer/suggestion.h"
 
 namespace quorl::cli {
@@ -55,7 +56,7 @@ class Receiving {
     while (true) {
       if (const int number = FollowNetwork()) return 128 + number;
       Reception reception(
-          receive, reporter, inbox, venue, staging, [this] { PollPrograms(); },
+          receive, reporter, inbox, venue, staging, [this, &reception] { Tick(reception); },
           [this] { return watch.HasNews() && IsAnother(LookForVenue(network)); });
       if (!reception.Open()) {
         if (const int number = WaitForNetwork()) return 128 + number;
@@ -334,6 +335,17 @@ class Receiving {
     PollPrograms();
   }
 
+  void Tick(const Reception& reception) {
+    PollPrograms();
+    const About* const about = reception.Arriving();
+    const bool isListed = about != nullptr && about->round != 0 && catalogue && !receive.allOrNothing;
+    if (isListed && about->purpose == About::Purpose::Contents) {
+      recorder.Note(staging, *catalogue, inventory.inPlace);
+    } else {
+      recorder = Recorder();
+    }
+  }
+
   void PollPrograms() {
     if (const auto ended = opener.Poll(); ended && ended->notStarted)
       reporter.Warn(fmt::format("{} {}", FileOpener(), InWords(*ended)));
@@ -363,6 +375,7 @@ class Receiving {
   std::optional<Manifest> catalogue;  ///< Of the transfer to come, or under way.
   uint8_t round = 0;
   Inventory inventory;
+  Recorder recorder;
   int signal = 0;
   Clock::time_point saidAt{};
   bool followUpFailed = false;

@@ -161,7 +161,8 @@ RoundEnd Reception::Ended(RoundEnd end) {
       announced && !end.isForOthers && !end.isTooLate && end.kind == RoundEnd::Kind::Over && !end.IsComplete();
   do TakeWords();
   while (mayLearnWhy && State().senderCapabilities != 0 && changed.empty() && Clock::now() < patience &&
-         inbox.SignalWithin(20ms) == 0);
+         (end.signal = inbox.SignalWithin(20ms)) == 0);
+  if (end.kind == RoundEnd::Kind::Over && end.signal != 0) end.kind = RoundEnd::Kind::Interrupted;
   end.changed = changed;
   end.about = about;
   end.digests = std::move(digests);
@@ -177,6 +178,7 @@ RoundEnd Reception::Ended(RoundEnd end) {
   end.overflows = Counted("receiver.socket_overflows");
   end.fragments = announced ? FragmentsRefused() - fragmentsBefore : 0;
   if (!end.IsComplete()) DeInitClient();
+  announced = false;
   return end;
 }
 

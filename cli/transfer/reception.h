@@ -39,6 +39,9 @@ class Reception {
   /// `agreed`: the catalogue of this sender that this receiver has answered; 0: none.
   RoundEnd Run(uint8_t agreed);
 
+  /// What its sender has said of the transfer that arrives now; null while none does, or it is none of ours.
+  const About* Arriving() const { return announced && about ? &*about : nullptr; }
+
   /// Tells the sender what became of it, waits until it has heard that, and closes the receiver. Returns the signal
   /// that ended the wait.
   int Conclude(const FinalVerdict& verdict);
