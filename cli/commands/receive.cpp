@@ -12,12 +12,12 @@
 #include "cli/show/units.h"
 #include "cli/show/views.h"
 #include "cli/system/path.h"
+#include "cli/transfer/aftermath.h"
 #include "cli/transfer/delivery.h"
-#include "cli/transfer/follow_up.h"
 #include "cli/transfer/inbox.h"
 #include "cli/transfer/inventory.h"
 #include "cli/transfer/reception.h"
-#include "cli/transfer/suggestion.h"
+#include "cli/transfer/salvage.h"
 
 namespace quorl::cli {
 namespace {
@@ -45,7 +45,6 @@ class Receiving {
     // A receiver with --keep outlives an interface that is not there yet; without it a mistyped name is told at once.
     if (!venue.HasInterface() && !network.interface.empty() && !receive.keep) venue = ResolveVenue(network);
     if (!options.keyFile.empty()) key = ReadKeyFile(options.keyFile);
-    if (!receive.then.empty()) followUp.emplace(receive.then, FollowUp::Check::Now);
   }
 
   int Run() {
@@ -55,7 +54,7 @@ class Receiving {
     while (true) {
       if (const int number = FollowNetwork()) return 128 + number;
       Reception reception(
-          receive, reporter, inbox, venue, staging, [this] { PollPrograms(); },
+          receive, reporter, inbox, venue, staging, [this, &reception] { Tick(reception); },
           [this] { return watch.HasNews() && IsAnother(LookForVenue(network)); });
       if (!reception.Open()) {
         if (const int number = WaitForNetwork()) return 128 + number;
@@ -283,13 +282,12 @@ class Receiving {
   int Finish(const ReceiveResult& result) {
     TellResult(reporter, result);
     AddResult(reporter.Result(), result);
-    OpenSuggestion(result);
-    RunThen(result);
-    while (followUp && followUp->IsBusy()) {
-      PollPrograms();
+    aftermath.Begin(result, staging);
+    while (aftermath.IsBusy()) {
+      aftermath.Poll();
       if (const int number = inbox.SignalWithin(50ms)) return 128 + number;
     }
-    if (!result.failure && followUpFailed) return static_cast<int>(Exit::FollowUp);
+    if (!result.failure && aftermath.HasFailed()) return static_cast<int>(Exit::FollowUp);
     return static_cast<int>(result.Code());
   }
 
@@ -302,73 +300,39 @@ class Receiving {
     } else {
       TellResult(reporter, result);
     }
-    OpenSuggestion(result);
-    RunThen(result);
+    aftermath.Begin(result, staging);
   }
 
-  void OpenSuggestion(const ReceiveResult& result) {
-    if (result.suggested.empty()) {
-      if (!result.end.suggestedPath.empty() && !result.failure && !result.notMeant)
-        reporter.Say("  The sender suggests to open a file that is not among those received; not opened.");
-      return;
-    }
-    const std::string name = Escape(result.suggested);
-    Fact fact("suggestion");
-    fact.Add("name", result.suggested);
-    const std::string why = receive.open ? WhyNotOpened(staging.Target(), result.suggested) : "--open would";
-    if (!why.empty()) {
-      reporter.Say(fact.Add("opened", false).Add("reason", why),
-                   fmt::format("  The sender suggests to open \"{}\"; not opened ({}).", name, why));
-      return;
-    }
-    reporter.Say(fact.Add("opened", true), fmt::format("  Opening \"{}\", as the sender suggests.", name));
-    opener.Want((PathFrom(staging.Path()) / PathFrom(result.suggested)).make_preferred().string());
-    PollPrograms();
-  }
-
-  void RunThen(const ReceiveResult& result) {
-    if (!followUp || result.notMeant) return;
-    if (!result.failure && result.verified) {
-      followUp->Want(staging.Path());
+  void Tick(const Reception& reception) {
+    aftermath.Poll();
+    const About* const about = reception.Arriving();
+    const bool isListed = about != nullptr && about->round != 0 && catalogue && !receive.allOrNothing;
+    if (isListed && about->purpose == About::Purpose::Contents) {
+      recorder.Note(staging, *catalogue, inventory.inPlace);
     } else {
-      reporter.Warn(fmt::format("\"{}\" is not run: {}", Escape(receive.then),
-                                result.verified ? "the transfer did not end well" : "nothing was verified"));
+      recorder = Recorder();
     }
-    PollPrograms();
-  }
-
-  void PollPrograms() {
-    if (const auto ended = opener.Poll(); ended && ended->notStarted)
-      reporter.Warn(fmt::format("{} {}", FileOpener(), InWords(*ended)));
-    const auto ended = followUp ? followUp->Poll() : std::nullopt;
-    if (!ended) return;
-    followUpFailed = followUpFailed || ended->notStarted || ended->signal != 0 || ended->exitCode != 0;
-    Fact fact("then");
-    fact.Add("program", receive.then).Add("exit", ended->exitCode).Add("signal", ended->signal);
-    reporter.Say(fact.Add("start_error", ended->notStarted.number),
-                 fmt::format("  \"{}\" {}", Escape(receive.then), InWords(*ended)));
   }
 
   const NetworkOptions& network;
   const ReceiveOptions& receive;
   Reporter& reporter;
+  Aftermath aftermath{receive, reporter};
   Inbox inbox;
   NetworkWatch watch;
   std::optional<Sink> sink;
   Staging staging;
   Venue venue;
   std::optional<ManifestKey> key;
-  std::optional<FollowUp> followUp;
-  FollowUp opener{FileOpener(), FollowUp::Check::WhenRun};
   uint64_t rounds = 0;
   uint64_t checkedBytes = 0;
   uint64_t bytesToCheck = 0;
   std::optional<Manifest> catalogue;  ///< Of the transfer to come, or under way.
   uint8_t round = 0;
   Inventory inventory;
+  Recorder recorder;
   int signal = 0;
   Clock::time_point saidAt{};
-  bool followUpFailed = false;
   bool saidNotMeant = false;
 };
 

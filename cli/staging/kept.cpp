@@ -45,7 +45,12 @@ SystemError WriteRecord(const Directory& staging, const Kept& kept) {
     catalogue.files.push_back({name, file.size, Digest{}, file.written, false});
   }
   const std::string text = FormatCatalogue(catalogue, nullptr);
-  return staging.Write(std::string(RECORD_NAME), fmt::format("{} {}\n{}{}", HEADER, text.size(), text, blocks));
+  // In one step: whoever looks for it finds the old one or the new one whole.
+  const std::string next = std::string(RECORD_NAME) + "-new";
+  staging.Remove(next);
+  if (const SystemError error = staging.Write(next, fmt::format("{} {}\n{}{}", HEADER, text.size(), text, blocks)))
+    return error;
+  return staging.Move(next, staging, std::string(RECORD_NAME), OntoName::Any);
 }
 
 Kept ReadRecord(const Directory& staging) {

@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "cli/manifest/manifest.h"
 #include "cli/outcome/exits.h"
 #include "cli/show/escape.h"
 #include "cli/staging/tree.h"
@@ -87,16 +88,21 @@ void Staging::TakeLock() {
   FindKept();
 }
 
-/// One receiver at a time goes on from it.
+/// One receiver at a time goes on from it. Of several that nobody has, kills have left all but one: the fullest stays.
 void Staging::FindKept() {
   for (const std::string& name : target.Names().value_or(std::vector<std::string>())) {
     Directory directory = IsStagingName(name) ? target.Sub(name) : Directory();
     if (!directory || !directory.Look(std::string(RECORD_NAME)) || directory.Lock(Locking::Alone) != Locked::Yes)
       continue;
-    kept = ReadRecord(directory);
-    keptName = name;
-    keptLock = std::move(directory);
-    return;
+    Kept found = ReadRecord(directory);
+    std::string other = name;
+    if (keptName.empty() || found.Bytes() > kept.Bytes()) {
+      kept = std::move(found);
+      std::swap(keptName, other);
+      std::swap(keptLock, directory);
+    }
+    directory = Directory();
+    if (!other.empty()) target.Remove(other);
   }
 }
 
@@ -111,16 +117,21 @@ void Staging::UseKept(const std::set<std::string>& used) {
     const SplitName split(file.name);
     if (!used.contains(file.name) && file.name != RECORD_NAME) directory.Sub(split.directory).Remove(split.leaf);
   }
+  std::erase_if(kept.files, [&](const auto& file) { return !used.contains(StoredName(file.first)); });
+  // One that tells of what has gone is worse than none.
+  if (WriteRecord(directory, kept)) directory.Remove(std::string(RECORD_NAME));
   usesKept = true;
+}
+
+SystemError Staging::Record(const Kept& soFar) const {
+  return current.empty() ? SystemError() : WriteRecord(Open(), soFar);
 }
 
 SystemError Staging::Keep(const Kept& left) {
   if (const SystemError error = WriteRecord(Open(), left)) return error;
-  keptLock = Directory();
+  keptLock = std::move(currentLock);
   if (!keptName.empty() && keptName != current) target.Remove(keptName);
   keptName = std::exchange(current, "");
-  keptLock = KeptDirectory();
-  keptLock.Lock(Locking::Alone);
   kept = left;
   return {};
 }
@@ -152,14 +163,15 @@ void Staging::Begin() {
   Discard();
   current = next;
   if (std::exchange(usesKept, false)) {
-    // Whatever comes of it, this is how far it was.
-    target.Sub(current).Remove(std::string(RECORD_NAME));
+    currentLock = std::move(keptLock);
     keptName.clear();
     kept = Kept();
     return;
   }
   // The library may have made it already, or will find it.
   target.MakePrivate(current);
+  currentLock = Open();
+  currentLock.Lock(Locking::Alone);
 }
 
 Directory Staging::Open() const {
@@ -181,8 +193,8 @@ std::optional<std::string> Staging::ReadWhole(const std::string& name, uint64_t 
 }
 
 bool Staging::Discard() {
-  // Of what was gone on from; some systems remove nothing that is open.
-  if (keptName.empty()) keptLock = Directory();
+  // Some systems remove nothing that is open.
+  currentLock = Directory();
   return current.empty() || target.Remove(std::exchange(current, ""));
 }
 

@@ -38,6 +38,8 @@ class Staging {
   Directory KeptDirectory() const;
   /// Keeps only `used` of it, and makes it the staging directory of the next transfer.
   void UseKept(const std::set<std::string>& used);
+  /// Writes down how far the current staging directory is, for whoever comes after a kill.
+  SystemError Record(const Kept& soFar) const;
   /// The current staging directory becomes what is left of a broken transfer, in the place of what was.
   SystemError Keep(const Kept& left);
 
@@ -72,6 +74,7 @@ class Staging {
   std::string current;   ///< Empty: none.
   std::string keptName;  ///< Empty: none.
   Directory keptLock;
+  Directory currentLock;  ///< None else takes it for one that somebody left.
   Kept kept;
   bool usesKept = false;  ///< For the next transfer.
   size_t prepared = 0;

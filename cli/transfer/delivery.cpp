@@ -133,7 +133,7 @@ class Delivering {
       if (files[i].digest != Digest{}) digests[static_cast<uint32_t>(i + 1)] = files[i].digest;
     // Who asked for an end does not wait for files to be read.
     if (result.end.kind == RoundEnd::Kind::Interrupted || rules.sink != nullptr) digests.clear();
-    Salvaged salvaged = Salvage(staging, *rules.catalogue, result.end.stored, digests, rules.move);
+    Salvaged salvaged = Salvage(staging, *rules.catalogue, rules.inPlace, result.end.stored, digests, rules.move);
     result.moved = std::move(salvaged.moved);
     result.filesKept = salvaged.kept.files.size();
     result.bytesKept = salvaged.kept.Bytes();

@@ -12,17 +12,13 @@
 #include "cli/show/escape.h"
 #include "cli/show/progress.h"
 #include "cli/show/units.h"
+#include "cli/transfer/stored_blocks.h"
 
 namespace quorl::cli {
 namespace {
 
 using namespace std::chrono_literals;
 
-// The first file tells whether there is a manifest, which is not counted among the files. It is on its way.
-constexpr auto FIRST_BLOCK_LIMIT = 1s;
-
-// Enough for some ten thousand files.
-constexpr uint64_t SHORT_MANIFEST = uint64_t{4} << 20;
 // What the sender has to say of a transfer that it has ended.
 constexpr auto LAST_WORDS = 500ms;
 
@@ -44,12 +40,6 @@ QuorlReceiveState State() {
   return state;
 }
 
-std::vector<QuorlBlocks> StoredBlocks() {
-  std::vector<QuorlBlocks> blocks(GetStoredBlocks(nullptr, 0), {.size = sizeof(QuorlBlocks)});
-  GetStoredBlocks(blocks.data(), static_cast<uint32_t>(blocks.size()));
-  return blocks;
-}
-
 uint64_t Counted(std::string_view name) {
   std::vector<QuorlCounter> counters(GetCounters(nullptr, 0), {.size = sizeof(QuorlCounter)});
   GetCounters(counters.data(), static_cast<uint32_t>(counters.size()));
@@ -67,6 +57,7 @@ Reception::Reception(const ReceiveOptions& options, Reporter& reporter, Inbox& i
       inbox(inbox),
       venue(venue),
       staging(staging),
+      announcement(reporter, staging),
       tick(std::move(tick)),
       hasMoved(std::move(hasMoved)) {}
 
@@ -89,10 +80,9 @@ RoundEnd Reception::Run(uint8_t agreedRound) {
     if (!announced) continue;
     if (over && Clock::now() - *over > LAST_WRITES) return Ended({.kind = RoundEnd::Kind::Over});
     if (about && about->purpose == About::Purpose::Catalogue) continue;
-    if (!said && IsKnown(state)) SayTask(state);
-    if (!said || !reporter.WantsProgress()) continue;
-    LookForSizes(state);
-    reporter.Progress(view.Show(Clock::now(), state, bytes, reporter.Width()));
+    announcement.SayOnceKnown(state);
+    if (announcement.IsSaid() && reporter.WantsProgress())
+      reporter.Progress(view.Show(Clock::now(), state, announcement.Bytes(state), reporter.Width()));
   }
 }
 
@@ -124,25 +114,13 @@ std::optional<RoundEnd> Reception::Step(const InboxEvent& event) {
   const auto status = static_cast<uint32_t>(event.wParam);
   const bool ofOneFile = status == QUORL_STATUS_FILE_UNWRITABLE || status == QUORL_STATUS_PATH_TOO_LONG;
   if (ofOneFile && State().failedFiles > 0) {
-    NoteFailedFile(status);
+    announcement.NoteFailedFile(status);
     return std::nullopt;
   }
   const bool stopped = status == QUORL_STATUS_DONE && event.lParam == 0;
   // The stop of somebody else's transfer, or of the one before.
   if (stopped && !announced) return std::nullopt;
   return RoundEnd{.stopped = stopped, .status = status, .suggestedPath = event.text};
-}
-
-/// One cause is told once; how often it came, at the end.
-void Reception::NoteFailedFile(uint32_t status) {
-  Fact fact("file_failed");
-  fact.Add("status", status).Add("reason", StatusInWords(status));
-  const std::string text = fmt::format("{} (status {}); the other files go on", StatusInWords(status), status);
-  if (failedFiles[status]++ == 0) {
-    reporter.Warn(fact, text);
-  } else {
-    reporter.Say(Level::Files, fact, "  " + text);
-  }
 }
 
 /// By this machine, of any program; it grows.
@@ -152,8 +130,9 @@ uint64_t Reception::FragmentsRefused() {
 }
 
 /// The blocks that are still to come have to have room there.
-RoomOnDisk Reception::LookAtDisk(const QuorlReceiveState& state) const {
+RoomOnDisk Reception::LookAtDisk(const QuorlReceiveState& state) {
   const uint64_t most = state.blocksMissing * BLOCK_SIZE;
+  const uint64_t bytes = announcement.Bytes(state);
   const uint64_t known = bytes - std::min(bytes, state.bytesStored);
   return {bytes == 0 ? most : std::min(most, known), staging.Target().FreeBytes(), state.files,
           staging.Target().FreeNames()};
@@ -168,24 +147,26 @@ RoundEnd Reception::Ended(RoundEnd end) {
       announced && !end.isForOthers && !end.isTooLate && end.kind == RoundEnd::Kind::Over && !end.IsComplete();
   do TakeWords();
   while (mayLearnWhy && State().senderCapabilities != 0 && changed.empty() && Clock::now() < patience &&
-         inbox.SignalWithin(20ms) == 0);
+         (end.signal = inbox.SignalWithin(20ms)) == 0);
+  if (end.kind == RoundEnd::Kind::Over && end.signal != 0) end.kind = RoundEnd::Kind::Interrupted;
   end.changed = changed;
   end.about = about;
   end.digests = std::move(digests);
   end.state = State();
   end.room = LookAtDisk(end.state);
-  for (const auto& [status, count] : failedFiles) {
-    if (count > 1) reporter.Warn(fmt::format("{}: {} in all", StatusInWords(status), Count(count, "file")));
-  }
+  announcement.SayFailedFiles();
   const bool isContents = !about || about->purpose == About::Purpose::Contents;
-  if (announced && !said && isContents && !end.isForOthers && !end.isTooLate) SayTask(end.state);
+  if (announced && !announcement.IsSaid() && isContents && !end.isForOthers && !end.isTooLate)
+    announcement.Say(end.state);
   if (announced) end.elapsed = Clock::now() - started;
   end.strangers = Counted("receiver.dropped.stranger");
   end.overflows = Counted("receiver.socket_overflows");
   end.fragments = announced ? FragmentsRefused() - fragmentsBefore : 0;
-  if (end.IsComplete()) return end;
-  DeInitClient();
-  end.stored = StoredBlocks();
+  if (!end.IsComplete()) {
+    DeInitClient();
+    end.stored = StoredBlocks();
+  }
+  announced = false;
   return end;
 }
 
@@ -230,15 +211,13 @@ std::optional<RoundEnd> Reception::Begin() {
   staging.Begin();
   UseNextStaging();
   announced = true;
-  said = false;
+  announcement.Begin(about);
   changed.clear();
   over.reset();
-  failedFiles.clear();
   digests.clear();
   fragmentsBefore = FragmentsRefused();
   started = Clock::now();
   view = ReceiveView(started);
-  bytes = about ? about->bytes : 0;
   if (!about) return std::nullopt;
   const auto& meant = about->onlyFor;
   const bool isForUs = meant.empty() || std::find(meant.begin(), meant.end(), venue.interface.address) != meant.end();
@@ -247,47 +226,6 @@ std::optional<RoundEnd> Reception::Begin() {
   // What others had already is not streamed.
   if (isContents && about->round != 0 && about->round != agreed) return RoundEnd{.isTooLate = true};
   return std::nullopt;
-}
-
-/// Blocks tell how much it is at most; how much it is, the manifest, which comes first. Its seal shows whether it is
-/// whole already; a long one is not read again and again.
-void Reception::LookForSizes(const QuorlReceiveState& state) {
-  const bool isOver = state.blocksStored > 0 && LocalName(state.currentFile) != MANIFEST_NAME;
-  if (bytes != 0 || !isOver) return;
-  const auto manifest = staging.ReadWhole(std::string(MANIFEST_NAME), SHORT_MANIFEST);
-  if (!manifest) return;
-  const auto read = ParseManifest(*manifest, nullptr);
-  if (const auto* known = std::get_if<ReadManifest>(&read)) {
-    for (const ManifestEntry& file : known->manifest.files) bytes += file.size;
-  }
-}
-
-/// Whether the size of the transfer can be told: the manifest, if there is one, has come, or will not in good time.
-bool Reception::IsKnown(const QuorlReceiveState& state) {
-  LookForSizes(state);
-  const bool hasFiles = state.blocksStored > 0 && !staging.Holds(std::string(MANIFEST_NAME));
-  return bytes != 0 || hasFiles || Clock::now() - started > FIRST_BLOCK_LIMIT;
-}
-
-void Reception::SayTask(const QuorlReceiveState& state) {
-  said = true;
-  const bool hasManifest = state.files > 0 && staging.Holds(std::string(MANIFEST_NAME));
-  const uint32_t files = about ? about->files : state.files - (hasManifest ? 1 : 0);
-  LookForSizes(state);
-  const uint64_t most = state.blocksExpected * BLOCK_SIZE;
-  const std::string size = bytes == 0 ? "at most " + FormatBytes(most) : FormatBytes(bytes);
-  const uint64_t free = staging.Target().FreeBytes();
-  Fact fact("transfer");
-  fact.Add("sender", FormatAddress(state.senderAddress)).Add("files", files).Add("blocks", state.blocksExpected);
-  if (bytes != 0) fact.Add("bytes", bytes);
-  fact.Add("bytes_at_most", most).Add("directory", staging.Path()).Add("bytes_free", free);
-  reporter.Say(fact, fmt::format("From {}: {}, {} into {}   ({} free)", FormatAddress(state.senderAddress),
-                                 Count(files, "file"), size, Escape(staging.Path()), FormatBytes(free)));
-  const std::string target = state.askedTarget;
-  if (target.empty()) return;
-  reporter.Say(Fact("target_ignored").Add("target", target),
-               fmt::format("The sender asked for its own folder \"{}\"; ignored, {} is in force.", Escape(target),
-                           Escape(staging.Path())));
 }
 
 }  // namespace quorl::cli

@@ -17,6 +17,7 @@
 #include "cli/show/views.h"
 #include "cli/staging/staging.h"
 #include "cli/talk/messages.h"
+#include "cli/transfer/announcement.h"
 #include "cli/transfer/inbox.h"
 
 namespace quorl::cli {
@@ -39,6 +40,9 @@ class Reception {
   /// `agreed`: the catalogue of this sender that this receiver has answered; 0: none.
   RoundEnd Run(uint8_t agreed);
 
+  /// What its sender has said of the transfer that arrives now; null while none does, or it is none of ours.
+  const About* Arriving() const { return announced && about ? &*about : nullptr; }
+
   /// Tells the sender what became of it, or that this receiver is at it, waits until it has heard that, and closes the
   /// receiver. Returns the signal that ended the wait.
   int Conclude(const Letter& letter);
@@ -47,30 +51,24 @@ class Reception {
   using Clock = std::chrono::steady_clock;
 
   std::optional<RoundEnd> Step(const InboxEvent& event);
-  void NoteFailedFile(uint32_t status);
   static uint64_t FragmentsRefused();
-  RoomOnDisk LookAtDisk(const QuorlReceiveState& state) const;
+  RoomOnDisk LookAtDisk(const QuorlReceiveState& state);
   RoundEnd Ended(RoundEnd end);
   std::optional<RoundEnd> Begin();
   void TakeWords();
   void SayOtherTransfer(const QuorlReceiveState& state);
-  void SayTask(const QuorlReceiveState& state);
-  bool IsKnown(const QuorlReceiveState& state);
-  void LookForSizes(const QuorlReceiveState& state);
 
   const ReceiveOptions& options;
   Reporter& reporter;
   Inbox& inbox;
   const Venue& venue;
   Staging& staging;
+  Announcement announcement;
   std::function<void()> tick;
   std::function<bool()> hasMoved;
   ReceiveView view;
   bool announced = false;
-  bool said = false;
-  std::map<uint32_t, uint64_t> failedFiles;  ///< How many, by status.
-  uint64_t fragmentsBefore = 0;              ///< Refused by this machine before the transfer.
-  uint64_t bytes = 0;                        ///< Of contents in all, once the manifest has told it.
+  uint64_t fragmentsBefore = 0;  ///< Refused by this machine before the transfer.
   bool otherSaid = false;
   std::vector<std::string> changed;
   std::optional<Clock::time_point> over;

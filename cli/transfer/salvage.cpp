@@ -2,39 +2,59 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
+
+#include "cli/transfer/stored_blocks.h"
 
 namespace quorl::cli {
 namespace {
 
-Kept KeptOf(const Manifest& catalogue, std::span<const QuorlBlocks> stored, const Directory& staging) {
+using namespace std::chrono_literals;
+
+constexpr auto PAUSE = 2s;
+// A record of many pieces takes one part in so many of the time.
+constexpr int MOST_OF_TIME = 20;
+
+/// Without the files that stand in their places: they count as stored, and are not in staging.
+Kept KeptOf(const Manifest& catalogue, const InPlace& inPlace, std::span<const QuorlBlocks> stored) {
   Kept kept;
   for (const QuorlBlocks& run : stored) {
     if (run.file == 0 || run.file > catalogue.files.size()) continue;
     const ManifestEntry& entry = catalogue.files[run.file - 1];
-    if (run.length != entry.size) continue;
+    if (run.length != entry.size || inPlace.contains(entry.name)) continue;
     Kept::File& file = kept.files[entry.name];
     file.size = entry.size;
     file.written = entry.written;
     file.blocks.emplace_back(run.first, run.count);
   }
-  // What stands in its place already counts as stored, and is not here.
+  return kept;
+}
+
+void EraseMissing(Kept& kept, const Directory& staging) {
   std::erase_if(kept.files, [&](const auto& one) {
     const SplitName split(StoredName(one.first));
     const Directory directory = staging.Sub(split.directory);
     return !directory || !directory.Look(split.leaf);
   });
-  return kept;
 }
 
 }  // namespace
 
-Salvaged Salvage(Staging& staging, const Manifest& catalogue, std::span<const QuorlBlocks> stored,
-                 const std::map<uint32_t, Digest>& digests, const MoveRules& rules) {
+void Recorder::Note(const Staging& staging, const Manifest& catalogue, const InPlace& inPlace) {
+  const auto now = Clock::now();
+  if (now < next) return;
+  if (next != Clock::time_point()) staging.Record(KeptOf(catalogue, inPlace, StoredBlocks()));
+  const auto cost = Clock::now() - now;
+  next = now + std::max<Clock::duration>(PAUSE, cost * MOST_OF_TIME);
+}
+
+Salvaged Salvage(Staging& staging, const Manifest& catalogue, const InPlace& inPlace,
+                 std::span<const QuorlBlocks> stored, const std::map<uint32_t, Digest>& digests,
+                 const MoveRules& rules) {
   Salvaged salvaged;
   const Directory from = staging.Open();
   if (!from) return salvaged;
-  salvaged.kept = KeptOf(catalogue, stored, from);
+  salvaged.kept = KeptOf(catalogue, inPlace, stored);
+  EraseMissing(salvaged.kept, from);
   auto& files = salvaged.kept.files;
   StagedTree whole;
   for (const auto& [number, digest] : digests) {

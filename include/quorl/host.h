@@ -186,9 +186,10 @@ QUORL_EXPORT uint32_t QUORL_CALL SendWord(const void* text, uint32_t length);
  * small. */
 QUORL_EXPORT uint32_t QUORL_CALL TakeWord(QuorlText* word);
 
-/* Receiver: a letter for the host of the latest sender that asked who listens. Letters arrive once and in order, also
-   after another InitClient; one that is not heard within ten seconds is lost, with those behind it. 1; 0 when it is too
-   long, when nobody has asked who would take it, or when 4096 are on their way. */
+/* Receiver: a letter for the host of the latest sender that asked who listens. Letters arrive once and in order while
+   that sender's session lasts, also after another InitClient here; one that is not heard within ten seconds is lost,
+   with those behind it. 1; 0 when it is too long, when nobody has asked who would take it, or when 4096 are on their
+   way. */
 QUORL_EXPORT uint32_t QUORL_CALL SendLetter(const void* text, uint32_t length);
 
 /* Receiver: letters that have not been heard yet. */

@@ -44,9 +44,9 @@ struct ListRules {
 /// travel is left out: a selected FIFO, socket or device (but not a disk, which has a length), and files whose name
 /// holds one of ILLEGAL_NAME_CHARS (looked for on the first level only, behind the name's first three bytes), or a
 /// backslash, or does not fit a name field, or which have more blocks than can be numbered. -1 when such a thing was
-/// left out, 0 when nothing is selected or memory ran out (what was listed stays), else the number of files. Runs on the
-/// host's thread; opens every file once. `tell`, unless it is empty, hears of each file and directory as it is met, and
-/// of what is left out.
+/// left out, 0 when nothing is selected or memory ran out (what was listed stays), else the number of files. Runs on
+/// the host's thread; opens every file once. `tell`, unless it is empty, hears of each file and directory as it is met,
+/// and of what is left out.
 int32_t BuildFileList(const Machine& machine, const ListRules& rules, FileLists& lists,
                       const SurveyListener& tell = nullptr);
 
