@@ -157,7 +157,7 @@ void Checker::SeeSenderMessage(const RecordedMessage& message) {
   if (message.number == WM_TASK_INFO && ++senderAnnouncements > 1 && !senderIsWild)
     Violate("the sender announces twice");
   if (message.number == WM_CLIENT_ERR && !options.hasAttacker &&
-      (message.wParam == 0 || !IsReceiverStatus(message.wParam)))
+      (message.wParam == 0 || (!IsReceiverStatus(message.wParam) && message.wParam != QUORL_STATUS_LEFT)))
     Violate("the sender passes on the status " + std::to_string(message.wParam));
   if (message.number != WM_TRANS_STATUS) return;
   NoteTable();

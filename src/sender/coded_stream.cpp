@@ -196,15 +196,11 @@ std::optional<StreamEnd> CodedStream::Send(const std::vector<CodedSchedule::Send
     const auto [group, index] = steps[i];
     const auto head = Build(SymbolHead{poll.transfer, group, index});
     const auto symbol = std::copy(head.begin(), head.end(), datagrams[i].begin());
-    const auto bytes = GroupBytes(group);
-    if (index >= MOST_SOURCE_SYMBOLS) {
-      EncodeSymbol(bytes, index, std::span(symbol, SYMBOL_SIZE));
-      NoteRepair(group);
-    } else {
-      std::copy_n(bytes.begin() + index * ptrdiff_t{SYMBOL_SIZE}, SYMBOL_SIZE, symbol);
-    }
     gathered.push_back(datagrams[i]);
+    if (index >= MOST_SOURCE_SYMBOLS) continue;
+    std::copy_n(GroupBytes(group).begin() + index * ptrdiff_t{SYMBOL_SIZE}, SYMBOL_SIZE, symbol);
   }
+  MakeRepairSymbols(steps);
   if (const auto next = pacer.NextSend(true)) parts.end.PauseUntil(*next);
   if (parts.end.IsStopRequested()) return StreamEnd::Stopped;
   if (!parts.context.sockets.SendToGroup(gathered, parts.end.Patience()))
@@ -212,6 +208,25 @@ std::optional<StreamEnd> CodedStream::Send(const std::vector<CodedSchedule::Send
   const Moment now = parts.context.machine.clock.Now();
   for (const auto& datagram : gathered) pacer.Sent(now, datagram.size());
   return std::nullopt;
+}
+
+/// Those of one group follow one another, and are made at once.
+void CodedStream::MakeRepairSymbols(const std::vector<CodedSchedule::SendStep>& steps) {
+  Bytes indices;
+  std::vector<uint8_t*> into;
+  for (size_t i = 0; i < steps.size(); ++i) {
+    const auto [group, index] = steps[i];
+    if (index < MOST_SOURCE_SYMBOLS) continue;
+    NoteRepair(group);
+    indices.push_back(index);
+    into.push_back(datagrams[i].data() + LENGTH<SymbolHead>);
+    const bool goesOn =
+        i + 1 < steps.size() && steps[i + 1].group == group && steps[i + 1].index >= MOST_SOURCE_SYMBOLS;
+    if (goesOn) continue;
+    EncodeSymbols(GroupBytes(group), SYMBOL_SIZE, indices, into);
+    indices.clear();
+    into.clear();
+  }
 }
 
 /// What goes out as repair counts as blocks sent again, as many as it is bytes for.

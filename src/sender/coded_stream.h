@@ -52,6 +52,7 @@ class CodedStream {
   std::optional<StreamEnd> Do(const CodedSchedule::PollStep& step);
   std::optional<StreamEnd> Do(const CodedSchedule::WaitStep& step);
   std::optional<StreamEnd> Send(const std::vector<CodedSchedule::SendStep>& steps);
+  void MakeRepairSymbols(const std::vector<CodedSchedule::SendStep>& steps);
   std::optional<Bytes> ReadGroup(uint32_t group);
   std::span<const uint8_t> GroupBytes(uint32_t group) const;
   void NoteRepair(uint32_t group);

@@ -36,10 +36,12 @@ TEST(ErasureCode, AnyRepairSymbolsReplaceAnySourceSymbols) {
       for (const uint8_t index : lacking) std::fill_n(held.begin() + index * SIZE, SIZE, uint8_t{0xEE});
       std::vector<Bytes> repairs(losses, Bytes(SIZE));
       std::vector<Symbol> repair;
+      std::vector<uint8_t*> into;
       for (size_t i = 0; i < losses; ++i) {
-        EncodeSymbol(sent, indices[i], repairs[i]);
         repair.push_back({indices[i], repairs[i].data()});
+        into.push_back(repairs[i].data());
       }
+      EncodeSymbols(sent, SIZE, std::span(indices).first(losses), into);
       RecoverSymbols(held, SIZE, lacking, repair);
       EXPECT_EQ(held, sent) << count << " symbols, " << losses << " lost";
     }

@@ -131,6 +131,34 @@ TEST(Datagrams, EveryTruncationIsRejected) {
   }
 }
 
+TEST(Datagrams, SymbolsAndWhatIsLackingOfThem) {
+  EXPECT_EQ(ToBytes(Build(SymbolHead{0x01020304, 5, 130})), FromHex("91 02 17 04 03 02 01 05 00 00 00 82"));
+  const Bytes poll = FromHex(
+                         "91 02 16 01 00 00 04 03 02 01 07 00 00 00 01 00 00 00 09 00 00 00 2C 01 00 00 B0 05 0A 00"
+                         " 01 04 00 00 00 02 00 00 00 FF FF FF FF") +
+                     NameBytes("C:\\in");
+  const Poll built{.transfer = 0x01020304,
+                   .round = 7,
+                   .firstGroup = 1,
+                   .endGroup = 9,
+                   .catalogueLength = 300,
+                   .symbolSize = 1456,
+                   .spread = 10,
+                   .platform = 1,
+                   .totalBlocks = 4,
+                   .fileCount = 2,
+                   .targetFolder = 0xFFFFFFFF,
+                   .targetPath = NameField::From("C:\\in")};
+  EXPECT_EQ(ToBytes(Build(built)), poll);
+  EXPECT_EQ(std::get<Poll>(ParseFromSender(poll)).Announcement(), built.Announcement());
+
+  const Bytes lacks = FromHex("91 02 18 01 00 00 04 03 02 01 07 00 00 00 09 00 00 00 02 00 00 00 05 08 00 00 00 80");
+  const Lacks said{{.transfer = 0x01020304, .round = 7, .endGroup = 9}, {{2, 5}, {8, 128}}};
+  EXPECT_EQ(BuildLacks(said), lacks);
+  EXPECT_EQ(std::get<Lacks>(ParseFromReceiver(lacks)).groups, said.groups);
+  EXPECT_EQ(std::get<Lacks>(ParseFromReceiver(lacks + FromHex("08 00 00 00 01"))).groups, said.groups) << "no order";
+}
+
 TEST(Datagrams, YoungerOnesGrowAndCarryATextWithinBounds) {
   EXPECT_EQ(ToBytes(Build(Offer{.session = 0x01020304, .capabilities = 5})),
             FromHex("91 02 10 01 00 00 04 03 02 01 05 00 00 00"));

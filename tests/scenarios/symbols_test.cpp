@@ -1,8 +1,6 @@
 // Transfers in symbols, told in rooms.
 #include <gtest/gtest.h>
 
-#include <iostream>
-
 #include "tests/scenarios/story.h"
 
 namespace quorl::sim {
@@ -54,10 +52,6 @@ TEST(Symbols, RepairServesEverybodyAtOnce) {
     Play(room);
     EXPECT_EQ(Ends(room), AllWhole(8)) << loss;
     EXPECT_EQ(CountSent(room, CMD_RESEND), 0u) << loss;
-    const SendState state = room.Server().GetState();
-    std::cout << loss << " " << state.totalBlocks << " blocks, resent " << state.blocksResent << ", symbols "
-              << CountSent(room, CMD_SYMBOL) << " polls " << CountSent(room, CMD_POLL) << " lacks "
-              << CountSent(room, CMD_LACKS) << "\n";
   }
 }
 
@@ -95,8 +89,6 @@ TEST(Symbols, WhoComesLateGetsWhatIsToComeAndTheRestBehindIt) {
   ASSERT_TRUE(room.StartReceiver(2));
   EXPECT_TRUE(room.RunUntilQuiet(120s));
   EXPECT_EQ(Ends(room), AllWhole(3));
-  std::cout << "late: resent " << room.Server().GetState().blocksResent << " of "
-            << room.Server().GetState().totalBlocks << " RESEND " << CountSent(room, CMD_RESEND) << "\n";
 }
 
 }  // namespace

@@ -38,17 +38,16 @@ Bytes Inverse(std::span<const Symbol> rows, std::span<const uint8_t> columns) {
 
 }  // namespace
 
-void EncodeSymbol(std::span<const uint8_t> group, uint8_t index, std::span<uint8_t> into) {
-  const size_t count = group.size() / into.size();
-  assert(count >= 1 && count <= MOST_SOURCE_SYMBOLS && index >= MOST_SOURCE_SYMBOLS);
+void EncodeSymbols(std::span<const uint8_t> group, size_t symbolSize, std::span<const uint8_t> indices,
+                   std::span<uint8_t* const> into) {
+  const size_t count = group.size() / symbolSize;
+  assert(count >= 1 && count <= MOST_SOURCE_SYMBOLS && indices.size() == into.size());
   Bytes coefficients;
+  for (const uint8_t index : indices)
+    for (size_t i = 0; i < count; ++i) coefficients.push_back(Coefficient(index, static_cast<uint8_t>(i)));
   std::vector<const uint8_t*> source;
-  for (size_t i = 0; i < count; ++i) {
-    coefficients.push_back(Coefficient(index, static_cast<uint8_t>(i)));
-    source.push_back(group.data() + i * into.size());
-  }
-  uint8_t* out = into.data();
-  FieldProduct(into.size(), count, 1, coefficients.data(), source.data(), &out);
+  for (size_t i = 0; i < count; ++i) source.push_back(group.data() + i * symbolSize);
+  FieldProduct(symbolSize, count, into.size(), coefficients.data(), source.data(), into.data());
 }
 
 // What is known is subtracted from the repair symbols; what then remains of them is solved for what is lacking.

@@ -21,9 +21,10 @@ struct Symbol {
   const uint8_t* bytes = nullptr;
 };
 
-/// Makes the repair symbol `index` (128 to 255) of a group into `into`. `group`: its source symbols one behind the
-/// other, a whole number of them, each as long as `into`.
-void EncodeSymbol(std::span<const uint8_t> group, uint8_t index, std::span<uint8_t> into);
+/// Makes repair symbols of a group. `group`: its source symbols one behind the other; `indices`: 128 to 255 each;
+/// `into`: where each goes. Several at once cost little more than one.
+void EncodeSymbols(std::span<const uint8_t> group, size_t symbolSize, std::span<const uint8_t> indices,
+                   std::span<uint8_t* const> into);
 
 /// Fills in the source symbols that `group` lacks. `lacking`: their indices; `repair`: as many different repair
 /// symbols.

@@ -73,6 +73,7 @@ void ReceiveLoop::SetHeldGroupsTaken() {
 }
 
 ReceiveLoop::Next ReceiveLoop::StoreWholeGroups() {
+  if (!symbols) return Next::Continue;
   for (auto whole = symbols->NextWhole(); whole; whole = symbols->NextWhole()) {
     if (!session.queue.HasRoomFor(BlockQueue::ROOM - MOST_WAITING)) return Next::Continue;
     for (const BlockPlace& place : symbols->Contents().Blocks(whole->group)) {
