@@ -78,8 +78,10 @@ class Sending {
         return code;
       }
       if (listeners.MissingOf(failed).size() == failed.size()) break;
-      if (IsTooFast(tally.Rows(), plan.blocks) && rate >= 2 * SLOWEST_RATE) rate /= 2;
-      SetSendRate(rate);
+      if (!rateControl) {
+        if (IsTooFast(tally.Rows(), plan.blocks) && rate >= 2 * SLOWEST_RATE) rate /= 2;
+        SetSendRate(rate);
+      }
       Attempt(failed);
     }
     return Finish();
@@ -240,6 +242,7 @@ class Sending {
       return;
     }
     if (manifestLast) CheckSelection();
+    AdaptRate();
     SayStart(agreed, only);
     streamed = agreed.contents.Bytes();
     std::optional<StreamDigests> digests;
@@ -263,8 +266,17 @@ class Sending {
                       .contents = agreed.contents,
                       .before = manifest && !manifestLast ? 1u : 0u,
                       .skipped = agreed.skippedBlocks,
-                      .digests = digests ? &*digests : nullptr};
+                      .digests = digests ? &*digests : nullptr,
+                      .rate = rateControl ? &*rateControl : nullptr};
     tally.Add(SendRun(inbox, reporter, listeners.Names(), job).Run(), only);
+  }
+
+  /// From the second attempt on with what the first has taught.
+  void AdaptRate() {
+    if (!send.adaptsRate || rateControl) return;
+    rateControl = RateControl::For(venue.interface.name, RowsNow());
+    rate = rateControl->Most();
+    SetSendRate(rateControl->Rate(Clock::now(), 0));
   }
 
   /// What was agreed on goes by the places of the files in the selection.
@@ -296,7 +308,7 @@ class Sending {
     fact.Add("receivers", receivers).Add("files", agreed.contents.Files()).Add("bytes", agreed.contents.Bytes());
     std::string text = fmt::format("Sending    {}, {} to {} at {} via {}", Count(agreed.contents.Files(), "file"),
                                    FormatBytes(agreed.contents.Bytes()), Count(receivers, "receiver"),
-                                   FormatLinkRate(rate), venue.interface.name);
+                                   (rateControl ? "up to " : "") + FormatLinkRate(rate), venue.interface.name);
     reporter.Say(fact.Add("blocks", plan.blocks - agreed.skippedBlocks), reporter.HasBlock() ? "" : text);
   }
 
@@ -332,8 +344,8 @@ class Sending {
 
   int Finish() {
     if (plan.lost != 0) tally.NoteLeftOut();
-    TellSent(reporter, listeners.Names(), tally, {plan.bytes, streamed, plan.files.size(), plan.blocks, rate},
-             Clock::now() - started);
+    TellSent(reporter, listeners.Names(), tally,
+             {plan.bytes, streamed, plan.files.size(), plan.blocks, rateControl ? 0 : rate}, Clock::now() - started);
     std::vector<std::string> failed = tally.Absent();
     for (uint32_t address : tally.Failed()) failed.push_back(FormatAddress(address));
     if (!WriteFailed(failed)) reporter.Warn(fmt::format("\"{}\" could not be written", Escape(send.failedTo)));
@@ -358,7 +370,8 @@ class Sending {
   SourceWatch watch{plan};
   uint64_t streamed = 0;  ///< Bytes of contents, the last time.
   SendTally tally;
-  uint32_t rate = send.rate;  ///< Of the latest attempt.
+  uint32_t rate = send.rate;  ///< Of the latest attempt, or what it began with.
+  std::optional<RateControl> rateControl;
   Clock::time_point started;
 };
 
@@ -376,7 +389,7 @@ int RunSend(const Options& options, Reporter& reporter) {
                   {"--yes starts as soon as somebody is there, --wait-for N when N receivers are."}};
   }
   SetProfile(1);
-  SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE);
+  SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE | (options.send.adaptsRate ? uint32_t{HEARS_INTAKE} : 0));
   return Sending(options, reporter).Run();
 }
 

@@ -18,6 +18,7 @@
 #include "cli/staging/staging.h"
 #include "cli/talk/messages.h"
 #include "cli/transfer/inbox.h"
+#include "cli/transfer/intake_report.h"
 
 namespace quorl::cli {
 
@@ -49,6 +50,7 @@ class Reception {
   std::optional<RoundEnd> Step(const InboxEvent& event);
   void NoteFailedFile(uint32_t status);
   static uint64_t FragmentsRefused();
+  static uint64_t Overflows();
   RoomOnDisk LookAtDisk(const QuorlReceiveState& state) const;
   RoundEnd Ended(RoundEnd end);
   std::optional<RoundEnd> Begin();
@@ -70,7 +72,8 @@ class Reception {
   bool said = false;
   std::map<uint32_t, uint64_t> failedFiles;  ///< How many, by status.
   uint64_t fragmentsBefore = 0;              ///< Refused by this machine before the transfer.
-  uint64_t bytes = 0;                        ///< Of contents in all, once the manifest has told it.
+  IntakeReport intake;
+  uint64_t bytes = 0;  ///< Of contents in all, once the manifest has told it.
   bool otherSaid = false;
   std::vector<std::string> changed;
   std::optional<Clock::time_point> over;
