@@ -29,7 +29,6 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t SLOWEST_RATE = 1000;  // kbit/s; of repetitions.
 constexpr std::chrono::seconds LONG_READING = 5s;
 
 bool IsInput(const SendOptions& send) {
@@ -62,13 +61,12 @@ class Sending {
     if (!WriteFailed(MeantTexts())) ThrowUnwritable();
     if (!send.only.everyone && MeantTexts().empty()) return SayNobody();
     if (!venue.HasInterface()) venue = ResolveVenue(options.network);
-    SetSendRate(send.rate);
     if (int code = gathering.First(plan.blocks)) return code;
     if (int code = Prepare()) return code;
     started = Clock::now();
     const Attendance attendance = gathering.WhoIsThere();
     tally.NoteAbsent(attendance.missing);
-    attempts.Run(send.only.everyone ? std::vector<uint32_t>{} : attendance.there, rate, tally);
+    attempts.Run(send.only.everyone ? std::vector<uint32_t>{} : attendance.there, tally);
     for (uint32_t i = 0; i < send.retries && !tally.WasStopped() && !tally.Failed().empty(); ++i) {
       auto failed = tally.Failed();
       if (int code = gathering.Again(failed)) {
@@ -76,9 +74,8 @@ class Sending {
         return code;
       }
       if (listeners.MissingOf(failed).size() == failed.size()) break;
-      if (IsTooFast(tally.Rows(), plan.blocks) && rate >= 2 * SLOWEST_RATE) rate /= 2;
-      SetSendRate(rate);
-      attempts.Run(failed, rate, tally);
+      if (IsTooFast(tally.Rows(), plan.blocks)) attempts.SlowDown();
+      attempts.Run(failed, tally);
     }
     return Finish();
   }
@@ -152,7 +149,8 @@ class Sending {
   int Finish() {
     if (plan.lost != 0) tally.NoteLeftOut();
     TellSent(reporter, listeners.Names(), tally,
-             {plan.bytes, attempts.Streamed(), plan.files.size(), plan.blocks, rate}, Clock::now() - started);
+             {plan.bytes, attempts.Streamed(), plan.files.size(), plan.blocks, attempts.FixedRate()},
+             Clock::now() - started);
     std::vector<std::string> failed = tally.Absent();
     for (uint32_t address : tally.Failed()) failed.push_back(FormatAddress(address));
     if (!WriteFailed(failed)) reporter.Warn(fmt::format("\"{}\" could not be written", Escape(send.failedTo)));
@@ -176,7 +174,6 @@ class Sending {
   Gathering gathering;
   Attempts attempts;
   SendTally tally;
-  uint32_t rate = send.rate;  ///< Of the latest attempt.
   Clock::time_point started;
 };
 
@@ -207,7 +204,7 @@ int RunSend(const Options& options, Reporter& reporter) {
                   {"--yes starts as soon as somebody is there, --wait-for N when N receivers are."}};
   }
   SetProfile(options.send.coded ? 2 : 1);
-  SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE);
+  SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE | (options.send.adaptsRate ? uint32_t{HEARS_INTAKE} : 0));
   return Sending(options, reporter).Run();
 }
 

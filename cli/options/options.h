@@ -47,6 +47,7 @@ struct SendOptions {
   std::vector<std::string> paths;  ///< Or "-" alone: standard input,
   std::string inputName;           ///< which arrives under this name; empty: not said.
   uint32_t rate = 100000;          ///< kbit/s; 0: the fixed pacing.
+  bool adaptsRate = false;         ///< Begin at what the link takes, and come down to what the room takes in.
   bool rateGiven = false;          ///< Said by the user.
   bool yes = false;                ///< Start without asking as soon as somebody is there.
   uint32_t waitFor = 0;            ///< Receivers to wait for; 0: not said.

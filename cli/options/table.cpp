@@ -44,7 +44,7 @@ uint32_t NumberValue(const std::string& text, uint32_t lowest, uint32_t highest)
 
 uint32_t RateValue(const std::string& text) {
   auto rate = ParseRate(text);
-  if (!rate) throw WrongValue{fmt::format("\"{}\" is no rate; say 200M, 1.5G or compatible", text)};
+  if (!rate) throw WrongValue{fmt::format("\"{}\" is no rate; say 200M, 1.5G, auto, max or compatible", text)};
   return *rate;
 }
 
@@ -197,9 +197,11 @@ constexpr std::array COMMANDS = {
 
 constexpr std::array SEND_OPTIONS = {
     OptionRow{SEND, "--rate", "-r", "R", Text,
-              "bit/s on the wire, with K, M or G; \"compatible\": the fixed pace of older hosts (100M)",
+              "bit/s on the wire, with K, M or G; \"auto\": what the link and the receivers take; \"max\": no limit; "
+              "\"compatible\": the fixed pace of older hosts (100M)",
               [](Options& options, Value text) {
-                options.send.rate = RateValue(text);
+                options.send.adaptsRate = text == "auto";
+                if (!options.send.adaptsRate) options.send.rate = RateValue(text);
                 options.send.rateGiven = true;
               }},
     OptionRow{SEND, "--yes", "-y", "", None, "start as soon as somebody is there, without asking",

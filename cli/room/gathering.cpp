@@ -181,6 +181,8 @@ int Gathering::Again(const std::vector<uint32_t>& failed) {
 }
 
 void SayStreamTime(Reporter& reporter, const SendOptions& options, uint64_t blocks) {
+  // Nobody knows it then.
+  if (options.adaptsRate || options.rate == FULL_SPEED) return;
   auto time = StreamTime(blocks, options.rate);
   std::string hint;
   if (!options.rateGiven && time > LONG_TRANSFER) {

@@ -100,7 +100,7 @@ uint64_t CountLossy(std::span<const QuorlReceiverState> rows, uint64_t blocks) {
 
 /// Heavy loss costs more than a lower rate would.
 std::string Advice(std::span<const QuorlReceiverState> rows, const SentAmount& amount) {
-  if (!IsTooFast(rows, amount.blocks) || amount.rate == 0) return "";
+  if (!IsTooFast(rows, amount.blocks) || amount.rate == 0 || amount.rate == FULL_SPEED) return "";
   return fmt::format(
       "{} of {} missed more than {:.0f} % of the blocks; slower may be faster in all: --rate {}",
       CountLossy(rows, amount.blocks), Count(rows.size(), "receiver"), MUCH_LOSS * 100,

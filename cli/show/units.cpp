@@ -32,6 +32,7 @@ Scale ScaleOf(uint64_t bytes) {
 
 std::optional<uint32_t> ParseRate(std::string_view text) {
   if (text == "compatible") return 0;
+  if (text == "max") return FULL_SPEED;
   double number = 0;
   auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
   if (error != std::errc{}) return std::nullopt;
@@ -67,6 +68,7 @@ std::string FormatRate(double bytesPerSecond) {
 
 std::string FormatLinkRate(uint32_t kilobitsPerSecond) {
   if (kilobitsPerSecond == 0) return "the compatible pace";
+  if (kilobitsPerSecond == FULL_SPEED) return "full speed";
   if (kilobitsPerSecond >= 1000000) return fmt::format("{:g} Gbit/s", kilobitsPerSecond / 1e6);
   if (kilobitsPerSecond >= 1000) return fmt::format("{:g} Mbit/s", kilobitsPerSecond / 1e3);
   return fmt::format("{} kbit/s", kilobitsPerSecond);

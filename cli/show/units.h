@@ -8,8 +8,11 @@
 
 namespace quorl::cli {
 
-/// "200M", "1.5G", "64k" or plain bits a second as kbit/s, at least 1; "compatible", the fixed pacing, as 0. Nothing
-/// when it is no rate.
+/// A rate that no machine reaches, kbit/s.
+inline constexpr uint32_t FULL_SPEED = UINT32_MAX;
+
+/// "200M", "1.5G", "64k" or plain bits a second as kbit/s, at least 1; "compatible", the fixed pacing, as 0; "max".
+/// Nothing when it is no rate.
 std::optional<uint32_t> ParseRate(std::string_view text);
 
 std::string FormatBytes(uint64_t bytes);                        ///< "1.84 GB", in decimal units.

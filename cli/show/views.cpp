@@ -11,8 +11,6 @@
 namespace quorl::cli {
 namespace {
 
-// A block's datagram with the UDP header, four IP headers and four Ethernet frames, preamble and gap included.
-constexpr uint64_t WIRE_BITS_PER_BLOCK = (4796 + 8 + 4 * (20 + 38)) * 8;
 constexpr uint64_t FIXED_PACE_BLOCKS_PER_SECOND = 200;
 
 std::string LeftText(std::optional<std::chrono::seconds> left) {

@@ -85,6 +85,9 @@ class ReadingView {
 /// How far what has been received has been compared with its manifest.
 ProgressView CheckingView(uint64_t done, uint64_t total, size_t width);
 
+/// Of a block's datagram with the UDP header, four IP headers and four Ethernet frames, preamble and gap included.
+inline constexpr uint64_t WIRE_BITS_PER_BLOCK = (4796 + 8 + 4 * (20 + 38)) * 8;
+
 /// How long the blocks take at a rate in kbit/s, framing included; 0: the fixed pacing at its best.
 std::chrono::milliseconds StreamTime(uint64_t blocks, uint32_t rate);
 

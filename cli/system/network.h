@@ -33,7 +33,8 @@ struct Device {
   bool loopback = false;
   bool carrier = true;
   bool wireless = false;
-  uint32_t mtu = 0;  ///< 0: unknown.
+  uint32_t mtu = 0;    ///< 0: unknown.
+  uint32_t speed = 0;  ///< Of its link, Mbit/s; 0: unknown.
 };
 Device ReadDevice(const std::string& interfaceName);
 
@@ -86,6 +87,7 @@ struct Reassembly {
   uint64_t limit = 0;    ///< Bytes of memory for those that are not whole yet.
   uint64_t seconds = 0;  ///< How long it keeps them.
   uint64_t refused = 0;  ///< Fragments that found no memory since the start of the system.
+  uint64_t used = 0;     ///< Bytes of the memory that hold some now.
 };
 std::optional<Reassembly> ReadReassembly();
 

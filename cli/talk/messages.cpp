@@ -9,7 +9,7 @@ namespace {
 constexpr size_t MOST_ADDRESSES = QUORL_RECEIVERS;
 
 enum WordKind : uint8_t { ABOUT = 1, RUNNING_DIGESTS = 2, CHANGED = 3, OVER = 4 };
-enum LetterKind : uint8_t { HAVE = 1, HAVE_ALL = 2, STILL_AT_WORK = 3, FINAL_VERDICT = 4 };
+enum LetterKind : uint8_t { HAVE = 1, HAVE_ALL = 2, STILL_AT_WORK = 3, FINAL_VERDICT = 4, INTAKE = 5 };
 
 class Writing {
  public:
@@ -127,6 +127,13 @@ Bytes Format(const FinalVerdict& verdict) {
   return text.bytes;
 }
 
+Bytes Format(const Intake& intake) {
+  Writing text(INTAKE);
+  for (const uint32_t count : {intake.came, intake.lost, intake.overflowed}) text.Add(count);
+  text.Add(intake.memory);
+  return text.bytes;
+}
+
 std::optional<Word> ReadAbout(Reading& text) {
   About about;
   const auto purpose = text.Take<uint8_t>();
@@ -165,6 +172,13 @@ std::optional<Letter> ReadHave(Reading& text) {
     have.runs.push_back(run);
   }
   return have;
+}
+
+Letter ReadIntake(Reading& text) {
+  Intake intake;
+  for (uint32_t* count : {&intake.came, &intake.lost, &intake.overflowed}) *count = text.Take<uint32_t>();
+  intake.memory = text.Take<uint16_t>();
+  return intake;
 }
 
 Letter ReadVerdict(Reading& text) {
@@ -206,6 +220,7 @@ std::optional<Letter> ParseLetter(std::span<const uint8_t> bytes) {
     case HAVE_ALL: letter = HaveAll{text.Take<uint8_t>()}; break;
     case STILL_AT_WORK: letter = StillAtWork{text.Take<uint8_t>()}; break;
     case FINAL_VERDICT: letter = ReadVerdict(text); break;
+    case INTAKE: letter = ReadIntake(text); break;
     default: break;
   }
   return text.IsRead() ? letter : std::nullopt;

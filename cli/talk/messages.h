@@ -21,6 +21,8 @@ enum Capability : uint32_t {
   TAKES_CATALOGUE = 2,  ///< Takes the catalogue first and the manifest last.
   HAS_SOMETHING = 4,    ///< Has something where the files would go.
   TAKES_LINKS = 8,      ///< Takes a manifest with links and permissions.
+  TELLS_INTAKE = 16,    ///< Of a receiver: says what it loses of a stream that runs.
+  HEARS_INTAKE = 32,    ///< Of a sender: wants to know.
 };
 
 using Bytes = std::vector<uint8_t>;
@@ -97,7 +99,15 @@ struct FinalVerdict {
   std::string text;     ///< For people.
 };
 
-using Letter = std::variant<Have, HaveAll, StillAtWork, FinalVerdict>;
+/// What has become of the stream in the last moments.
+struct Intake {
+  uint32_t came = 0;        ///< Blocks,
+  uint32_t lost = 0;        ///< those that were jumped over,
+  uint32_t overflowed = 0;  ///< and datagrams that the machine itself had no room for.
+  uint16_t memory = 0;      ///< Thousandths of its memory for fragments that are in use.
+};
+
+using Letter = std::variant<Have, HaveAll, StillAtWork, FinalVerdict, Intake>;
 Bytes FormatLetter(const Letter& letter);
 std::optional<Letter> ParseLetter(std::span<const uint8_t> text);
 

@@ -17,6 +17,7 @@
 namespace quorl::cli {
 namespace {
 
+constexpr uint32_t SLOWEST_RATE = 1000;  // kbit/s; of repetitions.
 constexpr uint32_t TARGET_IS_A_PATH = QUORL_TARGET_IS_PATH;
 // Bytes. What takes a moment takes less than to ask.
 constexpr uint64_t WORTH_AGREEING = 32'000'000;
@@ -76,7 +77,7 @@ void Attempts::RequireLinksTaken(const std::vector<uint32_t>& only) {
                  "To leave it out: --only names the others."}};
 }
 
-void Attempts::Run(const std::vector<uint32_t>& only, uint32_t rate, SendTally& tally) {
+void Attempts::Run(const std::vector<uint32_t>& only, SendTally& tally) {
   RequireLinksTaken(only);
   const bool manifestLast = manifest && AllTakeCatalogue();
   Agreed agreed = Agreement::Everything(plan);
@@ -92,7 +93,8 @@ void Attempts::Run(const std::vector<uint32_t>& only, uint32_t rate, SendTally& 
     return;
   }
   if (manifestLast) CheckSelection();
-  SayStart(agreed, only, rate);
+  SetRate();
+  SayStart(agreed, only);
   streamed = agreed.contents.Bytes();
   std::optional<StreamDigests> digests;
   std::optional<BlockListening> listening;
@@ -115,7 +117,8 @@ void Attempts::Run(const std::vector<uint32_t>& only, uint32_t rate, SendTally& 
                     .contents = agreed.contents,
                     .before = manifest && !manifestLast ? 1u : 0u,
                     .skipped = agreed.skippedBlocks,
-                    .digests = digests ? &*digests : nullptr};
+                    .digests = digests ? &*digests : nullptr,
+                    .rate = rateControl ? &*rateControl : nullptr};
   tally.Add(SendRun(inbox, reporter, listeners.Names(), job).Run(), only);
 }
 
@@ -133,7 +136,20 @@ void Attempts::CheckSelection() {
                 {"Nothing has been sent. Send again when nobody works on it."}};
 }
 
-void Attempts::SayStart(const Agreed& agreed, const std::vector<uint32_t>& only, uint32_t rate) {
+void Attempts::SlowDown() {
+  if (rate >= 2 * SLOWEST_RATE) rate /= 2;
+}
+
+void Attempts::SetRate() {
+  if (!send.adaptsRate) {
+    SetSendRate(rate);
+    return;
+  }
+  if (!rateControl) rateControl = RateControl::For(venue.interface.name, RowsNow());
+  SetSendRate(rateControl->Rate(std::chrono::steady_clock::now(), 0));
+}
+
+void Attempts::SayStart(const Agreed& agreed, const std::vector<uint32_t>& only) {
   if (agreed.skippedBlocks > 0) {
     Fact fact("agreed");
     fact.Add("files", agreed.contents.Files())
@@ -148,7 +164,8 @@ void Attempts::SayStart(const Agreed& agreed, const std::vector<uint32_t>& only,
   fact.Add("receivers", receivers).Add("files", agreed.contents.Files()).Add("bytes", agreed.contents.Bytes());
   std::string text = fmt::format("Sending    {}, {} to {} at {} via {}", Count(agreed.contents.Files(), "file"),
                                  FormatBytes(agreed.contents.Bytes()), Count(receivers, "receiver"),
-                                 FormatLinkRate(rate), venue.interface.name);
+                                 rateControl ? "up to " + FormatLinkRate(rateControl->Most()) : FormatLinkRate(rate),
+                                 venue.interface.name);
   reporter.Say(fact.Add("blocks", plan.blocks - agreed.skippedBlocks), reporter.HasBlock() ? "" : text);
 }
 

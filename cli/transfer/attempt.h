@@ -15,6 +15,7 @@
 #include "cli/show/reporter.h"
 #include "cli/transfer/agreement.h"
 #include "cli/transfer/inbox.h"
+#include "cli/transfer/rate_control.h"
 #include "cli/transfer/send_plan.h"
 #include "cli/transfer/source_watch.h"
 
@@ -39,16 +40,22 @@ class Attempts {
   /// Reads it. The signal that ended it, or 0.
   int ReadAll();
 
-  /// Sends to `only`, empty: to all; at `rate`, which is set already. Throws a Failure.
-  void Run(const std::vector<uint32_t>& only, uint32_t rate, SendTally& tally);
+  /// Sends to `only`, empty: to all. Throws a Failure.
+  void Run(const std::vector<uint32_t>& only, SendTally& tally);
+
+  /// The next time at half the rate, but for one that adapts itself.
+  void SlowDown();
 
   uint64_t Streamed() const { return streamed; }  ///< Bytes of contents, the last time.
+  /// kbit/s, of the last time; 0 when it has adapted itself, or is the fixed pacing.
+  uint32_t FixedRate() const { return rateControl ? 0 : rate; }
 
  private:
   bool IsWorthAgreeing() const;
   void RequireLinksTaken(const std::vector<uint32_t>& only);
   void CheckSelection();
-  void SayStart(const Agreed& agreed, const std::vector<uint32_t>& only, uint32_t rate);
+  void SetRate();
+  void SayStart(const Agreed& agreed, const std::vector<uint32_t>& only);
   /// The manifest travels first or last. False when something of the selection has a name that cannot travel.
   bool Select(const std::vector<uint32_t>& only, bool manifestLast);
 
@@ -63,6 +70,8 @@ class Attempts {
   std::optional<SendPlan> planNow;  ///< Looked through once more before it travels.
   SourceWatch watch{plan};
   uint64_t streamed = 0;
+  uint32_t rate = send.rate;
+  std::optional<RateControl> rateControl;  ///< It goes on from one time to the next.
 };
 
 }  // namespace quorl::cli

@@ -78,6 +78,7 @@ RoundEnd Reception::Run(uint8_t agreedRound) {
     if (!announced) SayOtherTransfer(state);
     if (!announced && hasMoved()) return Ended({.kind = RoundEnd::Kind::Moved});
     if (!announced) continue;
+    intake.Tell(Clock::now(), state, Overflows());
     if (over && Clock::now() - *over > LAST_WRITES) return Ended({.kind = RoundEnd::Kind::Over});
     if (about && about->purpose == About::Purpose::Catalogue) continue;
     announcement.SayOnceKnown(state);
@@ -91,7 +92,8 @@ bool Reception::Open() {
   SetProfile(options.coded ? 2 : 1);
   SetSender(options.from);
   const bool hasSomething = !staging.Target().Names().value_or(std::vector<std::string>()).empty();
-  SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE | TAKES_LINKS | (hasSomething ? uint32_t{HAS_SOMETHING} : 0));
+  SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE | TAKES_LINKS | TELLS_INTAKE |
+                  (hasSomething ? uint32_t{HAS_SOMETHING} : 0));
   UseNextStaging();
   if (InitClient(inbox.Window(), venue.group, venue.port, venue.interface.address) == 0) return false;
   StartReceive();
@@ -127,6 +129,11 @@ std::optional<RoundEnd> Reception::Step(const InboxEvent& event) {
 uint64_t Reception::FragmentsRefused() {
   const auto reassembly = ReadReassembly();
   return reassembly ? reassembly->refused : 0;
+}
+
+/// Datagrams that this receiver's buffers had no room for, and fragments that the system's memory had none for.
+uint64_t Reception::Overflows() {
+  return Counted("receiver.socket_overflows") + FragmentsRefused();
 }
 
 /// The blocks that are still to come have to have room there.
@@ -216,6 +223,7 @@ std::optional<RoundEnd> Reception::Begin() {
   over.reset();
   digests.clear();
   fragmentsBefore = FragmentsRefused();
+  intake.Begin(Overflows());
   started = Clock::now();
   view = ReceiveView(started);
   if (!about) return std::nullopt;

@@ -19,6 +19,7 @@
 #include "cli/talk/messages.h"
 #include "cli/transfer/announcement.h"
 #include "cli/transfer/inbox.h"
+#include "cli/transfer/intake_report.h"
 
 namespace quorl::cli {
 
@@ -52,6 +53,7 @@ class Reception {
 
   std::optional<RoundEnd> Step(const InboxEvent& event);
   static uint64_t FragmentsRefused();
+  static uint64_t Overflows();
   RoomOnDisk LookAtDisk(const QuorlReceiveState& state);
   RoundEnd Ended(RoundEnd end);
   std::optional<RoundEnd> Begin();
@@ -69,6 +71,7 @@ class Reception {
   ReceiveView view;
   bool announced = false;
   uint64_t fragmentsBefore = 0;  ///< Refused by this machine before the transfer.
+  IntakeReport intake;
   bool otherSaid = false;
   std::vector<std::string> changed;
   std::optional<Clock::time_point> over;

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "cli/outcome/exits.h"
 #include "cli/room/listeners.h"
@@ -12,7 +13,6 @@
 #include "cli/show/units.h"
 #include "cli/talk/messages.h"
 #include "cli/transfer/library_state.h"
-#include "cli/transfer/verdicts.h"
 
 namespace quorl::cli {
 namespace {
@@ -51,7 +51,7 @@ SendEnd SendRun::Run() {
   end.state = State();
   end.filesChanged = !changed.empty();
   Say(Over{});
-  if (end.signal == 0) Verdicts(inbox, reporter, names).Await(end, job.only);
+  if (end.signal == 0) verdicts.Await(end, job.only);
   if (end.filesChanged) {
     for (const QuorlReceiverState& row : end.rows) {
       if (row.state != QUORL_RECEIVER_COMPLETE && row.status != QUORL_STATUS_LEFT)
@@ -75,6 +75,7 @@ void SendRun::Follow() {
     }
     NotePhase();
     SayDigests();
+    KeepRate();
     if (announced && reporter.WantsProgress()) ShowProgress();
   }
 }
@@ -146,6 +147,23 @@ void SendRun::NoteChanges() {
                   fmt::format("\"{}\" {}", Escape(change.path), change.why));
     Say(Changed{change.path});
   }
+}
+
+/// Goes by what the receivers say of the stream.
+void SendRun::KeepRate() {
+  if (job.rate == nullptr || phase != QUORL_PHASE_STREAMING) return;
+  while (auto heard = NextLetter()) {
+    if (const auto* intake = std::get_if<Intake>(&heard->letter)) {
+      if (IsFor(heard->address, job.only)) job.rate->Take(heard->address, *intake);
+    } else {
+      verdicts.Hear(std::move(*heard));
+    }
+  }
+  const uint32_t rate = job.rate->Rate(Clock::now(), State().blocksSent);
+  if (rate == std::exchange(rateNow, rate)) return;
+  SetSendRate(rate);
+  reporter.Say(Level::Protocol, Fact("rate").Add("rate_bits", uint64_t{rate} * 1000),
+               fmt::format("  rate: {}", FormatLinkRate(rate)));
 }
 
 /// Digests of files that are out, so that what has arrived can be checked also when the end never comes.

@@ -20,6 +20,8 @@ constexpr auto SILENCE = 10s;
 
 void Verdicts::Await(SendEnd& end, const std::vector<uint32_t>& only) {
   const auto began = Clock::now();
+  for (const HeardLetter& heard : early) Take(end, heard);
+  early.clear();
   while (true) {
     while (const auto heard = NextLetter()) Take(end, *heard);
     auto open = Open(end, only);

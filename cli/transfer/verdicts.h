@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/outcome/send_tally.h"
@@ -20,6 +21,9 @@ namespace quorl::cli {
 class Verdicts {
  public:
   Verdicts(Inbox& inbox, Reporter& reporter, const HostNames& names) : inbox(inbox), reporter(reporter), names(names) {}
+
+  /// What has been heard before the transfer was over.
+  void Hear(HeardLetter heard) { early.push_back(std::move(heard)); }
 
   /// Changes the rows of those in `only`, or of all when it is empty. Each is waited for as long as it is heard of. A
   /// signal ends the wait; it becomes that of `end`.
@@ -37,6 +41,7 @@ class Verdicts {
   const HostNames& names;
   std::map<uint32_t, Clock::time_point> heardAt;
   std::map<uint32_t, bool> said;
+  std::vector<HeardLetter> early;
 };
 
 }  // namespace quorl::cli

@@ -106,6 +106,7 @@ TEST(Units, RatesAreBitsASecond) {
   EXPECT_EQ(ParseRate("64k"), 64u);
   EXPECT_EQ(ParseRate("2000"), 2u);
   EXPECT_EQ(ParseRate("compatible"), 0u);
+  EXPECT_EQ(ParseRate("max"), FULL_SPEED);
   for (const char* wrong : {"", "M", "-5M", "5MB", "999", "1e300", "nan", "5000000G", " 5M"}) {
     EXPECT_EQ(ParseRate(wrong), std::nullopt) << wrong;
   }

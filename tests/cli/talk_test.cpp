@@ -21,13 +21,13 @@ TEST(Talk, EveryMessageComesBackAndNoneThatWasCut) {
     EXPECT_EQ(FormatWord(*parsed), bytes);
   }
   const Have have{1, {{Kind::Whole, 1, 0, 3}, {Kind::Blocks, 9, 4, 5}}};
-  for (const Letter& letter :
-       {Letter(have), Letter(HaveAll{1}), Letter(StillAtWork{}), Letter(FinalVerdict{13, 2, "x"})}) {
+  for (const Letter& letter : {Letter(have), Letter(HaveAll{1}), Letter(StillAtWork{}),
+                               Letter(FinalVerdict{13, 2, "x"}), Letter(Intake{1, 2, 3, 4})}) {
     const Bytes bytes = FormatLetter(letter);
     const auto parsed = ParseLetter(bytes);
     ASSERT_TRUE(parsed) << letter.index();
     EXPECT_EQ(FormatLetter(*parsed), bytes);
-    if (letter.index() < 3) {
+    if (letter.index() != 3) {
       EXPECT_FALSE(ParseLetter(std::span(bytes).first(bytes.size() - 1))) << letter.index();
     }
   }

@@ -28,8 +28,9 @@ sockaddr_in PlaceOf(uint32_t address, uint16_t port) {
   return place;
 }
 
-std::optional<uint64_t> NumberIn(const std::string& path) {
-  uint64_t number = 0;
+template <typename Number = uint64_t>
+std::optional<Number> NumberIn(const std::string& path) {
+  Number number = 0;
   return std::ifstream(path) >> number ? std::optional(number) : std::nullopt;
 }
 
@@ -50,6 +51,14 @@ std::optional<uint64_t> SnmpCounter(std::string_view protocol, std::string_view 
     }
   }
   return std::nullopt;
+}
+
+/// The line "FRAG: inuse 3 memory 12345" of sockstat_seq_show, proc.c of the kernel.
+uint64_t FragmentMemory() {
+  std::ifstream file("/proc/net/sockstat");
+  for (std::string word; file >> word;)
+    if (uint64_t datagrams = 0, bytes = 0; word == "FRAG:" && file >> word >> datagrams >> word >> bytes) return bytes;
+  return 0;
 }
 
 }  // namespace
@@ -83,6 +92,7 @@ Device ReadDevice(const std::string& interfaceName) {
   const std::string folder = "/sys/class/net/" + interfaceName;
   device.mtu = static_cast<uint32_t>(NumberIn(folder + "/mtu").value_or(0));
   device.carrier = NumberIn(folder + "/carrier").value_or(1) != 0;
+  device.speed = static_cast<uint32_t>(std::max<int64_t>(NumberIn<int64_t>(folder + "/speed").value_or(0), 0));
   std::error_code error;
   device.wireless = std::filesystem::exists(folder + "/wireless", error);
   return device;
@@ -141,7 +151,7 @@ std::optional<Reassembly> ReadReassembly() {
   const auto timeouts = SnmpCounter("Ip:", "ReasmTimeout");
   if (!limit || !seconds || !failures || !timeouts) return std::nullopt;
   // Each datagram that was kept too long has failed as well, and that alone is how lost frames show.
-  return Reassembly{*limit, *seconds, *failures - std::min(*failures, *timeouts)};
+  return Reassembly{*limit, *seconds, *failures - std::min(*failures, *timeouts), FragmentMemory()};
 }
 
 std::optional<std::string> FirewallRules() {

@@ -96,6 +96,9 @@ Device ReadDevice(const std::string& interfaceName) {
     device.carrier = adapter.OperStatus == IfOperStatusUp;
     device.wireless = adapter.IfType == WIRELESS;
     device.mtu = adapter.Mtu;
+    // Of one without a link all bits are set.
+    if (adapter.TransmitLinkSpeed != UINT64_MAX)
+      device.speed = static_cast<uint32_t>(adapter.TransmitLinkSpeed / 1000000);
   });
   return device;
 }
