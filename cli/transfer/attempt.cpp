@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "cli/manifest/stream_digests.h"
 #include "cli/outcome/exits.h"
@@ -21,6 +22,7 @@ constexpr uint32_t SLOWEST_RATE = 1000;  // kbit/s; of repetitions.
 constexpr uint32_t TARGET_IS_A_PATH = QUORL_TARGET_IS_PATH;
 // Bytes. What takes a moment takes less than to ask.
 constexpr uint64_t WORTH_AGREEING = 32'000'000;
+constexpr size_t MOST_NAMED = 5;  // receivers, in one line
 
 /// Whether everybody takes the catalogue first and the manifest last. With anybody else in the room everything is
 /// read before, and streamed.
@@ -149,7 +151,23 @@ void Attempts::SetRate() {
   SetSendRate(rateControl->Rate(std::chrono::steady_clock::now(), 0));
 }
 
+// Once: the whole room does without symbols for the sake of these.
+void Attempts::SayWhoTakesNoSymbols() {
+  if (!send.coded || std::exchange(saidWhoTakesNoSymbols, true)) return;
+  std::string who;
+  size_t count = 0;
+  for (const auto& row : RowsNow()) {
+    if ((row.capabilities & QUORL_TAKES_SYMBOLS) != 0 || ++count > MOST_NAMED) continue;
+    who += (who.empty() ? "" : ", ") + listeners.Names().Label(row.address);
+  }
+  if (count == 0) return;
+  if (count > MOST_NAMED) who += fmt::format(" and {} more", count - MOST_NAMED);
+  reporter.Say(fmt::format("Without coded symbols, which {} {} not: {}", Count(count, "receiver"),
+                           count == 1 ? "takes" : "take", who));
+}
+
 void Attempts::SayStart(const Agreed& agreed, const std::vector<uint32_t>& only) {
+  SayWhoTakesNoSymbols();
   if (agreed.skippedBlocks > 0) {
     Fact fact("agreed");
     fact.Add("files", agreed.contents.Files())

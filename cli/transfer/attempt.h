@@ -55,6 +55,7 @@ class Attempts {
   void RequireLinksTaken(const std::vector<uint32_t>& only);
   void CheckSelection();
   void SetRate();
+  void SayWhoTakesNoSymbols();
   void SayStart(const Agreed& agreed, const std::vector<uint32_t>& only);
   /// The manifest travels first or last. False when something of the selection has a name that cannot travel.
   bool Select(const std::vector<uint32_t>& only, bool manifestLast);
@@ -71,6 +72,7 @@ class Attempts {
   SourceWatch watch{plan};
   uint64_t streamed = 0;
   uint32_t rate = send.rate;
+  bool saidWhoTakesNoSymbols = false;
   std::optional<RateControl> rateControl;  ///< It goes on from one time to the next.
 };
 

@@ -167,6 +167,9 @@ enum {
   QUORL_TEXT_SIZE = 1200 /* bytes of a word or a letter at most */
 };
 
+/* One of the library's own capabilities: takes contents in coded symbols (SetProfile). */
+enum { QUORL_TAKES_SYMBOLS = 1 << 16 };
+
 /* What this host is able to, bits that the hosts of both sides agree on; the library's own are the upper 16. For the
    next Init of either role. 0, at load: this host neither offers nor answers anything beyond the transfer. Always 1. */
 QUORL_EXPORT uint32_t QUORL_CALL SetCapabilities(uint32_t capabilities);

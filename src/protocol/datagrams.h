@@ -271,8 +271,8 @@ inline constexpr auto FIELDS<Heard> = std::tuple{
     Field{"version", 3, &Heard::version}, Field{"extension", 4, &Heard::extension},
     Field{"session", 6, &Heard::session}, Field{"instance", 10, &Heard::instance}, Field{"number", 14, &Heard::number}};
 
-/// A capability that is the library's own: takes a transfer in symbols.
-inline constexpr uint32_t KNOWS_SYMBOLS = 1 << 16;
+/// A capability that is the library's own.
+inline constexpr uint32_t KNOWS_SYMBOLS = QUORL_TAKES_SYMBOLS;
 
 // ---- the coded transfer; src/coded tells what groups and symbols are ----
 

@@ -55,6 +55,33 @@ TEST(Symbols, RepairServesEverybodyAtOnce) {
   }
 }
 
+TEST(Symbols, OfWhatEverybodyHoldsDoNotGoOut) {
+  RoomOptions options = Symbols(2);
+  options.capabilities = 1;
+  Room room(options);
+  room.File("a", 999 * BLOCK_SIZE);
+  room.File("b", 99 * BLOCK_SIZE);
+  BlockRanges held;
+  ASSERT_TRUE(held.Take({{1, 0, 1000, 999 * BLOCK_SIZE}}));
+  room.Server().SetSkippedBlocks(held);
+  room.Server().SetSendRate(RATE);
+  size_t heard = 0;
+  room.Server().SetBlockListener([&](uint32_t, uint32_t, std::span<const uint8_t>) { ++heard; });
+  ASSERT_TRUE(room.StartReceivers());
+  room.Net().SetFilter([&, told = false](const Transit& transit) mutable {
+    if (!Is(transit, CMD_TASK) || std::exchange(told, true)) return true;
+    for (size_t i = 0; i < 2; ++i) room.Client(i).SetHeldBlocks(held);
+    return true;
+  });
+  ASSERT_TRUE(room.Send());
+  EXPECT_TRUE(room.RunUntilQuiet(120s));
+  for (size_t i = 0; i < 2; ++i) EXPECT_TRUE(room.Client(i).GetState().complete) << i;
+  EXPECT_EQ(heard, 100u);
+  // One group holds the end of the one and the begin of the other.
+  EXPECT_LT(CountSent(room, CMD_SYMBOL), (100 + 43) * 3u);
+  EXPECT_EQ(CountSent(room, CMD_RESEND), 0u);
+}
+
 TEST(Symbols, AreNotUsedWhereOneReceiverDoesNotKnowThem) {
   Room room(Symbols(3));
   Fill(room);
