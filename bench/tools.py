@@ -279,7 +279,8 @@ class Limit(Tool):
         """Nothing is kept."""
 
 
-TOOLS = {"quorl": Quorl, "quorl-coded": QuorlCoded, "uftp": Uftp, "uftp-fragments": UftpFragments, "udpcast": Udpcast, "limit": Limit}
+TOOLS = {"quorl": Quorl, "quorl-coded": QuorlCoded, "uftp": Uftp, "uftp-fragments": UftpFragments,
+         "udpcast": Udpcast, "limit": Limit}
 
 
 def joined(command):
