@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import resource
 import shutil
 import signal
 import socket
@@ -112,10 +113,21 @@ class CommandTest(unittest.TestCase):
             receiver = self.room.receiver(1)
             sender = self.room.sender(self.tree, "--rate", "2M")
             receiver.wait_for("From 127.0.0.1")
+            time.sleep(0.3)
+            late = self.room.receiver(2)
             sender.signal(number)
             self.expect(sender, code, "Stopping", "2.02 MB to 0 of 1 receiver.", "not complete    1   127.0.0.2",
                         limit=4)
             self.expect(receiver, 9, "the sender stopped it", limit=8)
+            self.assertIsNone(late.poll(), "it was not its transfer")
+            late.signal(signal.SIGINT)
+            self.expect(late, 130)
+        receiver = self.room.receiver(1)
+        sender = self.room.sender(self.tree, "--rate", "16M", "--no-manifest")
+        receiver.wait_for("From 127.0.0.1")
+        (self.tree / "block and one").unlink()
+        self.expect(sender, 7, "a file could not be read (status 32)")
+        self.expect(receiver, 9)
         sender = self.room.sender(self.tree, "--wait-for", "1")
         sender.wait_for("Waiting")
         sender.signal(signal.SIGINT)
@@ -197,10 +209,13 @@ class CommandTest(unittest.TestCase):
         here = {"cwd": self.room.path}
         self.expect(self.room.start("send", "--yes", "key", **here), 2, '"--yes" may be an option or the file')
         self.expect(self.room.start("send", "--dry-run", "--", "--yes", **here), 0, "0 B  --yes")
-        with open("/dev/full", "wb") as full:
-            words = [QUORL, "send", "--dry-run", "--json", self.tree]
-            lost = subprocess.run(words, stdout=full, stderr=subprocess.PIPE)
-        self.assertEqual((lost.returncode, lost.stderr[:38]), (1, b"error: the facts for --json cannot be "))
+        # A disk that is full from the first line on, or from the middle.
+        for path, most in (("/dev/full", resource.RLIM_INFINITY), (self.room.path / "facts", 500)):
+            with open(path, "wb") as full:
+                lost = subprocess.run([QUORL, "send", "--dry-run", "--json", self.tree], stdout=full,
+                                      stderr=subprocess.PIPE, restore_signals=False,
+                                      preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (most, most)))
+            self.assertEqual((lost.returncode, lost.stderr[:38]), (1, b"error: the facts for --json cannot be "))
 
     def test_quiet_lines_and_a_log(self):
         log = self.room.path / "log"

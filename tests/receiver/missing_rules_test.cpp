@@ -227,7 +227,15 @@ TEST_F(RobustRepairTest, ABlockThatCannotBeHadHoldsUpNoOther) {
 }
 
 TEST_F(RobustRepairTest, AFileThatFailedEndsTheReceiverOnceTheOthersAreThere) {
+  // What the disk is asked for at the end of a transfer is asked for in the next one, too.
+  Begin(1, 1);
+  Data(1, 0, 0);
+  EXPECT_EQ(Finish(0s), "settle;");
+  BlockRanges beyond;
+  ASSERT_TRUE(beyond.Take({{1, 0, 9, 9}}));
   Begin(2, 20);
+  record.Hold(beyond);
+  EXPECT_EQ(record.StoredCount(), 0u) << "more blocks than a file of this length has";
   for (uint32_t block = 0; block < 10; ++block) Data(1, block, 9);
   Data(2, 0, 9);
   record.Store(record.Generation(), 1, 0, 10);

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "platform/real_machine.h"
 #include "tests/platform/temp_directory.h"
@@ -9,6 +12,19 @@ namespace quorl {
 namespace {
 
 using namespace std::chrono_literals;
+
+TEST(PosixThreads, SignalsStayWithTheHostAndShortenNoSleep) {
+  static volatile std::sig_atomic_t caught = 0;
+  std::signal(SIGALRM, [](int) { caught = 1; });
+  EXPECT_TRUE(RealMachine().threads.Start("body", Priority::Normal, [] {})->WaitForEnd(10s));
+  const itimerval soon{{0, 0}, {0, 10'000}};
+  ASSERT_EQ(setitimer(ITIMER_REAL, &soon, nullptr), 0);
+  const Moment before = RealMachine().clock.Now();
+  RealMachine().clock.Sleep(60ms);
+  EXPECT_GE(RealMachine().clock.Now() - before, 60ms);
+  EXPECT_EQ(caught, 1);
+  std::signal(SIGALRM, SIG_DFL);
+}
 
 /// The nice value of a thread of that priority that is started here.
 int NiceOf(Priority priority) {

@@ -78,6 +78,16 @@ TEST(WindowQueue, TheOldestNamesMakeRoomAndTheNewestAreRefused) {
   EXPECT_EQ(host.seen[1], Seen(NAME, 3)) << "names 0 to 2 made room for three statuses";
   EXPECT_EQ(host.seen[BOUND - 3], Seen(NAME, BOUND - 1)) << "the last that was queued before it was full";
   EXPECT_EQ(host.seen[BOUND - 2], Seen(STATUS, 0));
+  // The names are gone: statuses alone fill the queue, and none of them is lost.
+  host.open->Reset();
+  host.entered->Reset();
+  host.Post(BLOCK, 0);
+  ASSERT_TRUE(host.entered->Wait(10s));
+  host.seen.clear();
+  for (uintptr_t i = 0; i < BOUND + 5; ++i) host.Post(STATUS, i);
+  host.open->Set();
+  host.Send(STATUS, BOUND + 5);
+  EXPECT_EQ(host.seen.size(), BOUND + 6);
 }
 
 }  // namespace
