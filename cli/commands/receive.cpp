@@ -48,15 +48,17 @@ class Receiving {
   }
 
   int Run() {
-    SayWaiting();
     // A directory that cannot be written is told now, and not when a network comes.
     staging.Prepare([](const std::string&) { return true; });
+    if (!venue.HasInterface()) SayWaiting();
     while (true) {
       if (const int number = FollowNetwork()) return 128 + number;
       Reception reception(
           receive, reporter, inbox, venue, staging, [this, &reception] { Tick(reception); },
           [this] { return watch.HasNews() && IsAnother(LookForVenue(network)); });
-      if (!reception.Open()) {
+      const bool listens = reception.Open();
+      SayWaiting();
+      if (!listens) {
         if (const int number = WaitForNetwork()) return 128 + number;
         continue;
       }
@@ -104,7 +106,9 @@ class Receiving {
     return directory.empty() ? "." : directory;
   }
 
+  /// Once, and only when a sender that starts now is heard, or there is no network to hear one.
   void SayWaiting() {
+    if (std::exchange(waitingSaid, true)) return;
     SayVenue(reporter, venue);
     if (staging.StaleRemoved() > 0) {
       reporter.Say(fmt::format("Removed what {} left behind", staging.StaleRemoved() == 1
@@ -322,6 +326,7 @@ class Receiving {
   NetworkWatch watch;
   std::optional<Sink> sink;
   Staging staging;
+  bool waitingSaid = false;
   Venue venue;
   std::optional<ManifestKey> key;
   uint64_t rounds = 0;
