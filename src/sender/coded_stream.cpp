@@ -70,6 +70,13 @@ bool CodedStream::Prepare() {
 }
 
 StreamEnd CodedStream::Run() {
+  const StreamEnd end = SendAll();
+  // As of the other stream: the host may want to remove the file while the sender is still there.
+  source.Close();
+  return end;
+}
+
+StreamEnd CodedStream::SendAll() {
   std::vector<CodedSchedule::SendStep> toSend;
   for (;;) {
     if (parts.end.IsStopRequested()) return StreamEnd::Stopped;
@@ -206,6 +213,7 @@ std::optional<StreamEnd> CodedStream::Send(const std::vector<CodedSchedule::Send
   if (!parts.context.sockets.SendToGroup(gathered, parts.end.Patience()))
     return parts.end.IsStopRequested() ? StreamEnd::Stopped : StreamEnd::SendFailed;
   const Moment now = parts.context.machine.clock.Now();
+  pacer.ChangeRate(parts.context.rate);
   for (const auto& datagram : gathered) pacer.Sent(now, datagram.size());
   return std::nullopt;
 }

@@ -46,6 +46,7 @@ class CodedStream {
 
   using Bytes = std::vector<uint8_t>;
 
+  StreamEnd SendAll();
   CodedSchedule::Step NextStep(std::vector<CodedSchedule::SendStep>& toSend);
   void LookAtReceivers(Moment now);
   std::optional<StreamEnd> Do(const CodedSchedule::OpenStep& step);
