@@ -13,7 +13,7 @@ import unittest
 from pathlib import Path
 
 import testbed
-from room import QUORL, Room, differences, works, write
+from room import QUORL, Room, differences, run_tests, works, write
 from root import AS_ROOT, mount_small
 
 JSON_DOCUMENT = Path(__file__).resolve().parents[2] / "docs" / "json.md"
@@ -204,7 +204,7 @@ class CommandTest(unittest.TestCase):
             self.expect(self.room.start(*arguments), code, text, limit=5)
         told = self.room.start("send", self.tree, "--rate", "fast", "--json")
         told.wait(5)
-        self.assertEqual(self.facts(told)[1]["why"], '"fast" is no rate; say 200M, 1.5G or compatible')
+        self.assertEqual(self.facts(told)[1]["why"], '"fast" is no rate; say 200M, 1.5G, auto, max or compatible')
         (self.room.path / "--yes").touch()
         here = {"cwd": self.room.path}
         self.expect(self.room.start("send", "--yes", "key", **here), 2, '"--yes" may be an option or the file')
@@ -307,4 +307,4 @@ class CommandTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(verbosity=2)
+    run_tests()
