@@ -39,7 +39,7 @@ std::vector<BlockPlace> GroupLayout::Blocks(uint32_t group) const {
   if (file > 0) {
     const FileShape& shape = shapes[file - 1];
     const Start& start = starts[file - 1];
-    const uint64_t fit = (GROUP_SIZE - start.fill) / BLOCK_SIZE;
+    const size_t fit = (GROUP_SIZE - start.fill) / BLOCK_SIZE;
     const uint32_t groupsBefore = group - start.group - 1;
     const uint64_t first = fit + uint64_t{groupsBefore} * BLOCKS_PER_GROUP;
     const size_t fillBefore = groupsBefore == 0 ? start.fill + fit * BLOCK_SIZE : BLOCKS_PER_GROUP * BLOCK_SIZE;

@@ -21,7 +21,7 @@ class DueAnswer {
     answer = std::move(datagram);
     if (due) return;
     due = now;
-    if (spread > Duration::zero()) *due += Duration(static_cast<Duration::rep>(random() % spread.count()));
+    if (spread > Duration::zero()) *due += Duration(static_cast<Duration::rep>(random()) % spread.count());
   }
   void Forget() { due.reset(); }
 
