@@ -73,7 +73,7 @@ SHORT_TARGETS=()
 if [ "${1:-}" = short ]; then
   SELECTION=(-E "$LONG_TESTS")
   SHORT_TARGETS=(--target quorl_cli quorl_thirteen quorl host host_robust test_platform test_protocol test_files
-    test_cli test_windows)
+    test_coded test_cli test_windows)
 fi
 
 started=$SECONDS
