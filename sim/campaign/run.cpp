@@ -261,8 +261,9 @@ class Run {
   }
 
   void BeginAnew(size_t receiver) {
-    checker->ReceiverRestarts(receiver);
     room.StartReceiver(receiver);
+    // The run before may have come to its end while it was torn down.
+    checker->ReceiverRestarts(receiver);
   }
 
   void SendAnew(bool stopsFirst) {
