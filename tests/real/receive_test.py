@@ -304,11 +304,13 @@ class ReceiveTest(unittest.TestCase):
         target = self.room.target(1)
         target.mkdir()
         receiver = self.room.start("receive", target, "--sync", "--interface", "127.0.0.2", "--port", self.room.port,
-                                   prefix=("strace", "-f", "-y", "-o", trace, "-e", "trace=fsync,renameat2"))
+                                   prefix=("strace", "-ff", "-y", "-o", trace, "-e", "trace=fsync,renameat2"))
         receiver.wait_for("Waiting for a sender")
         self.send()
         self.expect(receiver, 0)
-        calls = re.findall(r"(fsync|renameat2)\(\d+<([^>]*)>(?:, \"([^\"]*)\")?.* = 0", trace.read_text())
+        # One thread makes all of them. A file for each thread: in one for all, a line of another would cut a call in two.
+        text = "".join(path.read_text() for path in self.room.path.glob("trace.*"))
+        calls = re.findall(r"(fsync|renameat2)\(\d+<([^>]*)>(?:, \"([^\"]*)\")?.* = 0", text)
         for name in ("block", "big", "deep", "empty"):
             stored = next(i for i, (call, path, _) in enumerate(calls) if call == "fsync" and path.endswith("/" + name))
             moved = next(i for i, (call, _, leaf) in enumerate(calls) if call == "renameat2" and leaf == name)
