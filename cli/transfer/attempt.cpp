@@ -162,8 +162,7 @@ void Attempts::SayWhoTakesNoSymbols() {
   }
   if (count == 0) return;
   if (count > MOST_NAMED) who += fmt::format(" and {} more", count - MOST_NAMED);
-  reporter.Say(fmt::format("Without coded symbols, which {} {} not: {}", Count(count, "receiver"),
-                           count == 1 ? "takes" : "take", who));
+  reporter.Say(fmt::format("Without coded symbols: {} cannot take them: {}", Count(count, "receiver"), who));
 }
 
 void Attempts::SayStart(const Agreed& agreed, const std::vector<uint32_t>& only) {
