@@ -308,7 +308,7 @@ class ReceiveTest(unittest.TestCase):
         receiver.wait_for("Waiting for a sender")
         self.send()
         self.expect(receiver, 0)
-        # One thread makes all of them. A file for each thread: in one for all, a line of another would cut a call in two.
+        # One thread makes all of them. In one file for all threads a line of another would cut a call in two.
         text = "".join(path.read_text() for path in self.room.path.glob("trace.*"))
         calls = re.findall(r"(fsync|renameat2)\(\d+<([^>]*)>(?:, \"([^\"]*)\")?.* = 0", text)
         for name in ("block", "big", "deep", "empty"):
