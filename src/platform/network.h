@@ -42,29 +42,45 @@ class DatagramBatch {
     Endpoint from;
   };
 
-  /// A datagram longer than `bytesEach` is cut.
-  DatagramBatch(size_t places, size_t bytesEach)
-      : places(places), bytesEach(bytesEach), memory(std::make_unique_for_overwrite<uint8_t[]>(places * bytesEach)) {
-    items.reserve(places);
-  }
+  /// Of a place. It takes whatever a machine hands over at once: the longest datagram, or several that have come as
+  /// one.
+  static constexpr size_t PLACE = 65536;
+
+  /// A datagram longer than `longest` is cut.
+  DatagramBatch(size_t places, size_t longest)
+      : places(places), longest(longest), memory(std::make_unique_for_overwrite<uint8_t[]>(places * PLACE)) {}
 
   const std::vector<Item>& Items() const { return items; }
-  bool IsFull() const { return items.size() == places; }
-  size_t PlacesLeft() const { return places - items.size(); }
+  bool IsFull() const { return filled == places; }
+  size_t PlacesLeft() const { return places - filled; }
 
   // For sockets.
 
-  void Clear() { items.clear(); }
+  void Clear() {
+    items.clear();
+    filled = 0;
+  }
   /// The place `ahead` behind the one that is filled next.
-  std::span<uint8_t> Place(size_t ahead = 0) { return {memory.get() + (items.size() + ahead) * bytesEach, bytesEach}; }
-  /// A datagram of that length has come into the next place.
-  void Fill(size_t length, Endpoint from) { items.push_back({Place().first(length), from}); }
+  std::span<uint8_t> Place(size_t ahead = 0) { return {memory.get() + (filled + ahead) * PLACE, PLACE}; }
+  /// So many bytes have come into the next place: datagrams of `each`, the last of which may be shorter.
+  void Fill(size_t length, size_t each, Endpoint from) {
+    std::span<const uint8_t> bytes = Place().first(length);
+    do {
+      const auto datagram = bytes.first(std::min(each, bytes.size()));
+      items.push_back({datagram.first(std::min(datagram.size(), longest)), from});
+      bytes = bytes.subspan(datagram.size());
+    } while (!bytes.empty());
+    ++filled;
+  }
+  /// One datagram has come into it.
+  void Fill(size_t length, Endpoint from) { Fill(length, length, from); }
 
  private:
   const size_t places;
-  const size_t bytesEach;
+  const size_t longest;
   std::unique_ptr<uint8_t[]> memory;
   std::vector<Item> items;
+  size_t filled = 0;
 };
 
 /// What a send waits for while the system has no room for its datagram, as when a link has stopped: for room, but no
@@ -108,7 +124,8 @@ class DatagramSocket {
   virtual Received Receive(std::span<uint8_t> buffer, Duration limit, Event* interrupt) = 0;
 
   /// The same for all that have come, as many as `batch` has places for; its length is that of all, and so is what was
-  /// dropped. As it stands here, one after the other.
+  /// dropped. Once a socket has been asked so, Receive is not for it any more: the machine may hand over several
+  /// datagrams as one. As it stands here, one after the other.
   virtual Received ReceiveBatch(DatagramBatch& batch, Duration limit, Event* interrupt) {
     batch.Clear();
     Received all = Receive(batch.Place(), limit, interrupt);

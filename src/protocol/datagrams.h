@@ -338,12 +338,13 @@ struct LacksHead {
   uint32_t transfer = 0;
   uint32_t round = 0;     ///< The poll's.
   uint32_t endGroup = 0;  ///< Nothing is said of this group and those behind it.
+  uint32_t arrived = 0;   ///< Symbols that have come so far, modulo 2^32.
 };
 template <>
 inline constexpr auto FIELDS<LacksHead> =
-    std::tuple{Field{"version", 3, &LacksHead::version}, Field{"extension", 4, &LacksHead::extension},
-               Field{"transfer", 6, &LacksHead::transfer}, Field{"round", 10, &LacksHead::round},
-               Field{"end group", 14, &LacksHead::endGroup}};
+    std::tuple{Field{"version", 3, &LacksHead::version},     Field{"extension", 4, &LacksHead::extension},
+               Field{"transfer", 6, &LacksHead::transfer},   Field{"round", 10, &LacksHead::round},
+               Field{"end group", 14, &LacksHead::endGroup}, Field{"arrived", 18, &LacksHead::arrived}};
 
 struct GroupLack {
   uint32_t group = 0;
@@ -388,7 +389,7 @@ static_assert(LENGTH<Collect> == 3 && LENGTH<Client> == 4 && LENGTH<Master> == 7
 static_assert(LENGTH<Ack> == 11 && LENGTH<Task> == 539 && LENGTH<Finish> == 5 && LENGTH<Stop> == 3);
 static_assert(LENGTH<Answer> == 7 && LENGTH<ServerOs> == 4 && LENGTH<Report> == 7 && LENGTH<AutoOpenName> == 527);
 static_assert(LENGTH<Letter> + MAX_TEXT <= MAX_REPLY && LENGTH<Word> + MAX_TEXT <= MAX_REPLY);
-static_assert(LENGTH<Poll> == 567 && LENGTH<SymbolHead> == 12 && LENGTH<LacksHead> == 18 && SYMBOL_SIZE == 1456);
+static_assert(LENGTH<Poll> == 567 && LENGTH<SymbolHead> == 12 && LENGTH<LacksHead> == 22 && SYMBOL_SIZE == 1456);
 static_assert(BLOCK_HEAD_SIZE == 542 && MAX_DATAGRAM == 4796 && MAX_EMPTY_DIR_DATAGRAM == 20967);
 
 // ---- building ----

@@ -60,6 +60,15 @@ std::optional<BlockSource::Block> BlockSource::Read(uint32_t block, std::span<ui
   return Block{bytes, bytes < expected};
 }
 
+std::optional<BlockSource::Block> BlockSource::ReadRun(uint32_t first, uint32_t count, std::span<uint8_t> into) {
+  assert(file && isPinned && first + count - 1 <= shape.lastBlock);
+  const size_t expected = (count - 1) * BLOCK_SIZE + shape.BytesInBlock(first + count - 1);
+  if (expected == 0) return Block{};
+  const auto bytes = ReadFile(FileShape::BlockOffset(first), into.first(expected));
+  if (!bytes) return std::nullopt;
+  return Block{*bytes, *bytes < expected};
+}
+
 bool BlockSource::Fetch(uint32_t block) {
   aheadFrom = FileShape::BlockOffset(block);
   const uint64_t inFile = shape.Length() - aheadFrom;

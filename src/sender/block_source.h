@@ -35,6 +35,9 @@ class BlockSource {
   /// bytes. Nothing on a read error.
   std::optional<Block> Read(uint32_t block, std::span<uint8_t> into);
 
+  /// The same for `count` blocks of a pinned shape from `first` on, one behind the other, read at once.
+  std::optional<Block> ReadRun(uint32_t first, uint32_t count, std::span<uint8_t> into);
+
   /// Whether the disk has kept the thread for as long as `limit`.
   bool IsStuckFor(Duration limit) const;
 

@@ -13,17 +13,12 @@ namespace {
 // As many as the system may cut out of one send.
 constexpr size_t DATAGRAMS_AT_ONCE = 44;
 
-constexpr size_t BLOCKS_AHEAD = 60;
-
-/// Where nobody has named a rate: 100 Mbit/s, which any link and any receiver takes.
-constexpr uint32_t DEFAULT_RATE = 100'000;
-
 }  // namespace
 
 CodedStream::CodedStream(const TransferParts& parts)
     : parts(parts),
-      pacer(parts.plan.rate == 0 ? DEFAULT_RATE : parts.plan.rate),
-      source(parts.context.machine.clock, BLOCKS_AHEAD) {}
+      pacer(parts.plan.rate == 0 ? CodedRate::BEGIN : parts.plan.rate),
+      source(parts.context.machine.clock) {}
 
 bool CodedStream::Reaches(SenderContext& context) {
   if ((context.correspondence.OurOffer().capabilities & KNOWS_SYMBOLS) == 0 || context.table.Count() == 0) return false;
@@ -92,15 +87,25 @@ StreamEnd CodedStream::SendAll() {
   }
 }
 
+/// With the context's mutex held.
+uint32_t CodedStream::Rate() const {
+  const uint32_t named = parts.context.rate;
+  return named == 0 ? ownRate.Rate() : named;
+}
+
 // Until there is enough to send at once, or something else to do.
 CodedSchedule::Step CodedStream::NextStep(std::vector<CodedSchedule::SendStep>& toSend) {
   toSend.clear();
-  const size_t most = pacer.Burst(SYMBOL_DATAGRAM, DATAGRAMS_AT_ONCE);
   const Moment now = parts.context.machine.clock.Now();
   const std::scoped_lock lock(parts.context.mutex);
+  pacer.ChangeRate(Rate());
+  const size_t most = pacer.Burst(SYMBOL_DATAGRAM, DATAGRAMS_AT_ONCE);
   for (;;) {
     const CodedSchedule::Step step = schedule->Next(now);
-    if (std::holds_alternative<CodedSchedule::PollStep>(step)) LookAtReceivers(now);
+    if (const auto* poll = std::get_if<CodedSchedule::PollStep>(&step)) {
+      LookAtReceivers(now);
+      ownRate.Polled(poll->round, symbolsSent + toSend.size(), now);
+    }
     const auto* send = std::get_if<CodedSchedule::SendStep>(&step);
     if (!send) return step;
     toSend.push_back(*send);
@@ -113,6 +118,7 @@ void CodedStream::LookAtReceivers(Moment now) {
     const ClientEntry& entry = parts.context.table[row];
     if (entry.status != 0) {
       schedule->Leave(entry.addr.address);
+      ownRate.Leave(entry.addr.address);
     } else if (joined.insert(entry.addr.address).second) {
       schedule->Join(entry.addr.address, now);
     }
@@ -120,7 +126,9 @@ void CodedStream::LookAtReceivers(Moment now) {
 }
 
 void CodedStream::TakeLacks(const Lacks& lacks, uint32_t address) {
-  schedule->TakeLacks(address, lacks, parts.context.machine.clock.Now());
+  const Moment now = parts.context.machine.clock.Now();
+  schedule->TakeLacks(address, lacks, now);
+  ownRate.Take(address, lacks.head.round, lacks.head.arrived, now);
   answered->Set();
 }
 
@@ -135,9 +143,9 @@ std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::OpenStep& step) {
   }
   for (uint32_t group = step.first; group < step.end; ++group) {
     if (group >= catalogueGroups) {
-      auto bytes = ReadGroup(group - catalogueGroups);
-      if (!bytes) return parts.end.IsStopRequested() ? StreamEnd::Stopped : StreamEnd::FileUnreadable;
-      window.push_back(std::move(*bytes));
+      auto read = ReadGroup(group - catalogueGroups);
+      if (!read) return parts.end.IsStopRequested() ? StreamEnd::Stopped : StreamEnd::FileUnreadable;
+      window.push_back(std::move(*read));
     }
     const size_t symbols = GroupBytes(group).size() / SYMBOL_SIZE;
     const std::scoped_lock lock(parts.context.mutex);
@@ -146,51 +154,65 @@ std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::OpenStep& step) {
   return std::nullopt;
 }
 
-/// The group's symbols, filled up with zeroes; no bytes when it need not or cannot be sent, and is left to the repair
+/// The group's symbols, filled up with zeroes; none when it need not or cannot be sent, and is left to the repair
 /// behind the stream. Nothing on a read error.
-std::optional<CodedStream::Bytes> CodedStream::ReadGroup(uint32_t group) {
+std::optional<CodedStream::Group> CodedStream::ReadGroup(uint32_t group) {
   const std::vector<BlockPlace> places = contents.Blocks(group);
-  Bytes bytes(SymbolsOf(places.back().offset + places.back().size) * SYMBOL_SIZE);
   // In the second pass for who has come late; nobody is told of the same blocks again.
   const bool isAgain = group < readUpTo;
   readUpTo = std::max(readUpTo, group + 1);
-  bool isNeeded = isAgain;
+  const auto isSkipped = [&](const BlockPlace& place) { return parts.plan.skipped.Has(place.file, place.block); };
+  if (!isAgain && std::all_of(places.begin(), places.end(), isSkipped)) {
+    parts.progress.NoteSkipped(places.size());
+    return Group{};
+  }
+  const size_t length = places.back().offset + places.back().size;
+  const Group read{slabs.Take(), SymbolsOf(length)};
+  std::fill(&read.slab[length], &read.slab[read.symbols * SYMBOL_SIZE], uint8_t{0});
   bool isWhole = true;
-  std::array<uint8_t, BLOCK_SIZE> block{};
+  for (auto first = places.begin(), end = first; first != places.end(); first = end) {
+    end = std::find_if(first, places.end(), [&](const BlockPlace& place) { return place.file != first->file; });
+    const auto isThere = ReadRun({first, end}, {&read.slab[first->offset], &read.slab[length]}, isAgain);
+    if (!isThere) return std::nullopt;
+    isWhole = isWhole && *isThere;
+  }
+  return isWhole ? read : Group{};
+}
+
+/// Blocks that follow each other in one file. False when it has shrunk; nothing on a read error.
+std::optional<bool> CodedStream::ReadRun(std::span<const BlockPlace> places, std::span<uint8_t> into, bool isAgain) {
+  const auto [file, first, offset, size] = places.front();
+  if (openFile != file) {
+    openFile = 0;
+    if (!OpenForTransfer(source, parts, file)) return std::nullopt;
+    openFile = file;
+  }
+  const auto read = source.ReadRun(first, static_cast<uint32_t>(places.size()), into);
+  if (!read || parts.end.IsStopRequested()) return std::nullopt;
+  if (read->isShort) parts.progress.NoteShrunkFile(file);
+  auto rest = into.first(read->bytes);
+  bool isNews = false;
   for (const BlockPlace& place : places) {
-    const std::string& name = parts.plan.File(place.file).relativeName;
-    if (openFile != place.file) {
-      openFile = 0;
-      if (!OpenForTransfer(source, parts, place.file)) return std::nullopt;
-      openFile = place.file;
-    }
-    const auto read = source.Read(place.block, block);
-    if (!read || parts.end.IsStopRequested()) return std::nullopt;
-    if (read->isShort) {
-      parts.progress.NoteShrunkFile(place.file);
-      isWhole = false;
-    }
-    std::copy_n(block.begin(), read->bytes, bytes.begin() + static_cast<ptrdiff_t>(place.offset));
-    if (isAgain) {
-      parts.progress.NoteBlock(place.file, true);
-      continue;
-    }
-    if (parts.plan.skipped.Has(place.file, place.block)) {
+    const auto bytes = rest.first(std::min(place.size, rest.size()));
+    rest = rest.subspan(bytes.size());
+    if (!isAgain && parts.plan.skipped.Has(file, place.block)) {
       parts.progress.NoteSkipped(1);
       continue;
     }
-    isNeeded = true;
-    if (parts.plan.listener) parts.plan.listener(place.file, place.block, std::span(block).first(read->bytes));
-    parts.context.PostFileName(place.file, name);
-    parts.progress.NoteBlock(place.file, false);
+    parts.progress.NoteBlock(file, isAgain);
+    if (isAgain) continue;
+    isNews = true;
+    if (parts.plan.listener) parts.plan.listener(file, place.block, bytes);
   }
-  return isNeeded && isWhole ? bytes : Bytes{};
+  if (isNews) parts.context.PostFileName(file, parts.plan.File(file).relativeName);
+  return !read->isShort;
 }
 
 std::span<const uint8_t> CodedStream::GroupBytes(uint32_t group) const {
   if (group >= catalogueGroups) {
     const size_t place = group - firstInWindow;
-    return place < window.size() ? std::span<const uint8_t>(window[place]) : std::span<const uint8_t>();
+    if (place >= window.size()) return {};
+    return {window[place].slab.get(), window[place].symbols * SYMBOL_SIZE};
   }
   const size_t begin = group * GROUP_SIZE;
   return std::span(catalogue).subspan(begin, std::min(GROUP_SIZE, catalogue.size() - begin));
@@ -212,15 +234,15 @@ std::optional<StreamEnd> CodedStream::Send(const std::vector<CodedSchedule::Send
   if (parts.end.IsStopRequested()) return StreamEnd::Stopped;
   if (!parts.context.sockets.SendToGroup(gathered, parts.end.Patience()))
     return parts.end.IsStopRequested() ? StreamEnd::Stopped : StreamEnd::SendFailed;
+  symbolsSent += gathered.size();
   const Moment now = parts.context.machine.clock.Now();
-  pacer.ChangeRate(parts.context.rate);
   for (const auto& datagram : gathered) pacer.Sent(now, datagram.size());
   return std::nullopt;
 }
 
 /// Those of one group follow one another, and are made at once.
 void CodedStream::MakeRepairSymbols(const std::vector<CodedSchedule::SendStep>& steps) {
-  Bytes indices;
+  std::vector<uint8_t> indices;
   std::vector<uint8_t*> into;
   for (size_t i = 0; i < steps.size(); ++i) {
     const auto [group, index] = steps[i];

@@ -11,7 +11,9 @@
 
 #include "coded/catalogue.h"
 #include "coded/group_layout.h"
+#include "coded/sender/coded_rate.h"
 #include "coded/sender/coded_schedule.h"
+#include "platform/slab.h"
 #include "protocol/datagrams.h"
 #include "sender/block_source.h"
 #include "sender/data_stream.h"
@@ -44,9 +46,14 @@ class CodedStream {
  private:
   static constexpr size_t SYMBOL_DATAGRAM = LENGTH<SymbolHead> + SYMBOL_SIZE;
 
-  using Bytes = std::vector<uint8_t>;
+  /// The symbols of a group of the contents; none when it need not or cannot be sent.
+  struct Group {
+    Slab slab;
+    size_t symbols = 0;
+  };
 
   StreamEnd SendAll();
+  uint32_t Rate() const;
   CodedSchedule::Step NextStep(std::vector<CodedSchedule::SendStep>& toSend);
   void LookAtReceivers(Moment now);
   std::optional<StreamEnd> Do(const CodedSchedule::OpenStep& step);
@@ -54,7 +61,8 @@ class CodedStream {
   std::optional<StreamEnd> Do(const CodedSchedule::WaitStep& step);
   std::optional<StreamEnd> Send(const std::vector<CodedSchedule::SendStep>& steps);
   void MakeRepairSymbols(const std::vector<CodedSchedule::SendStep>& steps);
-  std::optional<Bytes> ReadGroup(uint32_t group);
+  std::optional<Group> ReadGroup(uint32_t group);
+  std::optional<bool> ReadRun(std::span<const BlockPlace> places, std::span<uint8_t> into, bool isAgain);
   std::span<const uint8_t> GroupBytes(uint32_t group) const;
   void NoteRepair(uint32_t group);
 
@@ -62,7 +70,7 @@ class CodedStream {
   Pacer pacer;
   BlockSource source;
   uint32_t openFile = 0;
-  Bytes catalogue;
+  std::vector<uint8_t> catalogue;
   uint32_t catalogueGroups = 0;
   GroupLayout contents;
   Poll poll;
@@ -70,12 +78,15 @@ class CodedStream {
 
   // Guarded by the context's mutex.
   std::unique_ptr<CodedSchedule> schedule;
+  CodedRate ownRate;          ///< Where the host has named none.
   std::set<uint32_t> joined;  ///< Receivers that take part, or did.
 
   // Of the thread that runs.
-  std::deque<Bytes> window;  ///< Bytes of the contents' groups from `firstInWindow` on.
+  SlabPool slabs{GROUP_SIZE};
+  std::deque<Group> window;  ///< The contents' groups from `firstInWindow` on.
   uint32_t firstInWindow = 0;
-  uint32_t readUpTo = 0;     ///< Groups of the contents that have been read once.
+  uint32_t readUpTo = 0;  ///< Groups of the contents that have been read once.
+  uint64_t symbolsSent = 0;
   uint64_t repairBytes = 0;  ///< That are not counted as a block yet.
   std::vector<std::array<uint8_t, SYMBOL_DATAGRAM>> datagrams;
   std::vector<std::span<const uint8_t>> gathered;

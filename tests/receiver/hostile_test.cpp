@@ -177,7 +177,7 @@ TEST_P(HostileTest, BlocksThatFindNoRoomCountAsLost) {
   SendStream();
   ToGroup(Finish{0});
   world.RunFor(1s);
-  constexpr uint64_t ROOM_FOR = BlockQueue::ROOM / (BLOCK_SIZE + sizeof(ReceivedBlock));
+  constexpr uint64_t ROOM_FOR = BlockQueue::ROOM / (BLOCK_SIZE + sizeof(ReceivedBlocks));
   EXPECT_NEAR(static_cast<double>(Counted("dropped.queue_full")), 60000 - ROOM_FOR, 40);
   EXPECT_LE(Counted("queue_high_water"), BlockQueue::ROOM);
   EXPECT_GT(Counted("queue_high_water"), BlockQueue::ROOM - 2 * MAX_DATAGRAM);

@@ -38,20 +38,21 @@ SymbolStore::Gathered* SymbolStore::Open(uint32_t group) {
   if (group >= catalogueGroups && groups.size() == MOST_GROUPS) return nullptr;
   Gathered& fresh = groups[group];
   fresh.symbols = SymbolsIn(group);
-  fresh.bytes.resize(fresh.symbols * SYMBOL_SIZE);
+  fresh.bytes = slabs.Take();
   return &fresh;
 }
 
 bool SymbolStore::Take(const SymbolDatagram& symbol) {
   const uint8_t index = symbol.head.index;
   if (symbol.head.transfer != transfer || symbol.bytes.size() != SYMBOL_SIZE) return false;
+  ++arrived;
   Gathered* group = Open(symbol.head.group);
   const bool isSource = index < MOST_SOURCE_SYMBOLS;
   if (!group || group->IsWhole() || group->has[index] || (isSource && index >= group->symbols)) return false;
   group->has[index] = true;
   ++group->count;
   if (isSource) {
-    std::copy(symbol.bytes.begin(), symbol.bytes.end(), group->bytes.begin() + index * ptrdiff_t{SYMBOL_SIZE});
+    std::copy(symbol.bytes.begin(), symbol.bytes.end(), &group->bytes[index * SYMBOL_SIZE]);
   } else {
     std::vector<uint8_t>& kept = group->repair.emplace_back(1, index);
     kept.insert(kept.end(), symbol.bytes.begin(), symbol.bytes.end());
@@ -68,7 +69,7 @@ void SymbolStore::Recover(Gathered& group) {
     if (!group.has[i]) lacking.push_back(static_cast<uint8_t>(i));
   std::vector<Symbol> repair;
   for (const auto& kept : group.repair) repair.push_back({kept[0], kept.data() + 1});
-  RecoverSymbols(group.bytes, SYMBOL_SIZE, lacking, repair);
+  RecoverSymbols(group.Bytes(), SYMBOL_SIZE, lacking, repair);
   group.repair.clear();
 }
 
@@ -77,7 +78,7 @@ std::optional<std::vector<uint8_t>> SymbolStore::TakeCatalogue() {
   std::vector<uint8_t> bytes;
   for (const auto& [number, group] : groups) {
     if (!group.IsWhole()) return std::nullopt;
-    bytes.insert(bytes.end(), group.bytes.begin(), group.bytes.end());
+    bytes.insert(bytes.end(), group.Bytes().begin(), group.Bytes().end());
   }
   bytes.resize(catalogueLength);
   groups.clear();
@@ -104,7 +105,8 @@ void SymbolStore::SetTaken(uint32_t group) {
 
 Lacks SymbolStore::Answer(const Poll& poll) const {
   const uint32_t known = hasContents ? catalogueGroups + contents.Count() : catalogueGroups;
-  Lacks answer{{.transfer = transfer, .round = poll.round, .endGroup = std::min(poll.endGroup, known)}, {}};
+  Lacks answer{
+      {.transfer = transfer, .round = poll.round, .endGroup = std::min(poll.endGroup, known), .arrived = arrived}, {}};
   for (uint32_t group = hasContents ? std::max(poll.firstGroup, catalogueGroups) : 0; group < answer.head.endGroup;
        ++group) {
     if (IsTaken(group)) continue;

@@ -17,6 +17,7 @@
 
 #include "coded/catalogue.h"
 #include "coded/group_layout.h"
+#include "platform/slab.h"
 #include "protocol/datagrams.h"
 
 namespace quorl {
@@ -45,7 +46,7 @@ class SymbolStore {
   /// A group of the contents that is whole, counted from the first of the contents.
   struct Whole {
     uint32_t group = 0;
-    std::span<const uint8_t> bytes;
+    Slab bytes;
   };
   /// The first that nobody has taken over yet.
   std::optional<Whole> NextWhole() const;
@@ -59,10 +60,11 @@ class SymbolStore {
     size_t symbols = 0;  ///< That it has as source.
     size_t count = 0;    ///< That have come.
     std::bitset<MOST_SOURCE_SYMBOLS + MOST_REPAIR_SYMBOLS> has;
-    std::vector<uint8_t> bytes;
+    Slab bytes;
     std::vector<std::vector<uint8_t>> repair;  ///< Each with its index in front.
 
     bool IsWhole() const { return count == symbols; }
+    std::span<uint8_t> Bytes() const { return {bytes.get(), symbols * SYMBOL_SIZE}; }
   };
 
   size_t SymbolsIn(uint32_t group) const;
@@ -73,8 +75,10 @@ class SymbolStore {
   const uint32_t transfer;
   const uint32_t catalogueLength;
   const uint32_t catalogueGroups;
+  uint32_t arrived = 0;  ///< Symbols, whatever became of them.
   bool hasContents = false;
   GroupLayout contents;
+  SlabPool slabs{GROUP_SIZE};
   std::vector<bool> taken;              ///< Of the contents.
   std::map<uint32_t, Gathered> groups;  ///< By their numbers on the wire.
   std::deque<uint32_t> whole;           ///< Of the contents, in the order in which they became so.

@@ -63,12 +63,11 @@ bool ChangeMembership(int descriptor, int option, uint32_t group, uint32_t local
   return SetOption(descriptor, IPPROTO_IP, option, membership);
 }
 
-/// Puts into `count` what the system has dropped on a descriptor so far, modulo 2^32, if it tells that with this
-/// datagram (SO_RXQ_OVFL, socket(7)).
-void ReadDropped(msghdr& message, uint32_t& count) {
+/// What the system tells of a datagram beside it, if it does.
+template <typename Value>
+void ReadBeside(msghdr& message, int level, int type, Value& value) {
   for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part))
-    if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SO_RXQ_OVFL)
-      std::memcpy(&count, CMSG_DATA(part), sizeof count);
+    if (part->cmsg_level == level && part->cmsg_type == type) std::memcpy(&value, CMSG_DATA(part), sizeof value);
 }
 
 constexpr size_t DATAGRAMS_AT_ONCE = 32;
@@ -84,7 +83,7 @@ struct Incoming {
   msghdr message{};
   sockaddr_in from{};
   iovec part{};
-  alignas(cmsghdr) std::array<uint8_t, CMSG_SPACE(sizeof(uint32_t))> control{};
+  alignas(cmsghdr) std::array<uint8_t, CMSG_SPACE(sizeof(uint32_t)) + CMSG_SPACE(sizeof(int))> control;
 
   void Prepare(std::span<uint8_t> buffer) {
     part = {buffer.data(), buffer.size()};
@@ -359,6 +358,9 @@ std::optional<Received> PosixDatagramSocket::TakeFrom(bool fromGroup, std::span<
 }
 
 std::optional<Received> PosixDatagramSocket::TakeAllFrom(bool fromGroup, DatagramBatch& batch) {
+  const int descriptor = (fromGroup ? groupSocket : ownSocket).Get();
+  // What has come as one packet is handed over as one (UDP_GRO, udp(7)); a system that refuses it is only slower.
+  if (!std::exchange(takesLumps[fromGroup], true)) SetOption(descriptor, SOL_UDP, UDP_GRO, 1);
   std::array<Incoming, DATAGRAMS_AT_ONCE> incoming;
   std::array<mmsghdr, DATAGRAMS_AT_ONCE> messages;
   const size_t places = std::min(batch.PlacesLeft(), messages.size());
@@ -367,12 +369,14 @@ std::optional<Received> PosixDatagramSocket::TakeAllFrom(bool fromGroup, Datagra
       incoming[i].Prepare(batch.Place(i));
       messages[i] = {incoming[i].message, 0};
     }
-    const int count = recvmmsg((fromGroup ? groupSocket : ownSocket).Get(), messages.data(),
-                               static_cast<unsigned>(places), MSG_DONTWAIT, nullptr);
+    const int count = recvmmsg(descriptor, messages.data(), static_cast<unsigned>(places), MSG_DONTWAIT, nullptr);
     if (count > 0) {
       Received all{.outcome = Received::Outcome::Datagram, .from = incoming[0].From()};
       for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
-        batch.Fill(messages[i].msg_len, incoming[i].From());
+        int each = 0;
+        ReadBeside(messages[i].msg_hdr, SOL_UDP, UDP_GRO, each);
+        const size_t length = messages[i].msg_len;
+        batch.Fill(length, each > 0 ? static_cast<size_t>(each) : length, incoming[i].From());
         all.length += messages[i].msg_len;
         all.droppedBefore += DroppedSince(fromGroup, messages[i].msg_hdr);
       }
@@ -385,7 +389,7 @@ std::optional<Received> PosixDatagramSocket::TakeAllFrom(bool fromGroup, Datagra
 
 uint32_t PosixDatagramSocket::DroppedSince(bool fromGroup, msghdr& message) {
   const uint32_t before = dropped[fromGroup];
-  ReadDropped(message, dropped[fromGroup]);
+  ReadBeside(message, SOL_SOCKET, SO_RXQ_OVFL, dropped[fromGroup]);  // socket(7)
   return dropped[fromGroup] - before;
 }
 

@@ -66,6 +66,7 @@ class PosixDatagramSocket : public DatagramSocket {
   Endpoint joined;
   size_t receiveBuffer = 0;           // As asked for; 0 is the system's own size.
   bool groupGoesFirst = true;         // Which descriptor the receiving thread reads first next time.
+  std::array<bool, 2> takesLumps{};   // Several datagrams may come as one from the own and the group descriptor.
   std::array<uint32_t, 2> dropped{};  // As the system counts for the own and the group descriptor; for that thread.
 };
 

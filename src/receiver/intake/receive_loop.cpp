@@ -33,17 +33,6 @@ constexpr Duration SHORTEST_GATHERING = 100us;
 
 constexpr Duration PACE_PERIOD = 1ms;
 
-Count CountOf(Admission refusal) {
-  switch (refusal) {
-    case Admission::BeyondFileCount: return Count::DroppedBeyondFileCount;
-    case Admission::BeyondTotal: return Count::DroppedBeyondTotal;
-    case Admission::BeyondLast: return Count::DroppedBlockBeyondLast;
-    case Admission::SecondShape: return Count::DroppedSecondShape;
-    case Admission::QueueFull: return Count::DroppedQueueFull;
-    default: return Count::DroppedUnannounced;
-  }
-}
-
 }  // namespace
 
 void ReceiveThread(ReceiverSession& session) {
@@ -228,6 +217,17 @@ bool ReceiveLoop::Fits(const Task& task) {
   return false;
 }
 
+Count ReceiveLoop::CountOf(Admission refusal) {
+  switch (refusal) {
+    case Admission::BeyondFileCount: return Count::DroppedBeyondFileCount;
+    case Admission::BeyondTotal: return Count::DroppedBeyondTotal;
+    case Admission::BeyondLast: return Count::DroppedBlockBeyondLast;
+    case Admission::SecondShape: return Count::DroppedSecondShape;
+    case Admission::QueueFull: return Count::DroppedQueueFull;
+    default: return Count::DroppedUnannounced;
+  }
+}
+
 ReceiveLoop::Next ReceiveLoop::Handle(const Data& data) {
   return TakeBlock({data.head, data.bytes, true});
 }
@@ -379,17 +379,22 @@ ReceiveLoop::Next ReceiveLoop::Do(const FinishStep& step, const Arrived*) {
 }
 
 ReceiveLoop::Next ReceiveLoop::Do(const StoreStep&, const Arrived* arrived) {
-  const size_t waiting = session.queue.Push(
-      {transfer, arrived->head, arrived->firstSending, {arrived->bytes.begin(), arrived->bytes.end()}});
-  session.counters.Raise(Count::QueueHighWater, waiting);
-  const bool isNews = shownField != arrived->head.name;
+  const size_t size = arrived->bytes.size();
+  const Slab slab = std::make_shared_for_overwrite<uint8_t[]>(size);
+  std::copy(arrived->bytes.begin(), arrived->bytes.end(), slab.get());
+  Store({transfer, arrived->head, arrived->firstSending, 1, slab, {slab.get(), size}});
+  return Next::Continue;
+}
+
+void ReceiveLoop::Store(ReceivedBlocks blocks) {
+  const bool isNews = shownField != blocks.head.name;
+  if (isNews) shownField = blocks.head.name;
+  session.counters.Raise(Count::QueueHighWater, session.queue.Push(std::move(blocks)));
   if (isNews) {
-    shownField = arrived->head.name;
     shownName = Convert(shownField);
     session.SetCurrentName(shownName);
   }
   if (isNews || session.rules.tellsNameOfEachBlock) session.host.PostFileName(shownName);
-  return Next::Continue;
 }
 
 // ProcessLost, up to what it finds on the disk.

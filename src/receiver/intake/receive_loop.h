@@ -68,6 +68,7 @@ class ReceiveLoop {
   bool Fits(const Task& task);
   bool IsUnannounced() const;
   bool StaysUntouched() const;
+  static Count CountOf(Admission refusal);
   Next TakeBlock(const Arrived& arrived);
   std::string Convert(const NameField& field) const;
   Next MakeDirectory(const NameField& name);
@@ -76,8 +77,11 @@ class ReceiveLoop {
   Next TakeCatalogue(std::span<const uint8_t> bytes);
   void SetHeldGroupsTaken();
   Next StoreWholeGroups();
+  Next TakeRun(const BlockHead& first, uint32_t count, const Slab& slab, size_t offset);
   void Answer();
   std::optional<Moment> Due();
+
+  void Store(ReceivedBlocks blocks);
 
   // What the repair decides, and its steps.
   template <typename Decision>

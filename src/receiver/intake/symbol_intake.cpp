@@ -76,15 +76,51 @@ ReceiveLoop::Next ReceiveLoop::StoreWholeGroups() {
   if (!symbols) return Next::Continue;
   for (auto whole = symbols->NextWhole(); whole; whole = symbols->NextWhole()) {
     if (!session.queue.HasRoomFor(BlockQueue::ROOM - MOST_WAITING)) return Next::Continue;
-    for (const BlockPlace& place : symbols->Contents().Blocks(whole->group)) {
-      const Catalogue::File& file = catalogue.files[place.file - 1];
-      const BlockHead head{place.file, place.block,         file.shape.lastBlock,
-                           1,          file.shape.tailSize, NameField::From(file.name)};
-      if (TakeBlock({head, whole->bytes.subspan(place.offset, place.size), true}) == Next::End) return Next::End;
+    const auto blocks = symbols->Contents().Blocks(whole->group);
+    for (auto first = blocks.begin(), end = first; first != blocks.end(); first = end) {
+      end = std::find_if(first, blocks.end(), [&](const BlockPlace& place) { return place.file != first->file; });
+      const Catalogue::File& file = catalogue.files[first->file - 1];
+      const BlockHead head{first->file, first->block,        file.shape.lastBlock,
+                           1,           file.shape.tailSize, NameField::From(file.name)};
+      const auto count = static_cast<uint32_t>(end - first);
+      if (TakeRun(head, count, whole->bytes, first->offset) == Next::End) return Next::End;
     }
     symbols->SetTaken(whole->group);
   }
   return Next::Continue;
+}
+
+/// Blocks that follow each other in a file and lie so in the slab. Those that are stored together are queued together,
+/// and in front of what the repair makes of it that they are there.
+ReceiveLoop::Next ReceiveLoop::TakeRun(const BlockHead& first, uint32_t count, const Slab& slab, size_t offset) {
+  std::vector<std::pair<uint32_t, uint32_t>> runs;  // First and end, counted from `first`.
+  RepairSteps next;
+  session.record.With([&](BlockRecord&) {
+    const Moment now = session.machine.clock.Now();
+    BlockHead head = first;
+    for (uint32_t i = 0; i < count; ++i, ++head.block) {
+      RepairSteps steps;
+      const Admission admission = session.repair->TakeData(head, true, now, steps);
+      if (admission != Admission::Admitted) session.counters.Add(CountOf(admission));
+      for (const RepairStep& step : steps) {
+        if (!std::holds_alternative<StoreStep>(step)) {
+          next.push_back(step);
+        } else if (!runs.empty() && runs.back().second == i) {
+          ++runs.back().second;
+        } else {
+          runs.emplace_back(i, i + 1);
+        }
+      }
+    }
+  });
+  for (const auto& [begin, end] : runs) {
+    BlockHead head = first;
+    head.block += begin;
+    size_t size = 0;
+    for (uint32_t i = begin; i < end; ++i) size += first.Shape().BytesInBlock(first.block + i);
+    Store({transfer, head, true, end - begin, slab, {&slab[offset + begin * BLOCK_SIZE], size}});
+  }
+  return CarryOut(next, nullptr);
 }
 
 void ReceiveLoop::Answer() {

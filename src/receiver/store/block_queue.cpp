@@ -9,27 +9,27 @@ bool BlockQueue::HasRoomFor(size_t byteCount) {
   return queuedBytes + Size(byteCount) <= ROOM;
 }
 
-size_t BlockQueue::Push(ReceivedBlock block) {
+size_t BlockQueue::Push(ReceivedBlocks blocks) {
   size_t waiting = 0;
   bool wasEmpty = false;
   {
     const std::scoped_lock locked(queueLock);
     wasEmpty = blockQueue.empty();
-    queuedBytes += Size(block.bytes.size());
-    blockQueue.push_back(std::move(block));
+    queuedBytes += Size(blocks.bytes.size());
+    blockQueue.push_back(std::move(blocks));
     waiting = queuedBytes;
   }
   if (wasEmpty) news->Set();
   return waiting;
 }
 
-std::optional<ReceivedBlock> BlockQueue::Pop() {
+std::optional<ReceivedBlocks> BlockQueue::Pop() {
   const std::scoped_lock locked(queueLock);
   if (blockQueue.empty()) return std::nullopt;
-  std::optional<ReceivedBlock> block(std::move(blockQueue.front()));
+  std::optional<ReceivedBlocks> blocks(std::move(blockQueue.front()));
   blockQueue.pop_front();
-  queuedBytes -= Size(block->bytes.size());
-  return block;
+  queuedBytes -= Size(blocks->bytes.size());
+  return blocks;
 }
 
 void BlockQueue::Clear() {

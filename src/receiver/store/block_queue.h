@@ -5,19 +5,22 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <vector>
+#include <span>
 
+#include "platform/slab.h"
 #include "platform/threads.h"
 #include "receiver/session/transfer.h"
 
 namespace quorl {
 
-/// A block on its way from the receive loop to the writer.
-struct ReceivedBlock {
+/// A block on its way from the receive loop to the writer, or several that follow each other in one file.
+struct ReceivedBlocks {
   TransferPtr transfer;
-  BlockHead head;
+  BlockHead head;  ///< Of the first.
   bool firstSending = true;
-  std::vector<uint8_t> bytes;
+  uint32_t count = 1;
+  Slab slab;  ///< Where the bytes are.
+  std::span<const uint8_t> bytes;
 };
 
 /// The blocks that the writer has not reached yet, and the receive loop's request that the writer puts everything it
@@ -37,8 +40,8 @@ class BlockQueue {
   /// Whether a block with so many bytes fits. Only the thread that pushes can make a yes wrong.
   bool HasRoomFor(size_t byteCount);
   /// How many bytes wait now.
-  size_t Push(ReceivedBlock block);
-  std::optional<ReceivedBlock> Pop();
+  size_t Push(ReceivedBlocks blocks);
+  std::optional<ReceivedBlocks> Pop();
   void Clear();
 
   /// Asks the writer to settle: to empty the queue, then to write out and close what it has open. The request's number.
@@ -50,11 +53,11 @@ class BlockQueue {
   void ConfirmSettled(uint64_t request);
 
  private:
-  static size_t Size(size_t byteCount) { return sizeof(ReceivedBlock) + byteCount; }
+  static size_t Size(size_t byteCount) { return sizeof(ReceivedBlocks) + byteCount; }
 
   std::shared_ptr<Event> news;
   std::mutex queueLock;
-  std::deque<ReceivedBlock> blockQueue;
+  std::deque<ReceivedBlocks> blockQueue;
   size_t queuedBytes = 0;
   uint64_t settleRequested = 0;
   uint64_t settled = 0;

@@ -17,7 +17,7 @@ struct RunWrite {
   uint32_t firstBlock = 0;
   uint32_t blockCount = 0;
   uint64_t offset = 0;
-  std::span<const uint8_t> bytes;  ///< In the buffer; valid until the next Add.
+  std::span<const uint8_t> bytes;  ///< Out of a RunBuffer: valid until its next Add.
 };
 
 /// Gathers consecutive blocks of one file, and says when they are to be written. A block that does not extend the run

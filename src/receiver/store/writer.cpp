@@ -34,8 +34,8 @@ bool WriteQueue(ReceiverSession& session) {
   bool hasWritten = false;
   for (bool over = false;;) {
     if (session.stop.IsAborted()) return false;
-    if (const std::optional<ReceivedBlock> block = session.queue.Pop()) {
-      session.writer.WriteBlock(*block);
+    if (const std::optional<ReceivedBlocks> blocks = session.queue.Pop()) {
+      session.writer.WriteBlocks(*blocks);
       hasWritten = true;
     } else if (const std::optional<uint64_t> request = session.queue.OpenSettleRequest()) {
       session.writer.CloseFile();
@@ -81,25 +81,29 @@ void WriteThread(ReceiverSession& session) {
   if (transferOver) session.machine.debug.Write("\nQuorl----transmission over---------WriteThread\n");
 }
 
-void Writer::WriteBlock(const ReceivedBlock& block) {
-  const BlockHead& head = block.head;
-  if (block.transfer != transfer) {
+void Writer::WriteBlocks(const ReceivedBlocks& blocks) {
+  const BlockHead& head = blocks.head;
+  if (blocks.transfer != transfer) {
     CloseFile();
-    transfer = block.transfer;
+    transfer = blocks.transfer;
     places.clear();
     writeFile = 0;
   }
   // It has no place in its file.
   if (head.block > head.lastBlock) return;
   if (!session.rules.triesFailedFilesAgain && IsFailed(head.file)) return;
-  if (head.file == writeFile && !run.Takes(head.block, block.firstSending)) WriteOutRun();
+  if (head.file == writeFile && !run.Takes(head.block, blocks.firstSending)) WriteOutRun();
   if (head.file == writeFile && !HasFile()) {
     if (session.rules.dropsBlocksAfterFailedOpen) return;
     writeFile = 0;
   }
-  if (head.file != writeFile && !OpenRecvFile(block)) return;
-  run.Add(head.block, block.bytes);
-  if (run.IsDue(head.lastBlock, block.firstSending)) WriteOutRun();
+  if (head.file != writeFile && !OpenRecvFile(blocks)) return;
+  if (blocks.count > 1) {
+    WriteOutRun();
+    return Write({head.block, blocks.count, FileShape::BlockOffset(head.block), blocks.bytes});
+  }
+  run.Add(head.block, blocks.bytes);
+  if (run.IsDue(head.lastBlock, blocks.firstSending)) WriteOutRun();
 }
 
 void Writer::CloseFile() {
@@ -117,27 +121,27 @@ void Writer::CloseFile() {
 }
 
 // The directories come first, named as the sender names them; see CreateParentDirChain.
-bool Writer::OpenRecvFile(const ReceivedBlock& block) {
+bool Writer::OpenRecvFile(const ReceivedBlocks& blocks) {
   const Machine& machine = session.machine;
-  const std::string name = ConvertName(machine, block.head.name, session.senderNtPlatform);
+  const std::string name = ConvertName(machine, blocks.head.name, session.senderNtPlatform);
   const MappedPath mapped = MapFilePath(transfer->targetDir, name);
   if (mapped.status != QUORL_STATUS_FILE_UNWRITABLE) {
     if (!session.rules.makesTargetOnce) machine.files.MakeTarget(transfer->targetDir);
     CreateParentDirChain(machine, transfer->targetDir, name);
   }
   CloseFile();
-  if (mapped.status != 0 || !TakesPlace(mapped.path, block.head.file)) {
-    RefuseName(block, mapped.status != 0 ? mapped.status : uint32_t{QUORL_STATUS_FILE_UNWRITABLE});
+  if (mapped.status != 0 || !TakesPlace(mapped.path, blocks.head.file)) {
+    RefuseName(blocks, mapped.status != 0 ? mapped.status : uint32_t{QUORL_STATUS_FILE_UNWRITABLE});
     return false;
   }
-  OpenedOutput opened = Open(mapped.path, block.head.file);
+  OpenedOutput opened = Open(mapped.path, blocks.head.file);
   if (!opened.file) {
-    FailOpen(block, session.rules.looksForNames ? StatusOf(opened.outcome) : uint32_t{QUORL_STATUS_FILE_UNWRITABLE});
+    FailOpen(blocks, session.rules.looksForNames ? StatusOf(opened.outcome) : uint32_t{QUORL_STATUS_FILE_UNWRITABLE});
     return false;
   }
   recvFile = std::move(opened.file);
   recvFileName = ToText(mapped.path);
-  writeFile = block.head.file;
+  writeFile = blocks.head.file;
   return true;
 }
 
@@ -153,8 +157,10 @@ OpenedOutput Writer::Open(const LocalPath& path, uint32_t file) {
 }
 
 void Writer::WriteOutRun() {
-  if (run.IsEmpty()) return;
-  const RunWrite write = run.Take();
+  if (!run.IsEmpty()) Write(run.Take());
+}
+
+void Writer::Write(const RunWrite& write) {
   if (!HasFile()) return;
   const WriteOutcome outcome = recvFile->WriteAt(write.offset, write.bytes);
   if (outcome == WriteOutcome::Done) {
@@ -192,13 +198,13 @@ bool Writer::Fail(uint32_t file, uint32_t status) {
   return news;
 }
 
-void Writer::FailOpen(const ReceivedBlock& block, uint32_t status) {
-  if (Fail(block.head.file, status) || session.rules.triesFailedFilesAgain) TellFailure(status);
+void Writer::FailOpen(const ReceivedBlocks& blocks, uint32_t status) {
+  if (Fail(blocks.head.file, status) || session.rules.triesFailedFilesAgain) TellFailure(status);
 }
 
-void Writer::RefuseName(const ReceivedBlock& block, uint32_t status) {
-  if (!IsFailed(block.head.file)) session.counters.Add(Count::RefusedNames);
-  FailOpen(block, status);
+void Writer::RefuseName(const ReceivedBlocks& blocks, uint32_t status) {
+  if (!IsFailed(blocks.head.file)) session.counters.Add(Count::RefusedNames);
+  FailOpen(blocks, status);
 }
 
 void Writer::FailWrite(WriteOutcome outcome) {

@@ -19,7 +19,7 @@ class Writer {
  public:
   explicit Writer(ReceiverSession& session) : session(session) {}
 
-  void WriteBlock(const ReceivedBlock& block);
+  void WriteBlocks(const ReceivedBlocks& blocks);
 
   /// Writes out what is pending.
   void WriteOutRun();
@@ -31,14 +31,15 @@ class Writer {
   const std::string& FileName() const { return recvFileName; }
 
  private:
-  bool OpenRecvFile(const ReceivedBlock& block);
+  void Write(const RunWrite& write);
+  bool OpenRecvFile(const ReceivedBlocks& blocks);
   OpenedOutput Open(const LocalPath& path, uint32_t file);
   bool TakesPlace(const LocalPath& path, uint32_t file);
   bool IsFailed(uint32_t file);
   /// True when it is news.
   bool Fail(uint32_t file, uint32_t status);
-  void FailOpen(const ReceivedBlock& block, uint32_t status);
-  void RefuseName(const ReceivedBlock& block, uint32_t status);
+  void FailOpen(const ReceivedBlocks& blocks, uint32_t status);
+  void RefuseName(const ReceivedBlocks& blocks, uint32_t status);
   void FailWrite(WriteOutcome outcome);
   void TellFailure(uint32_t status);
 
