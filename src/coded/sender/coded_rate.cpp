@@ -15,8 +15,8 @@ namespace {
 
 // A period is as long as it takes to tell two percent from chance, within these bounds.
 constexpr Duration SHORTEST_PERIOD = 20ms;
-constexpr Duration LONGEST_PERIOD = 1s;
-constexpr double SYMBOLS_A_PERIOD = 300;
+constexpr Duration LONGEST_PERIOD = 250ms;
+constexpr double FEWEST_SYMBOLS = 300;
 
 // Nobody waits longer for a receiver's answer.
 constexpr Duration LONGEST_SILENCE = 500ms;
@@ -26,19 +26,39 @@ constexpr double TOLERATED = 0.02;
 constexpr double DEVIATIONS = 3;
 
 // A receiver that loses this share of what it lost of the faster stream does not lose it for the rate.
-constexpr double AS_MUCH = 0.6;
+constexpr double AS_MUCH = 0.5;
 
 // Of what came through.
 constexpr double SLOWER = 0.9;
 
-// Of the highest rate so far.
-constexpr double STEP = 0.01;
+// So many must be lost of a slower stream to compare it with the faster one.
+constexpr double ENOUGH_LOST = 36;
+
+// While the rate doubles, a receiver may lose so much of the first, slow stream already.
+constexpr double MOST_AT_FIRST = 0.3;
+
+// To be taken down so often, and by so much, is a trial.
+constexpr int TRIES = 3;
+constexpr double MUCH_SLOWER = 0.7;
+
+// However much is lost at once, the rate comes down to this share of itself at least.
+constexpr double SLOWEST_AT_ONCE = 0.25;
+
+// In a second the rate rises by so many square roots of itself, in kbit/s; by twice as much after as many quiet
+// periods, and so on.
+constexpr double RISE = 90;
+constexpr int QUIET_PERIODS = 16;
 
 // A stream that is slower than it may be is held back by something else.
 constexpr double HELD_BACK = 0.7;
 
 // Polls of one period that are remembered.
 constexpr size_t MOST_POLLS = 1024;
+
+/// By how much the lost share of so many may differ from the share that is lost on average.
+double Chance(double share, double symbols) {
+  return DEVIATIONS * std::sqrt(share / symbols);
+}
 
 constexpr double KILOBITS_A_SYMBOL = BytesOnWire(CODED_DATAGRAM) * 8 / 1000.0;
 
@@ -80,39 +100,46 @@ bool CodedRate::IsOver(Moment now) const {
     const Share share = ShareOf(peer);
     const std::chrono::duration<double> shortest = SHORTEST_PERIOD;
     const std::chrono::duration<double> longest = LONGEST_PERIOD;
-    return share.seconds >= shortest.count() && (share.sent >= SYMBOLS_A_PERIOD || share.seconds >= longest.count());
+    const double toCompare =
+        peer.tried > 0 ? ENOUGH_LOST / peer.tried : peer.always * std::pow(DEVIATIONS / TOLERATED, 2);
+    const double enough = std::max(FEWEST_SYMBOLS, isDoubling ? 0 : toCompare);
+    return share.seconds >= shortest.count() && (share.sent >= enough || share.seconds >= longest.count());
   });
 }
 
 void CodedRate::Judge() {
   if (rateBefore > 0) {
-    EndTrial();
+    GoOnTrying();
   } else if (!SlowDown()) {
     double actual = rate;
+    double seconds = 0;
     for (auto& [address, peer] : peers) {
       const Share share = ShareOf(peer);
       if (share.sent == 0) continue;
       // It may have got better.
-      peer.always = std::min(peer.always, (7 * peer.always + share.lost) / 8);
+      if (share.lost < peer.always - Chance(peer.always, share.sent)) peer.always = (peer.always + share.lost) / 2;
       actual = std::min(actual, share.sent * KILOBITS_A_SYMBOL / share.seconds);
+      seconds = std::max(seconds, share.seconds);
     }
-    Rise(actual);
+    Rise(actual, seconds);
   }
   BeginPeriod();
 }
 
-/// The rate has been taken down. Who is better off for it was right.
-void CodedRate::EndTrial() {
-  bool hasHelped = false;
+/// The rate has been taken down. If somebody is better off, that was right.
+void CodedRate::GoOnTrying() {
+  const bool hasHelped = std::any_of(peers.begin(), peers.end(), [&](const auto& each) {
+    const Share share = ShareOf(each.second);
+    return each.second.tried > 0 && share.sent > 0 && share.lost < AS_MUCH * each.second.tried;
+  });
+  if (!hasHelped && tries < TRIES) {
+    ++tries;
+    rate = std::max<double>(MUCH_SLOWER * rate, LEAST);
+    return;
+  }
   for (auto& [address, peer] : peers) {
-    const double tried = std::exchange(peer.tried, 0);
-    const Share share = ShareOf(peer);
-    if (tried == 0 || share.sent == 0) continue;
-    if (share.lost < AS_MUCH * tried) {
-      hasHelped = true;
-    } else {
-      peer.always = std::max(peer.always, share.lost);
-    }
+    const bool isUsedToIt = std::exchange(peer.tried, 0) > 0 && !hasHelped;
+    if (isUsedToIt) peer.always = std::max(peer.always, ShareOf(peer).lost);
   }
   if (!hasHelped) {
     rate = rateBefore;
@@ -127,23 +154,25 @@ bool CodedRate::SlowDown() {
   for (auto& [address, peer] : peers) {
     const Share share = ShareOf(peer);
     if (share.sent == 0) continue;
-    const double chance = DEVIATIONS * std::sqrt(std::max(peer.always, TOLERATED) / share.sent);
-    if (share.lost <= peer.always + TOLERATED + chance) continue;
+    if (isDoubling && peer.always == 0 && share.lost < MOST_AT_FIRST) peer.always = share.lost;
+    if (share.lost <= peer.always + TOLERATED + Chance(std::max(peer.always, TOLERATED), share.sent)) continue;
     peer.tried = share.lost;
     bearable =
         std::min(bearable, share.sent * KILOBITS_A_SYMBOL / share.seconds * (1 - share.lost) / (1 - peer.always));
   }
   if (bearable >= MOST) return false;
   rateBefore = rate;
+  tries = 1;
+  quiet = 0;
   wasDoubling = std::exchange(isDoubling, false);
-  rate = std::clamp<double>(SLOWER * bearable, LEAST, rate);
+  rate = std::clamp<double>(SLOWER * bearable, std::max<double>(SLOWEST_AT_ONCE * rate, LEAST), rate);
   return true;
 }
 
-void CodedRate::Rise(double actual) {
-  highest = std::max(highest, actual);
+void CodedRate::Rise(double actual, double seconds) {
   if (actual < HELD_BACK * rate) return;
-  rate = std::min<double>(isDoubling ? 2 * rate : rate + STEP * highest, MOST);
+  const double step = RISE * std::sqrt(rate) * seconds * (1 + quiet++ / QUIET_PERIODS);
+  rate = std::min<double>(isDoubling ? 2 * rate : rate + step, MOST);
 }
 
 /// What leaves from now on counts, and that is what follows the next poll.

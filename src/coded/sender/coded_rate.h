@@ -7,9 +7,10 @@
 // - It begins where any link takes it, and doubles until something gets lost.
 // - What a receiver loses beyond what it always loses is a reason to be as slow as what came through, and somewhat
 //   slower, so that a queue on the way gets empty again.
-// - That is a trial as well. Who loses as much of the slower stream loses it for other reasons: from then on that is
-//   what it always loses, and the rate goes back.
-// - Afterwards the rate rises by steps that are the same at any rate: so two senders on one link come to equal shares.
+// - That is a trial as well. Who goes on losing as much, however slow the stream becomes in some steps, loses it for
+//   other reasons: from then on that is what it always loses, and the rate goes back.
+// - Afterwards the rate rises by steps that are smaller for a high rate than in proportion: so two senders on one link
+//   come to equal shares. The longer nothing gets lost for it, the larger they become.
 #pragma once
 
 #include <cstdint>
@@ -63,14 +64,15 @@ class CodedRate {
   Share ShareOf(const Peer& peer) const;
   bool IsOver(Moment now) const;
   void Judge();
-  void EndTrial();
+  void GoOnTrying();
   bool SlowDown();
-  void Rise(double actual);
+  void Rise(double actual, double seconds);
   void BeginPeriod();
 
   double rate = BEGIN;
-  double highest = BEGIN;  ///< That has come through; the measure of steps.
   double rateBefore = 0;   ///< Before it was taken down to see; 0: it was not.
+  int tries = 0;           ///< How often it has been taken down since.
+  int quiet = 0;           ///< Periods since it was a reason for a loss.
   bool isDoubling = true;  ///< Nothing has got lost for it so far.
   bool wasDoubling = false;
   uint32_t since = 1;      ///< The first poll of the period.
