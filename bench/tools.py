@@ -58,6 +58,7 @@ class Memory:
 class Tool:
     """One run of a program: a receiver on each machine, then the sender, from whose start the time counts."""
     greeting = ""  # what a receiver says when it listens
+    limit = "limit-frames"  # what it is compared with
     profile = None  # the directory for what perf records of the sender and of the first receiver
 
     def __init__(self, work):
@@ -153,26 +154,27 @@ class Tool:
 
 
 class Quorl(Tool):
-    """This program; as people use it, with its manifest."""
+    """This program; as people use it, with its manifest, in coded symbols and at the rate that it finds itself."""
     greeting = "Waiting for a sender"
-    rate = ""
+    limit = "limit-frames"
 
     def receiver(self, number):
         return [QUORL, "receive", self.work.target(number), "--interface", "eth0"]
 
     def sender(self):
-        return [QUORL, "send", self.work.source, "--interface", "eth0", "--rate", self.rate,
-                "--wait-for", len(self.work.bed.receivers)]
+        return [QUORL, "send", self.work.source, "--interface", "eth0", "--wait-for", len(self.work.bed.receivers)]
 
 
-class QuorlCoded(Quorl):
-    """The same in coded symbols."""
+class QuorlBlocks(Quorl):
+    """The same in blocks, at a rate that is named."""
+    rate = ""
+    limit = "limit"
 
     def receiver(self, number):
-        return [*super().receiver(number), "--coded"]
+        return [*super().receiver(number), "--no-coded"]
 
     def sender(self):
-        return [*super().sender(), "--coded"]
+        return [*super().sender(), "--no-coded", "--rate", self.rate]
 
 
 class Uftp(Tool):
@@ -244,8 +246,8 @@ class Udpcast(Tool):
 
 
 class Limit(Tool):
-    """What the machine carries without any protocol: datagrams of this program's size, no file at either end, nothing
-    repeated. The fastest of three ways to send."""
+    """What the machine carries without any protocol: datagrams of the size of this program's blocks, no file at either
+    end, nothing repeated. The fastest of three ways to send."""
     greeting = "listening"
     PROGRAM = BUILD / "bench" / "limit"
     GROUP, PORT, DATAGRAM = "235.9.2.9", 27001, 4796
@@ -266,7 +268,7 @@ class Limit(Tool):
     def measure(self):
         # The system cuts into what fits the link, or not at all.
         ways = [way for way in self.WAYS if way != "segments" or self.DATAGRAM + self.HEADERS <= self.work.mtu]
-        runs = [Tool.measure(Limit(self.work, way)) for way in ways]
+        runs = [Tool.measure(type(self)(self.work, way)) for way in ways]
         return max(runs, key=lambda run: run.byte_count / run.seconds)
 
     def run(self, commands):
@@ -279,8 +281,14 @@ class Limit(Tool):
         """Nothing is kept."""
 
 
-TOOLS = {"quorl": Quorl, "quorl-coded": QuorlCoded, "uftp": Uftp, "uftp-fragments": UftpFragments,
-         "udpcast": Udpcast, "limit": Limit}
+class LimitFrames(Limit):
+    """The same with datagrams of the size of this program's symbols, which fit a frame of any link."""
+    DATAGRAM = 1472
+
+
+TOOLS = {"quorl": Quorl, "quorl-blocks": QuorlBlocks, "uftp": Uftp, "uftp-fragments": UftpFragments,
+         "udpcast": Udpcast, "limit": Limit, "limit-frames": LimitFrames}
+PEERS = {"uftp", "uftp-fragments", "udpcast"}
 
 
 def joined(command):

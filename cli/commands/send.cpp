@@ -92,7 +92,7 @@ class Sending {
 
   int ListOnly() {
     ListSelection(reporter, plan);
-    SayStreamTime(reporter, send, plan.blocks);
+    if (send.rateGiven || !send.coded) SayStreamTime(reporter, send, plan.blocks);
     reporter.Say(Level::Always, Fact("dry_run"),
                  fmt::format("Nothing has been sent (--dry-run). It would be {}, {}.", Count(plan.blocks, "block"),
                              FormatBytes(plan.bytes)));
@@ -203,7 +203,9 @@ int RunSend(const Options& options, Reporter& reporter) {
                   options.output.json ? "--json is for programs" : "this is no terminal",
                   {"--yes starts as soon as somebody is there, --wait-for N when N receivers are."}};
   }
-  SetProfile(options.send.coded ? 2 : 1);
+  // The fixed pace is one of blocks.
+  const bool isCompatible = options.send.rateGiven && options.send.rate == 0;
+  SetProfile(options.send.coded && !isCompatible ? 2 : 1);
   SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE | (options.send.adaptsRate ? uint32_t{HEARS_INTAKE} : 0));
   return Sending(options, reporter).Run();
 }

@@ -48,7 +48,7 @@ struct SendOptions {
   std::string inputName;           ///< which arrives under this name; empty: not said.
   uint32_t rate = 100000;          ///< kbit/s; 0: the fixed pacing.
   bool adaptsRate = false;         ///< Begin at what the link takes, and come down to what the room takes in.
-  bool rateGiven = false;          ///< Said by the user.
+  bool rateGiven = false;          ///< Said by the user; if not, the library finds it where it can.
   bool yes = false;                ///< Start without asking as soon as somebody is there.
   uint32_t waitFor = 0;            ///< Receivers to wait for; 0: not said.
   std::chrono::seconds wait{-1};   ///< How long to wait for them; negative: not said.
@@ -64,7 +64,7 @@ struct SendOptions {
   bool subdirectories = true;
   std::string target;    ///< The drive path that receivers are asked to use; empty: their own choice.
   std::string openName;  ///< As the library wants it; empty: none.
-  bool coded = false;    ///< Contents may travel in coded symbols.
+  bool coded = true;     ///< Contents may travel in coded symbols.
   std::string again;     ///< The command line without what says for whom and when, for a shell.
 };
 
@@ -84,7 +84,7 @@ struct ReceiveOptions {
   std::string then;                 ///< A program; empty: none.
   std::chrono::seconds timeout{0};  ///< 0: wait for ever.
   uint32_t from = 0;                ///< The only sender to listen to; 0: anyone.
-  bool coded = false;               ///< Contents may travel in coded symbols.
+  bool coded = true;                ///< Contents may travel in coded symbols.
 };
 
 /// What a command line asks for, defaults included.

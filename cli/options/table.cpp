@@ -198,7 +198,7 @@ constexpr std::array COMMANDS = {
 constexpr std::array SEND_OPTIONS = {
     OptionRow{SEND, "--rate", "-r", "R", Text,
               "bit/s on the wire, with K, M or G; \"auto\": what the link and the receivers take; \"max\": no limit; "
-              "\"compatible\": the fixed pace of older hosts (100M)",
+              "\"compatible\": the fixed pace of older hosts (auto; 100M where an older receiver is in the room)",
               [](Options& options, Value text) {
                 options.send.adaptsRate = text == "auto";
                 if (!options.send.adaptsRate) options.send.rate = RateValue(text);
@@ -291,9 +291,9 @@ constexpr std::array COMMON_OPTIONS = {
     OptionRow{SEND | RECEIVE, "--key-file", "", "FILE", File,
               "a key shared by both sides, at least 16 bytes: nothing is accepted that it does not vouch for",
               [](Options& options, Value text) { options.keyFile = text; }},
-    OptionRow{SEND | RECEIVE, "--coded", "", "", None,
-              "new: send in coded symbols, which repair losses for all at once, when both sides say so",
-              [](Options& options, Value) { options.send.coded = options.receive.coded = true; }},
+    OptionRow{SEND | RECEIVE, "--no-coded", "", "", None,
+              "do without coded symbols, which repair losses for all receivers at once",
+              [](Options& options, Value) { options.send.coded = options.receive.coded = false; }},
     OptionRow{NETWORK, "--interface", "-i", "ADDRESS|NAME", ValueKind::Interface,
               "local address or interface to use (the route to the group)",
               [](Options& options, Value text) { options.network.interface = text; }},

@@ -73,7 +73,7 @@ bool Gathering::IsEnough() const {
 int Gathering::First(uint64_t blocks) {
   if (int code = Wait()) return code;
   SayRoom();
-  SayStreamTime(reporter, options, blocks);
+  if (options.rateGiven || !listeners.TakeSymbols()) SayStreamTime(reporter, options, blocks);
   return MustAsk(options) ? AskToStart() : 0;
 }
 

@@ -55,7 +55,7 @@ class Gathering {
   Reporter& reporter;
 };
 
-/// "At 200 Mbit/s this takes about 1 min 16 s plus repairs."
+/// "At 200 Mbit/s this takes about 1 min 16 s plus repairs." Nothing where the rate is found while sending.
 void SayStreamTime(Reporter& reporter, const SendOptions& options, uint64_t blocks);
 
 }  // namespace quorl::cli

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "cli/room/library_state.h"
 #include "cli/show/progress.h"
 #include "cli/show/units.h"
 
@@ -73,6 +74,12 @@ void Listeners::Leave() {
 
 bool Listeners::Has(uint32_t address) const {
   return std::find(there.begin(), there.end(), address) != there.end();
+}
+
+bool Listeners::TakeSymbols() const {
+  const auto rows = RowsNow();
+  return !rows.empty() && std::all_of(rows.begin(), rows.end(),
+                                      [](const auto& row) { return (row.capabilities & QUORL_TAKES_SYMBOLS) != 0; });
 }
 
 std::vector<uint32_t> Listeners::MissingOf(std::span<const uint32_t> wanted) const {

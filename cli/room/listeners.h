@@ -43,6 +43,8 @@ class Listeners {
 
   const std::vector<uint32_t>& There() const { return there; }
   bool Has(uint32_t address) const;
+  /// Whether all of them take coded symbols, and so any rate: the library finds it.
+  bool TakeSymbols() const;
 
   /// Those of `wanted` who are not there.
   std::vector<uint32_t> MissingOf(std::span<const uint32_t> wanted) const;

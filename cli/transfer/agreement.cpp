@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <set>
 
+#include "cli/room/library_state.h"
 #include "cli/show/units.h"
 #include "cli/show/views.h"
-#include "cli/transfer/library_state.h"
 
 namespace quorl::cli {
 namespace {

@@ -7,12 +7,12 @@
 
 #include "cli/manifest/stream_digests.h"
 #include "cli/outcome/exits.h"
+#include "cli/room/library_state.h"
 #include "cli/show/escape.h"
 #include "cli/show/units.h"
 #include "cli/talk/messages.h"
 #include "cli/transfer/agreement.h"
 #include "cli/transfer/block_listening.h"
-#include "cli/transfer/library_state.h"
 #include "cli/transfer/send_run.h"
 
 namespace quorl::cli {
@@ -83,6 +83,7 @@ void Attempts::Run(const std::vector<uint32_t>& only, SendTally& tally) {
   RequireLinksTaken(only);
   const bool manifestLast = manifest && AllTakeCatalogue();
   Agreed agreed = Agreement::Everything(plan);
+  SetRate();
   watch.Begin();
   if (manifestLast) {
     manifest->List(watch);
@@ -95,7 +96,6 @@ void Attempts::Run(const std::vector<uint32_t>& only, SendTally& tally) {
     return;
   }
   if (manifestLast) CheckSelection();
-  SetRate();
   SayStart(agreed, only);
   streamed = agreed.contents.Bytes();
   std::optional<StreamDigests> digests;
@@ -120,7 +120,7 @@ void Attempts::Run(const std::vector<uint32_t>& only, SendTally& tally) {
                     .before = manifest && !manifestLast ? 1u : 0u,
                     .skipped = agreed.skippedBlocks,
                     .digests = digests ? &*digests : nullptr,
-                    .rate = rateControl ? &*rateControl : nullptr};
+                    .rate = rateControl && !libraryFindsRate ? &*rateControl : nullptr};
   tally.Add(SendRun(inbox, reporter, listeners.Names(), job).Run(), only);
 }
 
@@ -143,10 +143,9 @@ void Attempts::SlowDown() {
 }
 
 void Attempts::SetRate() {
-  if (!send.adaptsRate) {
-    SetSendRate(rate);
-    return;
-  }
+  libraryFindsRate = (!send.rateGiven || send.adaptsRate) && listeners.TakeSymbols();
+  if (libraryFindsRate) return static_cast<void>(SetSendRate(0));
+  if (!send.adaptsRate) return static_cast<void>(SetSendRate(rate));
   if (!rateControl) rateControl = RateControl::For(venue.interface.name, RowsNow());
   SetSendRate(rateControl->Rate(std::chrono::steady_clock::now(), 0));
 }
@@ -165,6 +164,11 @@ void Attempts::SayWhoTakesNoSymbols() {
   reporter.Say(fmt::format("Without coded symbols: {} cannot take them: {}", Count(count, "receiver"), who));
 }
 
+std::string Attempts::RateText() const {
+  if (libraryFindsRate) return "the rate that all take";
+  return rateControl ? "up to " + FormatLinkRate(rateControl->Most()) : FormatLinkRate(rate);
+}
+
 void Attempts::SayStart(const Agreed& agreed, const std::vector<uint32_t>& only) {
   SayWhoTakesNoSymbols();
   if (agreed.skippedBlocks > 0) {
@@ -179,10 +183,9 @@ void Attempts::SayStart(const Agreed& agreed, const std::vector<uint32_t>& only)
   const size_t receivers = only.empty() ? listeners.There().size() : only.size() - listeners.MissingOf(only).size();
   Fact fact("start");
   fact.Add("receivers", receivers).Add("files", agreed.contents.Files()).Add("bytes", agreed.contents.Bytes());
-  std::string text = fmt::format("Sending    {}, {} to {} at {} via {}", Count(agreed.contents.Files(), "file"),
-                                 FormatBytes(agreed.contents.Bytes()), Count(receivers, "receiver"),
-                                 rateControl ? "up to " + FormatLinkRate(rateControl->Most()) : FormatLinkRate(rate),
-                                 venue.interface.name);
+  std::string text =
+      fmt::format("Sending    {}, {} to {} at {} via {}", Count(agreed.contents.Files(), "file"),
+                  FormatBytes(agreed.contents.Bytes()), Count(receivers, "receiver"), RateText(), venue.interface.name);
   reporter.Say(fact.Add("blocks", plan.blocks - agreed.skippedBlocks), reporter.HasBlock() ? "" : text);
 }
 

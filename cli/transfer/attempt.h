@@ -47,14 +47,15 @@ class Attempts {
   void SlowDown();
 
   uint64_t Streamed() const { return streamed; }  ///< Bytes of contents, the last time.
-  /// kbit/s, of the last time; 0 when it has adapted itself, or is the fixed pacing.
-  uint32_t FixedRate() const { return rateControl ? 0 : rate; }
+  /// kbit/s, of the last time; 0 when it has been found while sending, or is the fixed pacing.
+  uint32_t FixedRate() const { return libraryFindsRate || rateControl ? 0 : rate; }
 
  private:
   bool IsWorthAgreeing() const;
   void RequireLinksTaken(const std::vector<uint32_t>& only);
   void CheckSelection();
   void SetRate();
+  std::string RateText() const;
   void SayWhoTakesNoSymbols();
   void SayStart(const Agreed& agreed, const std::vector<uint32_t>& only);
   /// The manifest travels first or last. False when something of the selection has a name that cannot travel.
@@ -73,6 +74,7 @@ class Attempts {
   uint64_t streamed = 0;
   uint32_t rate = send.rate;
   bool saidWhoTakesNoSymbols = false;
+  bool libraryFindsRate = false;
   std::optional<RateControl> rateControl;  ///< It goes on from one time to the next.
 };
 

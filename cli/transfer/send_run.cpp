@@ -7,12 +7,12 @@
 #include <utility>
 
 #include "cli/outcome/exits.h"
+#include "cli/room/library_state.h"
 #include "cli/room/listeners.h"
 #include "cli/show/escape.h"
 #include "cli/show/sent.h"
 #include "cli/show/units.h"
 #include "cli/talk/messages.h"
-#include "cli/transfer/library_state.h"
 
 namespace quorl::cli {
 namespace {

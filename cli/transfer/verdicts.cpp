@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
+#include "cli/room/library_state.h"
 #include "cli/show/sent.h"
 #include "cli/show/units.h"
-#include "cli/transfer/library_state.h"
 
 namespace quorl::cli {
 namespace {

@@ -33,8 +33,9 @@ QUORL_EXPORT void QUORL_CALL DestroyHostWindow(QuorlWindow window);
 QUORL_EXPORT uint32_t QUORL_CALL MapDrive(char letter, const char* directory);
 
 /* Sender: bytes on the wire per second in kbit/s, IP and Ethernet framing included. 0, the value at load, is the
-   system's own fixed pacing. For the next StartSend; in the robust profile a rate also replaces that of a transfer that
-   is under way, from its next block on. Always 1. */
+   system's own fixed pacing; in the coded profile the sender finds the rate that all receivers take, or in a room that
+   does without symbols sends 100 Mbit/s. For the next StartSend; in the robust and the coded profile a rate also
+   replaces that of a transfer that is under way, from its next block on. Always 1. */
 QUORL_EXPORT uint32_t QUORL_CALL SetSendRate(uint32_t kilobitsPerSecond);
 
 /* Sender: the receivers collected so far. Fills at most capacity addresses, returns how many there are. */

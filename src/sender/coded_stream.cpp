@@ -16,9 +16,7 @@ constexpr size_t DATAGRAMS_AT_ONCE = 44;
 }  // namespace
 
 CodedStream::CodedStream(const TransferParts& parts)
-    : parts(parts),
-      pacer(parts.plan.rate == 0 ? CodedRate::BEGIN : parts.plan.rate),
-      source(parts.context.machine.clock) {}
+    : parts(parts), pacer(parts.plan.rate), source(parts.context.machine.clock) {}
 
 bool CodedStream::Reaches(SenderContext& context) {
   if ((context.correspondence.OurOffer().capabilities & KNOWS_SYMBOLS) == 0 || context.table.Count() == 0) return false;

@@ -21,6 +21,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
+/// Where none has been named and none can be found, in blocks: 100 Mbit/s, which any link and any receiver takes.
+constexpr uint32_t USUAL_RATE = 100'000;
+
 constexpr Duration COLLECT_PAUSE = 100ms;
 constexpr Duration COLLECT_WAIT = 500ms;
 constexpr Duration NEIGHBOURS_WAIT = 50ms;  ///< Others answer the question that the last of the expected has answered.
@@ -101,6 +104,7 @@ std::optional<Correspondence::Received> SenderSession::TakeLetter() {
 
 void SenderSession::StartTransfer(TransferPlan plan) {
   context->rate = plan.rate;
+  if (plan.rate == 0 && UsesSymbols()) plan.rate = USUAL_RATE;
   const auto next = std::make_shared<Transfer>(context, std::move(plan));
   bool isClosed = false;
   std::shared_ptr<Transfer> earlier;
@@ -115,6 +119,11 @@ void SenderSession::StartTransfer(TransferPlan plan) {
   if (isClosed) next->Close();
   StartReplyThread(next);
   next->Start();
+}
+
+bool SenderSession::UsesSymbols() const {
+  const std::scoped_lock lock(context->mutex);
+  return (context->correspondence.OurOffer().capabilities & KNOWS_SYMBOLS) != 0;
 }
 
 void SenderSession::ChangeRate(uint32_t kilobitsPerSecond) {

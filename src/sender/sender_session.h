@@ -24,7 +24,7 @@ class SenderSession : public std::enable_shared_from_this<SenderSession> {
   bool Collect(ExpectedReceivers expected);
   /// Stops an earlier transfer and starts a new one.
   void StartTransfer(TransferPlan plan);
-  /// Another rate for the transfer that is under way.
+  /// Another rate for the transfer that is under way; 0 leaves it to the sender where that can find one.
   void ChangeRate(uint32_t kilobitsPerSecond);
   void StopTransfer() { Latest()->Stop(); }
   /// Closes the sockets and wakes every thread. Idempotent.
@@ -40,6 +40,7 @@ class SenderSession : public std::enable_shared_from_this<SenderSession> {
   std::vector<NamedCount> ListCounters() const { return context->counters.List(Role::Sender); }
 
  private:
+  bool UsesSymbols() const;
   std::shared_ptr<Transfer> Latest();
   bool Ask();
   bool WaitForAnswers(Duration pause);
