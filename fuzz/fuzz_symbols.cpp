@@ -27,11 +27,7 @@ void CheckAnswer(const Lacks& answer, const Poll& poll) {
 }
 
 void TakeWhole(SymbolStore& store) {
-  const auto whole = store.NextWhole();
-  if (!whole) return;
-  for (const BlockPlace& place : store.Contents().Blocks(whole->group))
-    MUST(place.offset + place.size <= whole->bytes.size());
-  store.SetTaken(whole->group);
+  while (const auto block = store.NextBlock()) MUST(block->bytes.size() == block->place.size);
 }
 
 void Receive(Input& input) {

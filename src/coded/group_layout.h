@@ -6,7 +6,7 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
+#include <optional>
 #include <vector>
 
 #include "coded/code/erasure_code.h"
@@ -31,16 +31,44 @@ struct BlockPlace {
   size_t size = 0;
 };
 
+/// The blocks of a group, one after the other; there may be as many as there are empty files.
+class GroupBlocks {
+ public:
+  /// Nothing behind the last one.
+  std::optional<BlockPlace> Next();
+
+ private:
+  friend class GroupLayout;
+  GroupBlocks(const std::vector<FileShape>& shapes, size_t file, uint64_t block)
+      : shapes(&shapes), file(file), block(block) {}
+
+  const std::vector<FileShape>* shapes;
+  size_t file;  ///< Of the next block, from 0 on.
+  uint64_t block;
+  size_t fill = 0;
+};
+
 class GroupLayout {
  public:
   GroupLayout() = default;
   explicit GroupLayout(std::vector<FileShape> shapes);
 
   uint32_t Count() const { return count; }
-  /// The blocks of a group below Count, in order; never none.
-  std::vector<BlockPlace> Blocks(uint32_t group) const;
+  /// The blocks of a group below Count, in order; never none. The layout has to outlive them, in its place.
+  GroupBlocks Blocks(uint32_t group) const;
+  /// Bytes that they have together.
+  size_t BytesIn(uint32_t group) const;
 
  private:
+  /// Where a file stands at the begin of a group behind the one that it begins in.
+  struct Entry {
+    uint64_t block = 0;  ///< Its next one,
+    bool isIn = false;   ///< and whether there is one.
+  };
+  Entry EntryOf(size_t file, uint32_t group) const;
+  /// The first file that begins in this group or behind it.
+  size_t FirstFrom(uint32_t group) const;
+
   struct Start {
     uint32_t group = 0;
     uint32_t fill = 0;  ///< Bytes of the group in front of the file.

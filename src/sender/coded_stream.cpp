@@ -149,40 +149,40 @@ std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::OpenStep& step) {
 /// The group's symbols, filled up with zeroes; no bytes when it need not or cannot be sent, and is left to the repair
 /// behind the stream. Nothing on a read error.
 std::optional<CodedStream::Bytes> CodedStream::ReadGroup(uint32_t group) {
-  const std::vector<BlockPlace> places = contents.Blocks(group);
-  Bytes bytes(SymbolsOf(places.back().offset + places.back().size) * SYMBOL_SIZE);
+  Bytes bytes(SymbolsOf(contents.BytesIn(group)) * SYMBOL_SIZE);
   // In the second pass for who has come late; nobody is told of the same blocks again.
   const bool isAgain = group < readUpTo;
   readUpTo = std::max(readUpTo, group + 1);
   bool isNeeded = isAgain;
   bool isWhole = true;
   std::array<uint8_t, BLOCK_SIZE> block{};
-  for (const BlockPlace& place : places) {
-    const std::string& name = parts.plan.File(place.file).relativeName;
-    if (openFile != place.file) {
+  auto blocks = contents.Blocks(group);
+  while (const auto place = blocks.Next()) {
+    const std::string& name = parts.plan.File(place->file).relativeName;
+    if (openFile != place->file) {
       openFile = 0;
-      if (!OpenForTransfer(source, parts, place.file)) return std::nullopt;
-      openFile = place.file;
+      if (!OpenForTransfer(source, parts, place->file)) return std::nullopt;
+      openFile = place->file;
     }
-    const auto read = source.Read(place.block, block);
+    const auto read = source.Read(place->block, block);
     if (!read || parts.end.IsStopRequested()) return std::nullopt;
     if (read->isShort) {
-      parts.progress.NoteShrunkFile(place.file);
+      parts.progress.NoteShrunkFile(place->file);
       isWhole = false;
     }
-    std::copy_n(block.begin(), read->bytes, bytes.begin() + static_cast<ptrdiff_t>(place.offset));
+    std::copy_n(block.begin(), read->bytes, bytes.begin() + static_cast<ptrdiff_t>(place->offset));
     if (isAgain) {
-      parts.progress.NoteBlock(place.file, true);
+      parts.progress.NoteBlock(place->file, true);
       continue;
     }
-    if (parts.plan.skipped.Has(place.file, place.block)) {
+    if (parts.plan.skipped.Has(place->file, place->block)) {
       parts.progress.NoteSkipped(1);
       continue;
     }
     isNeeded = true;
-    if (parts.plan.listener) parts.plan.listener(place.file, place.block, std::span(block).first(read->bytes));
-    parts.context.PostFileName(place.file, name);
-    parts.progress.NoteBlock(place.file, false);
+    if (parts.plan.listener) parts.plan.listener(place->file, place->block, std::span(block).first(read->bytes));
+    parts.context.PostFileName(place->file, name);
+    parts.progress.NoteBlock(place->file, false);
   }
   return isNeeded && isWhole ? bytes : Bytes{};
 }
@@ -242,7 +242,7 @@ void CodedStream::NoteRepair(uint32_t group) {
   repairBytes += SYMBOL_SIZE;
   if (repairBytes < BLOCK_SIZE || group < catalogueGroups) return;
   repairBytes -= BLOCK_SIZE;
-  parts.progress.NoteBlock(contents.Blocks(group - catalogueGroups).front().file, true);
+  parts.progress.NoteBlock(contents.Blocks(group - catalogueGroups).Next()->file, true);
 }
 
 std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::PollStep& step) {

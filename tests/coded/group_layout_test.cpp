@@ -40,14 +40,16 @@ TEST(GroupLayout, PutsBlocksOneBehindTheOther) {
     const GroupLayout layout(shapes);
     ASSERT_EQ(layout.Count(), expected.size());
     for (uint32_t group = 0; group < layout.Count(); ++group) {
-      const auto places = layout.Blocks(group);
-      ASSERT_EQ(places.size(), expected[group].size()) << run << " " << group;
-      for (size_t i = 0; i < places.size(); ++i) {
-        const BlockPlace &is = places[i], &should = expected[group][i];
-        ASSERT_TRUE(is.file == should.file && is.block == should.block && is.offset == should.offset &&
-                    is.size == should.size)
-            << run << " " << group << " " << i;
+      auto blocks = layout.Blocks(group);
+      for (const BlockPlace& should : expected[group]) {
+        const auto is = blocks.Next();
+        ASSERT_TRUE(is && is->file == should.file && is->block == should.block && is->offset == should.offset &&
+                    is->size == should.size)
+            << run << " " << group << " " << should.file << " " << should.block;
       }
+      ASSERT_FALSE(blocks.Next()) << run << " " << group;
+      const BlockPlace& last = expected[group].back();
+      ASSERT_EQ(layout.BytesIn(group), last.offset + last.size) << run << " " << group;
     }
   }
 }

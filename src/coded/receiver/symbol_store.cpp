@@ -22,8 +22,7 @@ SymbolStore::SymbolStore(const Poll& poll)
 
 size_t SymbolStore::SymbolsIn(uint32_t group) const {
   if (group < catalogueGroups) return SymbolsOf(std::min<size_t>(GROUP_SIZE, catalogueLength - group * GROUP_SIZE));
-  const BlockPlace last = contents.Blocks(group - catalogueGroups).back();
-  return SymbolsOf(last.offset + last.size);
+  return SymbolsOf(contents.BytesIn(group - catalogueGroups));
 }
 
 bool SymbolStore::IsTaken(uint32_t group) const {
@@ -90,9 +89,16 @@ void SymbolStore::SetContents(std::vector<FileShape> shapes) {
   hasContents = true;
 }
 
-std::optional<SymbolStore::Whole> SymbolStore::NextWhole() const {
-  if (whole.empty()) return std::nullopt;
-  return Whole{whole.front() - catalogueGroups, groups.at(whole.front()).bytes};
+std::optional<SymbolStore::Block> SymbolStore::NextBlock() {
+  while (!whole.empty()) {
+    const uint32_t number = whole.front();
+    if (!handing) handing = contents.Blocks(number - catalogueGroups);
+    if (const auto place = handing->Next())
+      return Block{*place, std::span(groups.at(number).bytes).subspan(place->offset, place->size)};
+    handing.reset();
+    SetTaken(number - catalogueGroups);
+  }
+  return std::nullopt;
 }
 
 void SymbolStore::SetTaken(uint32_t group) {

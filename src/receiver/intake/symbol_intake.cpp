@@ -63,26 +63,24 @@ void ReceiveLoop::SetHeldGroupsTaken() {
     if (record.StoredCount() == 0) return;
     const GroupLayout& contents = symbols->Contents();
     for (uint32_t group = 0; group < contents.Count(); ++group) {
-      const auto blocks = contents.Blocks(group);
-      const bool held = std::all_of(blocks.begin(), blocks.end(), [&](const BlockPlace& place) {
-        return record.IsReceived({place.file, place.block});
-      });
-      if (held) symbols->SetTaken(group);
+      auto blocks = contents.Blocks(group);
+      auto place = blocks.Next();
+      while (place && record.IsReceived({place->file, place->block})) place = blocks.Next();
+      if (!place) symbols->SetTaken(group);
     }
   });
 }
 
 ReceiveLoop::Next ReceiveLoop::StoreWholeGroups() {
   if (!symbols) return Next::Continue;
-  for (auto whole = symbols->NextWhole(); whole; whole = symbols->NextWhole()) {
-    if (!session.queue.HasRoomFor(BlockQueue::ROOM - MOST_WAITING)) return Next::Continue;
-    for (const BlockPlace& place : symbols->Contents().Blocks(whole->group)) {
-      const Catalogue::File& file = catalogue.files[place.file - 1];
-      const BlockHead head{place.file, place.block,         file.shape.lastBlock,
-                           1,          file.shape.tailSize, NameField::From(file.name)};
-      if (TakeBlock({head, whole->bytes.subspan(place.offset, place.size), true}) == Next::End) return Next::End;
-    }
-    symbols->SetTaken(whole->group);
+  while (session.queue.HasRoomFor(BlockQueue::ROOM - MOST_WAITING)) {
+    const auto block = symbols->NextBlock();
+    if (!block) break;
+    const BlockPlace& place = block->place;
+    const Catalogue::File& file = catalogue.files[place.file - 1];
+    const BlockHead head{place.file, place.block,         file.shape.lastBlock,
+                         1,          file.shape.tailSize, NameField::From(file.name)};
+    if (TakeBlock({head, block->bytes, true}) == Next::End) return Next::End;
   }
   return Next::Continue;
 }
