@@ -138,6 +138,7 @@ bool Writer::OpenRecvFile(const ReceivedBlock& block) {
   recvFile = std::move(opened.file);
   recvFileName = ToText(mapped.path);
   writeFile = block.head.file;
+  writeName = name;
   return true;
 }
 
@@ -158,6 +159,7 @@ void Writer::WriteOutRun() {
   if (!HasFile()) return;
   const WriteOutcome outcome = recvFile->WriteAt(write.offset, write.bytes);
   if (outcome == WriteOutcome::Done) {
+    if (transfer->listener) transfer->listener(writeFile, writeName, write.firstBlock, write.bytes);
     session.record.With([&](BlockRecord& record) {
       record.Store(transfer->generation, writeFile, write.firstBlock, write.blockCount);
     });
