@@ -24,6 +24,8 @@ from tools import PEERS, TOOLS, Failed, Work
 
 SKIPPED = 77
 TREE_FILES, TREE_SIZES = 2000, (4096, 65536)
+TINY_FILES, TINY_SIZE = 100_000, 1024
+SPARSE_SIZE = 4 << 30
 # The others ask for buffers up to these; this program, as root, is not bound by them.
 BUFFER_LIMITS = ("/proc/sys/net/core/rmem_max", "/proc/sys/net/core/wmem_max")
 BUFFER = 64 << 20
@@ -40,8 +42,9 @@ def parsed():
     parser.add_argument("--mtu", type=several(int), metavar="1500,9000", help="of the link (1500,9000)")
     parser.add_argument("--loss", type=several(float), metavar="0,5", help="percent at each receiver (0,5)")
     parser.add_argument("--lose", choices=("datagrams", "fragments"), default="datagrams", help="of what (datagrams)")
-    parser.add_argument("--data", type=several(str), metavar="file,tree",
-                        help=f"one file, or {TREE_FILES} small ones (file; and a tree to four receivers)")
+    parser.add_argument("--data", type=several(str), metavar="file,tree,tiny,sparse",
+                        help=f"one file, {TREE_FILES} small ones, {TINY_FILES} of {TINY_SIZE} bytes, or one of "
+                             f"{SPARSE_SIZE >> 30} GiB without contents (file; and a tree to four receivers)")
     parser.add_argument("--size", type=int, metavar="MIB", help="of the file (128; 256 with --full)")
     parser.add_argument("--tool", type=several(str), default=list(TOOLS), metavar=",".join(TOOLS), help="(all)")
     parser.add_argument("--rate", default="10G", help="what the sender of quorl-blocks is told (10G)")
@@ -76,6 +79,17 @@ def make_source(directory, data, size):
     if data == "file":
         path = directory / "large.bin"
         write(path, size << 20)
+        return path
+    if data == "sparse":
+        directory.mkdir(exist_ok=True)
+        path = directory / "sparse.bin"
+        with open(path, "wb") as file:
+            file.truncate(SPARSE_SIZE)
+        return path
+    if data == "tiny":
+        path = directory / "tiny"
+        for number in range(TINY_FILES):
+            write(path / f"{number // 1000:03}" / f"{number:06}.bin", TINY_SIZE)
         return path
     path, sizes = directory / "tree", random.Random(1)
     for number in range(TREE_FILES):

@@ -31,6 +31,10 @@ target_include_directories(sodium PRIVATE ${SODIUM_INCLUDE_DIR} ${SODIUM}/src/li
                                           ${CMAKE_BINARY_DIR}/sodium/sodium)
 set(SODIUM_LIBRARY sodium)
 
+quorl_windows_library(xxhash ${QUORL_SOURCES}/xxhash/xxhash.c)
+set(XXHASH_LIBRARY xxhash)
+set(XXHASH_INCLUDE_DIR ${QUORL_SOURCES}/xxhash)
+
 quorl_windows_library(utf8proc ${QUORL_SOURCES}/utf8proc/utf8proc.c)
 target_compile_definitions(utf8proc PUBLIC UTF8PROC_STATIC)
 set(UTF8PROC_LIBRARY utf8proc)

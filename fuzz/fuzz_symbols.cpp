@@ -27,11 +27,8 @@ void CheckAnswer(const Lacks& answer, const Poll& poll) {
 }
 
 void TakeWhole(SymbolStore& store) {
-  const auto whole = store.NextWhole();
-  if (!whole) return;
-  for (const BlockPlace& place : store.Contents().Blocks(whole->group))
-    MUST(place.offset + place.size <= whole->bytes.size());
-  store.SetTaken(whole->group);
+  while (const auto run = store.NextRun())
+    MUST(run->blocks.count > 0 && run->blocks.offset + run->blocks.size <= GROUP_SIZE);
 }
 
 void Receive(Input& input) {

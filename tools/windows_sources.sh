@@ -4,10 +4,10 @@
 # stays.
 set -euo pipefail
 
-PACKAGES=(cli11 fmtlib libsodium utf8proc)
+PACKAGES=(cli11 fmtlib libsodium utf8proc xxhash)
 
 into=$1
-[ ! -f "$into/complete" ] || exit 0
+[ "$(cat "$into/complete" 2>/dev/null)" != "${PACKAGES[*]}" ] || exit 0
 rm -rf "$into"
 mkdir -p "$into/apt/lists/partial" "$into/apt/cache/archives/partial"
 cd "$into"
@@ -26,4 +26,4 @@ own_apt update
 own_apt source "${PACKAGES[@]}"
 for package in "${PACKAGES[@]}"; do mv "$package"-*/ "$package"; done
 rm -rf apt ./*.dsc ./*.tar.*
-touch complete
+echo "${PACKAGES[*]}" >complete

@@ -13,6 +13,7 @@
 #include "cli/show/views.h"
 #include "cli/system/path.h"
 #include "cli/transfer/aftermath.h"
+#include "cli/transfer/block_listening.h"
 #include "cli/transfer/delivery.h"
 #include "cli/transfer/inbox.h"
 #include "cli/transfer/inventory.h"
@@ -86,7 +87,7 @@ class Receiving {
           reception.Conclude(result.interrupted ? FinalVerdict{.status = QUORL_STATUS_LEFT} : VerdictFor(result));
       if (result.interrupted) return Interrupted(end);
       ++rounds;
-      catalogue.reset();
+      ForgetCatalogue();
       if (!receive.keep && !result.notMeant) return Finish(result);
       GoOn(result);
       if (stop != 0) return Interrupted({.kind = RoundEnd::Kind::Interrupted, .signal = stop});
@@ -197,12 +198,15 @@ class Receiving {
   }
 
   ReceiveResult DeliverWhatCame(const RoundEnd& end) {
+    listening.reset();
     checkedBytes = 0;
     bytesToCheck = end.state.blocksExpected * BLOCK_SIZE * (sink && sink->outlet ? 2 : 1);
     DeliveryRules rules;
     rules.move = {receive.existing, receive.sync, true};
     rules.catalogue = end.about && end.about->round != 0 && catalogue ? &*catalogue : nullptr;
     rules.inPlace = inventory.inPlace;
+    // They are of the first announcement; a sender that began anew has sent something else since.
+    rules.arriving = rules.catalogue != nullptr && end.announcements == 1 && arriving ? &*arriving : nullptr;
     rules.allOrNothing = receive.allOrNothing;
     rules.sink = sink ? &*sink : nullptr;
     rules.permissions = receive.permissions;
@@ -218,6 +222,7 @@ class Receiving {
 
   /// What is not well-formed, or by no key of ours, is answered as if nothing were there.
   void TakeCatalogue(const About& about) {
+    ForgetCatalogue();
     catalogue = Manifest();
     inventory = Inventory();
     round = about.round;
@@ -228,6 +233,12 @@ class Receiving {
       if (catalogue && !receive.permissions) ForgetPermissions(*catalogue);
     }
     staging.Discard();
+  }
+
+  void ForgetCatalogue() {
+    listening.reset();
+    arriving.reset();
+    catalogue.reset();
   }
 
   /// Says what is here of the catalogue. False when a signal ended it.
@@ -245,6 +256,9 @@ class Receiving {
     SetHeldBlocks(inventory.held.data(), static_cast<uint32_t>(inventory.held.size()));
     staging.UseKept(inventory.used);
     if (!inventory.used.empty()) reception.UseNextStaging();
+    listening.reset();
+    arriving.emplace(*catalogue, staging.NextPath());
+    listening.emplace(*arriving);
     for (size_t i = 0; i < inventory.runs.size(); i += Have::MOST) {
       const size_t count = std::min(Have::MOST, inventory.runs.size() - i);
       const auto first = inventory.runs.begin() + static_cast<std::ptrdiff_t>(i);
@@ -336,6 +350,8 @@ class Receiving {
   uint8_t round = 0;
   Inventory inventory;
   Recorder recorder;
+  std::optional<ArrivingDigests> arriving;  ///< Of that transfer,
+  std::optional<StoreListening> listening;  ///< as it is stored.
   int signal = 0;
   Clock::time_point saidAt{};
   bool saidNotMeant = false;

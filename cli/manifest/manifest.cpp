@@ -6,8 +6,10 @@
 #include <quorl/quorl.h>
 
 #include <algorithm>
+#include <cassert>
 #include <charconv>
 #include <limits>
+#include <numeric>
 #include <optional>
 #include <set>
 
@@ -16,8 +18,8 @@
 namespace quorl::cli {
 namespace {
 
-constexpr std::string_view HEADER = "quorl-manifest 1\n";
-constexpr std::string_view CATALOGUE_HEADER = "quorl-catalogue 1\n";
+constexpr std::string_view MANIFEST = "quorl-manifest ";
+constexpr std::string_view CATALOGUE = "quorl-catalogue ";
 constexpr size_t LONGEST_NAME = QUORL_NAME_SIZE - 1;
 constexpr size_t LONGEST_LINK = 4095;
 constexpr std::string_view LINK_DIVIDER = "//";
@@ -106,12 +108,25 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) {
   return true;
 }
 
-std::string FormatFile(const ManifestEntry& entry) {
+/// What follows the first word: the version, which says the kind of the digests.
+std::string_view VersionOf(DigestKind kind) {
+  return kind == DigestKind::Xxh3 ? "2 xxh3\n" : "1\n";
+}
+
+/// The first line goes.
+std::optional<DigestKind> TakeHeader(std::string_view& text, std::string_view word) {
+  if (!TakePrefix(text, word)) return std::nullopt;
+  for (const DigestKind kind : {DigestKind::Blake2b, DigestKind::Xxh3})
+    if (TakePrefix(text, VersionOf(kind))) return kind;
+  return std::nullopt;
+}
+
+std::string FormatFile(const ManifestEntry& entry, DigestKind kind) {
   return fmt::format("file {} {}.{:09} {} {} {}\n", entry.size, entry.written.seconds, entry.written.nanoseconds,
                      entry.permissions  ? fmt::format("{:03o}", *entry.permissions)
                      : entry.executable ? "x"
                                         : "-",
-                     ToHex(entry.digest), EscapeName(entry.name));
+                     ToHex(entry.digest, kind), EscapeName(entry.name));
 }
 
 /// The field of a "file" line that says who may do what with it.
@@ -127,7 +142,7 @@ bool ParsePermissions(std::string_view text, ManifestEntry& entry) {
 }
 
 /// The rest of a line after "file ".
-std::optional<ManifestEntry> ParseFile(std::string_view line) {
+std::optional<ManifestEntry> ParseFile(std::string_view line, DigestKind kind) {
   const auto size = Take(line, ' ');
   const auto seconds = Take(line, '.');
   const auto nanoseconds = Take(line, ' ');
@@ -140,7 +155,7 @@ std::optional<ManifestEntry> ParseFile(std::string_view line) {
   const auto secondsValue = ParseNumber<int64_t>(*seconds);
   const std::string_view digits = nanoseconds->substr(std::min(nanoseconds->find_first_not_of('0'), size_t{8}));
   const auto nanosecondsValue = ParseNumber<uint32_t>(digits);
-  const auto digestValue = FromHex(*digest);
+  const auto digestValue = FromHex(*digest, kind);
   auto name = UnescapeName(line);
   if (!sizeValue || !secondsValue || !nanosecondsValue || !digestValue || !name || !IsName(*name)) return std::nullopt;
   if (*secondsValue > LATEST_TIME || *secondsValue < -LATEST_TIME || *nanosecondsValue >= NANOSECONDS)
@@ -172,7 +187,7 @@ bool AddOnly(std::string_view line, Manifest& manifest) {
 }
 
 bool AddFile(std::string_view line, bool isSorted, Manifest& manifest) {
-  auto entry = ParseFile(line);
+  auto entry = ParseFile(line, manifest.kind);
   if (!entry || !manifest.emptyDirectories.empty() || !manifest.links.empty()) return false;
   if (isSorted && !manifest.files.empty() && entry->name <= manifest.files.back().name) return false;
   manifest.files.push_back(std::move(*entry));
@@ -200,8 +215,9 @@ bool AddLink(std::string_view line, Manifest& manifest) {
 }
 
 /// Everything between the header and the seal, which are whole lines.
-std::optional<Manifest> ParseLines(std::string_view text, bool isSorted) {
+std::optional<Manifest> ParseLines(std::string_view text, DigestKind kind, bool isSorted) {
   Manifest manifest;
+  manifest.kind = kind;
   for (bool first = true; auto line = Take(text, '\n'); first = false) {
     const bool good = (first && TakePrefix(*line, "only")) ? AddOnly(*line, manifest)
                       : TakePrefix(*line, "file ")         ? AddFile(*line, isSorted, manifest)
@@ -231,52 +247,88 @@ bool HasRoomForLinks(const Manifest& manifest, std::set<std::string_view> names,
          std::none_of(names.begin(), names.end(), isBeneath);
 }
 
-std::string Format(std::string_view header, const Manifest& manifest, const ManifestKey* key) {
-  std::string text(header);
+/// No key goes with the kind that is not made for it.
+Digest SealOf(std::string_view text, DigestKind kind, const ManifestKey* key) {
+  return kind == DigestKind::Blake2b ? DigestOf(text, key) : DigestOf(text, kind);
+}
+
+/// Of its text, nearly: what a name needs beyond its own bytes is rare.
+size_t LengthOf(const Manifest& manifest) {
+  constexpr size_t HEAD_AND_SEAL = 200, NUMBERS = 48;
+  size_t length = HEAD_AND_SEAL + manifest.files.size() * (NUMBERS + HexLength(manifest.kind));
+  for (const ManifestEntry& entry : manifest.files) length += entry.name.size();
+  return length;
+}
+
+/// The places of the elements in the order of their names; or as they are.
+template <typename Element>
+std::vector<uint32_t> Places(const std::vector<Element>& elements, bool sorted) {
+  const auto name = [&](uint32_t place) -> const std::string& {
+    if constexpr (std::is_same_v<Element, std::string>) {
+      return elements[place];
+    } else {
+      return elements[place].name;
+    }
+  };
+  std::vector<uint32_t> places(elements.size());
+  std::iota(places.begin(), places.end(), 0u);
+  if (sorted) std::sort(places.begin(), places.end(), [&](uint32_t a, uint32_t b) { return name(a) < name(b); });
+  return places;
+}
+
+std::string Format(std::string_view word, const Manifest& manifest, const ManifestKey* key) {
+  assert(key == nullptr || manifest.kind == DigestKind::Blake2b);
+  const bool sorted = word == MANIFEST;
+  std::string text(word);
+  text.reserve(LengthOf(manifest));
+  text += VersionOf(manifest.kind);
   if (!manifest.onlyFor.empty()) text += "only";
   for (const uint32_t address : manifest.onlyFor) text += " " + FormatAddress(address);
   if (!manifest.onlyFor.empty()) text += '\n';
-  for (const ManifestEntry& entry : manifest.files) text += FormatFile(entry);
-  for (const std::string& name : manifest.emptyDirectories) text += "dir " + EscapeName(name) + "\n";
-  for (const ManifestLink& link : manifest.links)
+  for (const uint32_t place : Places(manifest.files, sorted)) text += FormatFile(manifest.files[place], manifest.kind);
+  for (const uint32_t place : Places(manifest.emptyDirectories, sorted))
+    text += "dir " + EscapeName(manifest.emptyDirectories[place]) + "\n";
+  for (const uint32_t place : Places(manifest.links, sorted)) {
+    const ManifestLink& link = manifest.links[place];
     text += fmt::format("link {}{}{}\n", EscapeName(link.name), LINK_DIVIDER, EscapeName(link.leadsTo));
-  return text + fmt::format("seal {} {}\n", key != nullptr ? "keyed" : "plain", ToHex(DigestOf(text, key)));
+  }
+  text += fmt::format("seal {} {}\n", key != nullptr ? "keyed" : "plain",
+                      ToHex(SealOf(text, manifest.kind, key), manifest.kind));
+  return text;
 }
 
-std::variant<ReadManifest, std::string> Parse(std::string_view header, std::string_view text, const ManifestKey* key) {
-  constexpr size_t SEAL_LENGTH = std::string_view("seal keyed \n").size() + 2 * Digest{}.size();
+std::variant<ReadManifest, std::string> Parse(std::string_view word, std::string_view text, const ManifestKey* key) {
   if (text.size() > MANIFEST_LIMIT) return "the manifest is too large";
-  if (text.size() < header.size() + SEAL_LENGTH || !text.starts_with(header)) return "it is no manifest";
-  std::string_view seal = text.substr(text.size() - SEAL_LENGTH);
-  const std::string_view sealed = text.substr(0, text.size() - SEAL_LENGTH);
-  const bool keyed = seal.starts_with("seal keyed ");
+  std::string_view lines = text;
+  const auto kind = TakeHeader(lines, word);
+  const size_t sealLength = std::string_view("seal keyed \n").size() + HexLength(kind.value_or(DigestKind::Blake2b));
+  if (!kind || lines.size() < sealLength) return "it is no manifest";
+  std::string_view seal = text.substr(text.size() - sealLength);
+  const std::string_view sealed = text.substr(0, text.size() - sealLength);
+  lines.remove_suffix(sealLength);
+  const bool keyed = *kind == DigestKind::Blake2b && seal.starts_with("seal keyed ");
   if ((!keyed && !seal.starts_with("seal plain ")) || !seal.ends_with('\n') || !sealed.ends_with('\n'))
     return "the manifest has no seal";
   seal.remove_prefix(std::string_view("seal keyed ").size());
   seal.remove_suffix(1);
-  const auto digest = FromHex(seal);
+  const auto digest = FromHex(seal, *kind);
   if (key != nullptr && !keyed) return "the manifest is not sealed with a key";
   const bool checked = key != nullptr || !keyed;
-  if (!digest || (checked && !IsSame(*digest, DigestOf(sealed, key))))
+  if (!digest || (checked && !IsSame(*digest, SealOf(sealed, *kind, key))))
     return keyed ? "the manifest is sealed with another key, or was changed" : "the manifest was changed";
-  auto manifest = ParseLines(sealed.substr(header.size()), header == HEADER);
+  auto manifest = ParseLines(lines, *kind, word == MANIFEST);
   if (!manifest || !IsWellFormed(*manifest)) return "the manifest is not well-formed";
   return ReadManifest{std::move(*manifest), !checked ? Seal::Unchecked : keyed ? Seal::Keyed : Seal::Plain};
 }
 
 }  // namespace
 
-std::string FormatManifest(Manifest manifest, const ManifestKey* key) {
-  std::sort(manifest.files.begin(), manifest.files.end(),
-            [](const auto& left, const auto& right) { return left.name < right.name; });
-  std::sort(manifest.emptyDirectories.begin(), manifest.emptyDirectories.end());
-  std::sort(manifest.links.begin(), manifest.links.end(),
-            [](const auto& left, const auto& right) { return left.name < right.name; });
-  return Format(HEADER, manifest, key);
+std::string FormatManifest(const Manifest& manifest, const ManifestKey* key) {
+  return Format(MANIFEST, manifest, key);
 }
 
 std::string FormatCatalogue(const Manifest& catalogue, const ManifestKey* key) {
-  return Format(CATALOGUE_HEADER, catalogue, key);
+  return Format(CATALOGUE, catalogue, key);
 }
 
 void ForgetPermissions(Manifest& manifest) {
@@ -299,11 +351,11 @@ bool IsWellFormed(const Manifest& manifest) {
 }
 
 std::variant<ReadManifest, std::string> ParseManifest(std::string_view text, const ManifestKey* key) {
-  return Parse(HEADER, text, key);
+  return Parse(MANIFEST, text, key);
 }
 
 std::variant<ReadManifest, std::string> ParseCatalogue(std::string_view text, const ManifestKey* key) {
-  return Parse(CATALOGUE_HEADER, text, key);
+  return Parse(CATALOGUE, text, key);
 }
 
 }  // namespace quorl::cli

@@ -36,6 +36,7 @@ struct ManifestLink {
 };
 
 struct Manifest {
+  DigestKind kind = DigestKind::Blake2b;
   std::vector<uint32_t> onlyFor;  ///< Network byte order; empty: for everyone.
   std::vector<ManifestEntry> files;
   std::vector<std::string> emptyDirectories;  ///< Names as those of files.
@@ -54,10 +55,11 @@ struct Manifest {
 /// with one "file" line for each file, one "dir" line for each directory without files and one "link" line for each
 /// symbolic link, each kind in the order of the names, byte by byte, and "only" only when it is not for everyone.
 /// Permissions are three octal digits. In names, control bytes and backslashes are written as \xNN. The seal, "plain"
-/// without a key, is the digest of all lines above it.
-std::string FormatManifest(Manifest manifest, const ManifestKey* key);
+/// without a key, is the digest of all lines above it. Digests are BLAKE2b; in a manifest that begins with
+/// "quorl-manifest 2 xxh3" they are XXH3 of 128 bits, the seal's as well, and there is no key.
+std::string FormatManifest(const Manifest& manifest, const ManifestKey* key);
 
-/// The same in the order in which the files travel, and with "quorl-catalogue 1" in the first line.
+/// The same in the order in which the files travel, and with "quorl-catalogue" in the first line.
 std::string FormatCatalogue(const Manifest& catalogue, const ManifestKey* key);
 
 /// The name under which a receiver stores a file: some characters are deleted from it.
@@ -82,6 +84,7 @@ enum class Seal {
   Unchecked,  ///< Keyed, and no key was given to check it.
 };
 
+/// A manifest as it was read.
 struct ReadManifest {
   Manifest manifest;
   Seal seal = Seal::Plain;

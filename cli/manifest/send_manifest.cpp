@@ -35,14 +35,14 @@ Failure NoManifest(const std::string& why) {
 
 }  // namespace
 
-std::optional<ManifestEntry> ReadEntry(const ManifestSource& source, const DigestProgress& progress) {
+std::optional<ManifestEntry> ReadEntry(const ManifestSource& source, DigestKind kind, const DigestProgress& progress) {
   OpenedFile file = OpenedFile::Open(source.path);
   if (file.Why().kind == SystemError::Kind::NotAFile)
     throw CannotList(source.path, "it is not a regular file any more");
   const auto before = file ? file.Stamp() : std::nullopt;
   if (!before) throw CannotList(source.path, file.Why().text);
   bool ended = false;
-  const auto read = DigestOfFile(file, [&](uint64_t bytes) {
+  const auto read = DigestOfFile(file, kind, [&](uint64_t bytes) {
     ended = progress && !progress(bytes);
     return !ended;
   });
@@ -58,8 +58,9 @@ SendManifest::SendManifest(const SendPlan& plan, const std::string& keyFile, boo
   if (!keyFile.empty()) key = ReadKeyFile(keyFile);
 }
 
-void SendManifest::List(const SourceWatch& watch) {
+void SendManifest::List(const SourceWatch& watch, DigestKind kind) {
   Manifest next;
+  next.kind = key ? DigestKind::Blake2b : kind;
   next.emptyDirectories = plan.emptyDirectories;
   next.links = plan.links;
   // In the order of a manifest already, where files are in that of the transfer.
@@ -70,8 +71,9 @@ void SendManifest::List(const SourceWatch& watch) {
     if (!stamp) throw CannotList(plan.PathOf(plan.files[i]), watch.ChangeOf(i));
     ManifestEntry entry{plan.files[i].name, stamp->size, Digest{}, stamp->written, stamp->executable, {}};
     if (permissions) entry.permissions = stamp->permissions;
-    if (i < manifest.files.size() && manifest.files[i].size == entry.size && manifest.files[i].written == entry.written)
-      entry.digest = manifest.files[i].digest;
+    const ManifestEntry* const last = i < manifest.files.size() ? &manifest.files[i] : nullptr;
+    const bool isAsItWas = last != nullptr && last->size == entry.size && last->written == entry.written;
+    if (isAsItWas && manifest.kind == next.kind) entry.digest = last->digest;
     next.files.push_back(std::move(entry));
   }
   // What a receiver would not accept is better found here.
@@ -87,7 +89,7 @@ int SendManifest::Read(const std::vector<size_t>& files, Inbox& inbox, Reporter&
   for (const size_t file : files) {
     ManifestEntry& entry = manifest.files[file];
     if (entry.digest != Digest{}) continue;
-    auto read = ReadEntry({plan.PathOf(plan.files[file]), entry.name}, [&](uint64_t count) {
+    auto read = ReadEntry({plan.PathOf(plan.files[file]), entry.name}, manifest.kind, [&](uint64_t count) {
       view.Add(count);
       if (reporter.WantsProgress()) reporter.Progress(view.Show(reporter.Width()));
       signal = inbox.SignalWithin(0ms);

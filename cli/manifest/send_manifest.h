@@ -22,7 +22,7 @@ struct ManifestSource {
 
 /// Reads it; nothing when `progress` ended the work. Throws a Failure for a file that cannot be read, or changes while
 /// it is read.
-std::optional<ManifestEntry> ReadEntry(const ManifestSource& source, const DigestProgress& progress);
+std::optional<ManifestEntry> ReadEntry(const ManifestSource& source, DigestKind kind, const DigestProgress& progress);
 
 /// The manifest of what is sent, from reading the files to the file that travels with them.
 class SendManifest {
@@ -31,8 +31,9 @@ class SendManifest {
   /// travel.
   SendManifest(const SendPlan& plan, const std::string& keyFile, bool permissions);
 
-  /// Takes the files as they are now; digests of those that are as they were stay. Throws a Failure.
-  void List(const SourceWatch& watch);
+  /// Takes the files as they are now; digests of those that are as they were stay. `kind`: the one that everybody
+  /// understands; with a key it is always BLAKE2b. Throws a Failure.
+  void List(const SourceWatch& watch, DigestKind kind);
   Manifest& Listed() { return manifest; }
 
   /// Reads these files, by their places in the plan, unless their digests are known, and shows how far that is. The

@@ -19,7 +19,7 @@ void StreamDigests::Take(uint32_t file, uint32_t block, std::span<const uint8_t>
   const size_t index = file - 1;
   if (index >= wanted.size() || !wanted[index]) return;
   ManifestEntry& entry = manifest.files[index];
-  if (block == 0) digest = RunningDigest();
+  if (block == 0) digest = RunningDigest(manifest.kind);
   digest.Add(bytes);
   if (block != entry.size / BLOCK_SIZE) return;
   wanted[index] = false;

@@ -36,7 +36,7 @@ class StreamDigests {
   const Source source;
   std::vector<bool> wanted;
   size_t open = 0;
-  RunningDigest digest;
+  RunningDigest digest{manifest.kind};
   std::mutex lock;
   std::vector<RunningDigests::One> news;
 };

@@ -1,5 +1,5 @@
-// The receiver's side of the manifest: is what arrived what was sent? Every file is read once more, from where it was
-// received, before any of it gets its name.
+// The receiver's side of the manifest: is what arrived what was sent? A file of which nobody has made the digest while
+// it was written is read once more, from where it was received, before it gets its name.
 #include "cli/manifest/verify.h"
 
 #include <algorithm>
@@ -12,10 +12,17 @@ namespace {
 
 class Verifier {
  public:
-  Verifier(const Directory& staging, const StagedTree& tree, const InPlace& inPlace, const DigestProgress& progress)
-      : staging(staging), tree(tree), inPlace(inPlace), progress(progress), listed(tree.files.size()) {}
+  Verifier(const Directory& staging, const StagedTree& tree, const Manifest& manifest, const InPlace& inPlace,
+           const DigestProgress& progress, const ArrivingDigests* arrived)
+      : staging(staging),
+        tree(tree),
+        manifest(manifest),
+        inPlace(inPlace),
+        progress(progress),
+        arrived(arrived != nullptr && arrived->Kind() == manifest.kind ? arrived : nullptr),
+        listed(tree.files.size()) {}
 
-  std::optional<Verification> Run(const Manifest& manifest) {
+  std::optional<Verification> Run() {
     for (const ManifestEntry& entry : manifest.files) {
       Check(entry);
       if (ended) return std::nullopt;
@@ -50,13 +57,25 @@ class Verifier {
     if (entry.digest == Digest{}) return Differ(entry.name, "changed while it was sent");
     if (found->size != entry.size) return Differ(entry.name, "has another size");
     OpenedFile file = staging.Read(name);
-    const auto read = file ? DigestOfFile(file, [this](uint64_t bytes) { return Continue(bytes); }) : std::nullopt;
-    if (ended) return;
-    if (!read) return Differ(entry.name, file.Why().text);
-    if (!IsSame(read->digest, entry.digest)) return Differ(entry.name, "has another content");
+    if (!file) return Differ(entry.name, file.Why().text);
+    if (!HasArrivedAs(entry) && !IsReadAs(entry, file)) return;
     if (const SystemError error = file.Describe(entry.written, entry.executable, entry.permissions))
       return Differ(entry.name, error.text);
     result.verified.files.push_back(*found);
+  }
+
+  bool HasArrivedAs(const ManifestEntry& entry) {
+    const auto digest = arrived != nullptr ? arrived->Find(entry.name) : std::nullopt;
+    return digest && IsSame(*digest, entry.digest) && Continue(entry.size);
+  }
+
+  bool IsReadAs(const ManifestEntry& entry, OpenedFile& file) {
+    if (ended) return false;
+    const auto read = DigestOfFile(file, manifest.kind, [this](uint64_t bytes) { return Continue(bytes); });
+    if (ended) return false;
+    const bool isRight = read && IsSame(read->digest, entry.digest);
+    if (!isRight) Differ(entry.name, read ? "has another content" : file.Why().text);
+    return isRight;
   }
 
   bool Continue(uint64_t bytes) {
@@ -68,8 +87,10 @@ class Verifier {
 
   const Directory& staging;
   const StagedTree& tree;
+  const Manifest& manifest;
   const InPlace& inPlace;
   const DigestProgress& progress;
+  const ArrivingDigests* const arrived;
   std::vector<bool> listed;
   bool ended = false;
   Verification result;
@@ -90,8 +111,9 @@ std::optional<std::variant<ReadManifest, std::string>> FindManifest(const Direct
 }
 
 std::optional<Verification> VerifyTree(const Directory& staging, const StagedTree& tree, const Manifest& manifest,
-                                       const InPlace& inPlace, const DigestProgress& progress) {
-  return Verifier(staging, tree, inPlace, progress).Run(manifest);
+                                       const InPlace& inPlace, const DigestProgress& progress,
+                                       const ArrivingDigests* arrived) {
+  return Verifier(staging, tree, manifest, inPlace, progress, arrived).Run();
 }
 
 }  // namespace quorl::cli

@@ -6,6 +6,7 @@
 #include <variant>
 #include <vector>
 
+#include "cli/manifest/arriving_digests.h"
 #include "cli/manifest/manifest.h"
 #include "cli/staging/tree.h"
 
@@ -27,8 +28,9 @@ std::optional<std::variant<ReadManifest, std::string>> FindManifest(const Direct
                                                                     const ManifestKey* key);
 
 /// Compares every file in `staging` with the manifest, and gives those that are right their modification time and
-/// executable bit. Nothing when `progress` ended the work.
+/// executable bit. `arrived`: digests that need not be made, if there are any. Nothing when `progress` ended the work.
 std::optional<Verification> VerifyTree(const Directory& staging, const StagedTree& tree, const Manifest& manifest,
-                                       const InPlace& inPlace, const DigestProgress& progress);
+                                       const InPlace& inPlace, const DigestProgress& progress,
+                                       const ArrivingDigests* arrived = nullptr);
 
 }  // namespace quorl::cli

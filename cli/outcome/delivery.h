@@ -36,9 +36,10 @@ struct RoundEnd {
   };
   Kind kind = Kind::Over;
   bool announced = false;
-  bool stopped = false;       ///< By the sender.
-  uint32_t status = 0;        ///< The QUORL_STATUS_ that ended it.
-  std::string suggestedPath;  ///< What the sender suggests to open; empty: nothing.
+  uint32_t announcements = 0;  ///< Of this transfer, and of those before it that were begun anew.
+  bool stopped = false;        ///< By the sender.
+  uint32_t status = 0;         ///< The QUORL_STATUS_ that ended it.
+  std::string suggestedPath;   ///< What the sender suggests to open; empty: nothing.
   int signal = 0;
   QuorlReceiveState state{};
   std::optional<About> about;          ///< What the sender said of it before; nothing of an older one.

@@ -149,12 +149,12 @@ void Staging::Prepare(const std::function<bool(const std::string& path)>& use) {
   ++prepared;
   if (usesKept) {
     next = keptName;
-    if (!use(path + "/" + next)) throw Unusable(Exit::LocalFiles, path, "it has been removed");
+    if (!use(NextPath())) throw Unusable(Exit::LocalFiles, path, "it has been removed");
     return;
   }
   next = NewName();
   if (const SystemError error = target.MakePrivate(next)) throw Unusable(Exit::LocalFiles, path, error.text);
-  const bool usable = use(path + "/" + next);
+  const bool usable = use(NextPath());
   target.Remove(next);
   if (!usable) throw Unusable(Exit::LocalFiles, path, "it has been removed, or its name holds a backslash");
 }

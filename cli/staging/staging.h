@@ -30,7 +30,8 @@ class Staging {
 
   const std::string& Path() const { return path; }  ///< Of the directory that files are delivered into.
   const Directory& Target() const { return target; }
-  size_t Prepared() const { return prepared; }  ///< How often Prepare was called.
+  std::string NextPath() const { return path + "/" + next; }  ///< Of the staging directory of the next transfer.
+  size_t Prepared() const { return prepared; }                ///< How often Prepare was called.
   size_t StaleRemoved() const { return staleRemoved; }
 
   /// What a broken transfer has left, and where; nothing of it while another receiver goes on from it.

@@ -46,6 +46,8 @@ class OpenedFile {
 
   /// Fills `into` with what comes next: less of it only at the end of the file, nothing when the file cannot be read.
   std::optional<size_t> Read(std::span<char> into);
+  /// What comes next begins there.
+  void SkipTo(uint64_t position);
   std::optional<FileStamp> Stamp() const;
 
   /// Sets when it was written, and who may read, write and run it, its owner read in any case; without permissions,

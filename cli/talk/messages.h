@@ -23,6 +23,7 @@ enum Capability : uint32_t {
   TAKES_LINKS = 8,      ///< Takes a manifest with links and permissions.
   TELLS_INTAKE = 16,    ///< Of a receiver: says what it loses of a stream that runs.
   HEARS_INTAKE = 32,    ///< Of a sender: wants to know.
+  TAKES_XXH3 = 64,      ///< Takes a manifest with digests of that kind.
 };
 
 using Bytes = std::vector<uint8_t>;

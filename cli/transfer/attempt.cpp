@@ -24,12 +24,19 @@ constexpr uint32_t TARGET_IS_A_PATH = QUORL_TARGET_IS_PATH;
 constexpr uint64_t WORTH_AGREEING = 32'000'000;
 constexpr size_t MOST_NAMED = 5;  // receivers, in one line
 
-/// Whether everybody takes the catalogue first and the manifest last. With anybody else in the room everything is
-/// read before, and streamed.
-bool AllTakeCatalogue() {
+bool AllAreAbleTo(Capability capability) {
   const auto rows = RowsNow();
-  return std::all_of(rows.begin(), rows.end(),
-                     [](const auto& row) { return (row.capabilities & TAKES_CATALOGUE) != 0; });
+  return std::all_of(rows.begin(), rows.end(), [=](const auto& row) { return (row.capabilities & capability) != 0; });
+}
+
+/// Whether the catalogue travels first and the manifest last. With anybody in the room who does not know that,
+/// everything is read before, and streamed.
+bool AllTakeCatalogue() {
+  return AllAreAbleTo(TAKES_CATALOGUE);
+}
+
+DigestKind KindForAll() {
+  return AllAreAbleTo(TAKES_XXH3) ? DigestKind::Xxh3 : DigestKind::Blake2b;
 }
 
 }  // namespace
@@ -52,7 +59,7 @@ bool Attempts::ReadsFirst() const {
 
 int Attempts::ReadAll() {
   watch.Begin();
-  manifest->List(watch);
+  manifest->List(watch, KindForAll());
   return manifest->ReadAll(inbox, reporter);
 }
 
@@ -86,7 +93,7 @@ void Attempts::Run(const std::vector<uint32_t>& only, SendTally& tally) {
   SetRate();
   watch.Begin();
   if (manifestLast) {
-    manifest->List(watch);
+    manifest->List(watch, KindForAll());
     if (IsWorthAgreeing()) agreed = Agreement(plan, *manifest, inbox, reporter).Reach(only);
   } else if (manifest) {
     agreed.signal = ReadAll();
@@ -126,9 +133,10 @@ void Attempts::Run(const std::vector<uint32_t>& only, SendTally& tally) {
 
 /// What was agreed on goes by the places of the files in the selection.
 void Attempts::CheckSelection() {
+  const SendPlan planNow = look();
   // It stays: the library goes by what the latest plan excludes.
-  planNow = look();
-  const auto& files = planNow->files;
+  exclusion = planNow.exclusion;
+  const auto& files = planNow.files;
   const bool isSame = std::equal(files.begin(), files.end(), plan.files.begin(), plan.files.end(),
                                  [](const auto& one, const auto& other) { return one.name == other.name; });
   if (isSame) return;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -69,7 +70,7 @@ class Attempts {
   Reporter& reporter;
   std::function<SendPlan()> look;
   std::optional<SendManifest> manifest;
-  std::optional<SendPlan> planNow;  ///< Looked through once more before it travels.
+  std::shared_ptr<const Exclusion> exclusion;  ///< In force since the selection was looked through once more.
   SourceWatch watch{plan};
   uint64_t streamed = 0;
   uint32_t rate = send.rate;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cli/manifest/arriving_digests.h"
 #include "cli/manifest/stream_digests.h"
 
 namespace quorl::cli {
@@ -11,6 +12,19 @@ class BlockListening {
   ~BlockListening();
   BlockListening(const BlockListening&) = delete;
   BlockListening& operator=(const BlockListening&) = delete;
+
+ private:
+  struct Gate;
+  Gate& gate;
+};
+
+/// Lets digests hear what is stored of the transfer that is announced next, as long as this lives.
+class StoreListening {
+ public:
+  explicit StoreListening(ArrivingDigests& digests);
+  ~StoreListening();
+  StoreListening(const StoreListening&) = delete;
+  StoreListening& operator=(const StoreListening&) = delete;
 
  private:
   struct Gate;

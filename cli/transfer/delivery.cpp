@@ -114,7 +114,8 @@ class Delivering {
   }
 
   Action Verify() {
-    auto verification = VerifyTree(directory, tree, manifest.manifest, rules.inPlace, rules.progress);
+    if (rules.arriving != nullptr) rules.arriving->Finish(tree);
+    auto verification = VerifyTree(directory, tree, manifest.manifest, rules.inPlace, rules.progress, rules.arriving);
     result.interrupted = !verification;
     if (!verification) return Action::Discard;
     result.seal = manifest.seal;

@@ -39,6 +39,7 @@ struct DeliveryRules {
   const ManifestKey* key = nullptr;
   const Manifest* catalogue = nullptr;  ///< Of what was to come; null: none is known.
   InPlace inPlace;
+  ArrivingDigests* arriving = nullptr;  ///< Of what has come; null: all of it is read.
   bool allOrNothing = false;
   bool permissions = true;  ///< Those of the manifest are given to the files.
   Sink* sink = nullptr;     ///< Where one file goes; null: everything goes to its names.

@@ -12,10 +12,14 @@ namespace {
 
 class Taking {
  public:
-  Taking(const Directory& target, const Staging& staging, const InventoryRules& rules)
-      : target(target), kept(staging.KeptDirectory()), record(staging.KeptFiles()), rules(rules) {}
+  Taking(const Manifest& catalogue, const Staging& staging, const InventoryRules& rules)
+      : catalogue(catalogue),
+        target(staging.Target()),
+        kept(staging.KeptDirectory()),
+        record(staging.KeptFiles()),
+        rules(rules) {}
 
-  Inventory Run(const Manifest& catalogue) {
+  Inventory Run() {
     for (size_t i = 0; i < catalogue.files.size() && !ended; ++i)
       Look(static_cast<uint32_t>(i + 1), catalogue.files[i]);
     inventory.isWhole = !ended;
@@ -58,7 +62,7 @@ class Taking {
     if (!stamp || stamp->size != entry.size) return Alike::No;
     if (quick) return stamp->written == entry.written ? Alike::Yes : Alike::No;
     if (entry.digest == Digest{}) return Alike::Unknown;
-    const auto read = DigestOfFile(file, [this](uint64_t bytes) {
+    const auto read = DigestOfFile(file, catalogue.kind, [this](uint64_t bytes) {
       ended = rules.progress && !rules.progress(bytes);
       return !ended;
     });
@@ -85,6 +89,7 @@ class Taking {
     }
   }
 
+  const Manifest& catalogue;
   const Directory& target;
   const Directory kept;
   const Kept& record;
@@ -96,7 +101,7 @@ class Taking {
 }  // namespace
 
 Inventory TakeInventory(const Manifest& catalogue, const Staging& staging, const InventoryRules& rules) {
-  return Taking(staging.Target(), staging, rules).Run(catalogue);
+  return Taking(catalogue, staging, rules).Run();
 }
 
 }  // namespace quorl::cli

@@ -92,7 +92,7 @@ bool Reception::Open() {
   SetProfile(options.coded ? 2 : 1);
   SetSender(options.from);
   const bool hasSomething = !staging.Target().Names().value_or(std::vector<std::string>()).empty();
-  SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE | TAKES_LINKS | TELLS_INTAKE |
+  SetCapabilities(TELLS_VERDICT | TAKES_CATALOGUE | TAKES_LINKS | TELLS_INTAKE | TAKES_XXH3 |
                   (hasSomething ? uint32_t{HAS_SOMETHING} : 0));
   UseNextStaging();
   if (InitClient(inbox.Window(), venue.group, venue.port, venue.interface.address) == 0) return false;
@@ -148,6 +148,7 @@ RoomOnDisk Reception::LookAtDisk(const QuorlReceiveState& state) {
 /// While everything goes well the receiver stays open: its sender is still to hear what became of it.
 RoundEnd Reception::Ended(RoundEnd end) {
   end.announced = announced;
+  end.announcements = announcements;
   end.state = State();
   const auto patience = Clock::now() + LAST_WORDS;
   const bool mayLearnWhy =
@@ -218,6 +219,7 @@ std::optional<RoundEnd> Reception::Begin() {
   staging.Begin();
   UseNextStaging();
   announced = true;
+  ++announcements;
   announcement.Begin(about);
   changed.clear();
   over.reset();

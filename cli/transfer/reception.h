@@ -70,6 +70,7 @@ class Reception {
   std::function<bool()> hasMoved;
   ReceiveView view;
   bool announced = false;
+  uint32_t announcements = 0;
   uint64_t fragmentsBefore = 0;  ///< Refused by this machine before the transfer.
   IntakeReport intake;
   bool otherSaid = false;

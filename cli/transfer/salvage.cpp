@@ -64,7 +64,7 @@ Salvaged Salvage(Staging& staging, const Manifest& catalogue, const InPlace& inP
     if (found == files.end() || !found->second.IsWhole()) continue;
     const std::string name = StoredName(entry.name);
     OpenedFile file = from.Read(name);
-    const auto read = file ? DigestOfFile(file, nullptr) : std::nullopt;
+    const auto read = file ? DigestOfFile(file, catalogue.kind, nullptr) : std::nullopt;
     const bool isRight = read && read->size == entry.size && IsSame(read->digest, digest);
     if (isRight && !file.Describe(entry.written, entry.executable, entry.permissions)) {
       whole.files.push_back({name, entry.size});

@@ -167,6 +167,7 @@ class Survey {
 
   /// Once everything is known that they can lead to.
   void SettleLinks() {
+    if (plan.links.empty()) return;
     Manifest manifest;
     for (const PlannedFile& file : plan.files) manifest.files.push_back({.name = file.name});
     manifest.emptyDirectories = plan.emptyDirectories;

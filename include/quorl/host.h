@@ -228,6 +228,14 @@ QUORL_EXPORT uint32_t QUORL_CALL SetBlockListener(QuorlBlockProc proc, void* con
    sender that asked latest who listens, before it asks again. 1; 0 as SetSkippedBlocks. */
 QUORL_EXPORT uint32_t QUORL_CALL SetHeldBlocks(const QuorlBlocks* blocks, uint32_t count);
 
+/* Receiver: hears of what has been written into the files of a transfer, whole blocks of one file from `first` on, on
+   the writer's thread and before they count as stored; the same blocks again when they have come again. name: as
+   currentFile. Once GetReceiveState says that the transfer is complete it has heard of everything. NULL: nobody. For
+   the next transfer that is announced, alone. Always 1. */
+typedef void(QUORL_CALL* QuorlStoreProc)(void* context, uint32_t file, const char* name, uint32_t first,
+                                         const uint8_t* bytes, uint32_t length);
+QUORL_EXPORT uint32_t QUORL_CALL SetStoreListener(QuorlStoreProc proc, void* context);
+
 /* Receiver: what is on the disk of the latest transfer, in ascending order, also after DeInitClient. Fills at most
    capacity elements, returns how many there are. */
 QUORL_EXPORT uint32_t QUORL_CALL GetStoredBlocks(QuorlBlocks* blocks, uint32_t capacity);

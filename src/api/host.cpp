@@ -371,6 +371,19 @@ uint32_t SetHeldBlocks(const QuorlBlocks* blocks, uint32_t count) {
   });
 }
 
+uint32_t SetStoreListener(QuorlStoreProc proc, void* context) {
+  return Guarded(DONE, [&] {
+    quorl::StoreListener listener;
+    if (proc != nullptr) {
+      listener = [=](uint32_t file, const std::string& name, uint32_t first, std::span<const uint8_t> bytes) {
+        proc(context, file, name.c_str(), first, bytes.data(), static_cast<uint32_t>(bytes.size()));
+      };
+    }
+    Client().SetStoreListener(std::move(listener));
+    return DONE;
+  });
+}
+
 uint32_t GetStoredBlocks(QuorlBlocks* blocks, uint32_t capacity) {
   return Guarded(FAILED, [&] {
     const std::vector<quorl::BlockRange> stored = Client().StoredBlocks();

@@ -30,37 +30,63 @@ GroupLayout::GroupLayout(std::vector<FileShape> files) : shapes(std::move(files)
   }
 }
 
-std::vector<BlockPlace> GroupLayout::Blocks(uint32_t group) const {
+size_t GroupLayout::FirstFrom(uint32_t group) const {
+  const auto first = std::lower_bound(starts.begin(), starts.end(), group,
+                                      [](const Start& start, uint32_t wanted) { return start.group < wanted; });
+  return static_cast<size_t>(first - starts.begin());
+}
+
+GroupLayout::Entry GroupLayout::EntryOf(size_t file, uint32_t group) const {
+  const FileShape& shape = shapes[file];
+  const Start& start = starts[file];
+  const size_t fit = (GROUP_SIZE - start.fill) / BLOCK_SIZE;
+  const uint32_t groupsBefore = group - start.group - 1;
+  const uint64_t block = fit + uint64_t{groupsBefore} * BLOCKS_PER_GROUP;
+  const size_t fillBefore = groupsBefore == 0 ? start.fill + fit * BLOCK_SIZE : BLOCKS_PER_GROUP * BLOCK_SIZE;
+  const bool tailWasBefore = block == shape.lastBlock && fillBefore + shape.tailSize <= GROUP_SIZE;
+  return {block, block <= shape.lastBlock && !tailWasBefore};
+}
+
+GroupRuns GroupLayout::Runs(uint32_t group) const {
   // The last file that begins before this group goes on in it, or ends before it; then the next one begins it.
-  const auto behind = std::lower_bound(starts.begin(), starts.end(), group,
-                                       [](const Start& start, uint32_t wanted) { return start.group < wanted; });
-  auto file = static_cast<size_t>(behind - starts.begin());
-  uint64_t block = 0;
-  if (file > 0) {
-    const FileShape& shape = shapes[file - 1];
-    const Start& start = starts[file - 1];
-    const size_t fit = (GROUP_SIZE - start.fill) / BLOCK_SIZE;
-    const uint32_t groupsBefore = group - start.group - 1;
-    const uint64_t first = fit + uint64_t{groupsBefore} * BLOCKS_PER_GROUP;
-    const size_t fillBefore = groupsBefore == 0 ? start.fill + fit * BLOCK_SIZE : BLOCKS_PER_GROUP * BLOCK_SIZE;
-    const bool tailWasBefore = first == shape.lastBlock && fillBefore + shape.tailSize <= GROUP_SIZE;
-    if (first <= shape.lastBlock && !tailWasBefore) {
-      --file;
-      block = first;
-    }
+  const size_t file = FirstFrom(group);
+  const Entry entry = file > 0 ? EntryOf(file - 1, group) : Entry{};
+  return entry.isIn ? GroupRuns(shapes, file - 1, entry.block) : GroupRuns(shapes, file, 0);
+}
+
+// All files but the last that begins in the group, or goes on in it, end in it.
+size_t GroupLayout::BytesIn(uint32_t group) const {
+  const size_t file = FirstFrom(group + 1) - 1;
+  const FileShape& shape = shapes[file];
+  const bool beginsHere = starts[file].group == group;
+  const uint64_t block = beginsHere ? 0 : EntryOf(file, group).block;
+  const size_t fill = beginsHere ? starts[file].fill : 0;
+  const uint64_t full = std::min<uint64_t>(shape.lastBlock - block, (GROUP_SIZE - fill) / BLOCK_SIZE);
+  const size_t end = fill + static_cast<size_t>(full) * BLOCK_SIZE;
+  const bool hasTail = block + full == shape.lastBlock && end + shape.tailSize <= GROUP_SIZE;
+  return hasTail ? end + shape.tailSize : end;
+}
+
+std::optional<BlockRun> GroupRuns::Next() {
+  if (file == shapes->size()) return std::nullopt;
+  const FileShape& shape = (*shapes)[file];
+  const uint64_t full = std::min<uint64_t>(shape.lastBlock - block, (GROUP_SIZE - fill) / BLOCK_SIZE);
+  const bool hasTail =
+      block + full == shape.lastBlock && fill + static_cast<size_t>(full) * BLOCK_SIZE + shape.tailSize <= GROUP_SIZE;
+  if (full == 0 && !hasTail) return std::nullopt;
+  BlockRun run{static_cast<uint32_t>(file + 1), static_cast<uint32_t>(block), static_cast<uint32_t>(full), fill,
+               static_cast<size_t>(full) * BLOCK_SIZE};
+  if (hasTail) {
+    ++run.count;
+    run.size += shape.tailSize;
   }
-  std::vector<BlockPlace> places;
-  for (size_t fill = 0; file < shapes.size();) {
-    const size_t size = shapes[file].BytesInBlock(static_cast<uint32_t>(block));
-    if (fill + size > GROUP_SIZE) break;
-    places.push_back({static_cast<uint32_t>(file + 1), static_cast<uint32_t>(block), fill, size});
-    fill += size;
-    if (block++ == shapes[file].lastBlock) {
-      ++file;
-      block = 0;
-    }
+  fill += run.size;
+  block += full;
+  if (hasTail) {
+    ++file;
+    block = 0;
   }
-  return places;
+  return run;
 }
 
 }  // namespace quorl

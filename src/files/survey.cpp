@@ -31,7 +31,9 @@ void SurveySelection(const Machine& machine, const std::vector<std::string>& pat
     }
   }
   if (lists.ArrayFileName.empty()) return;
-  BuildFileList(machine, rules, lists, [&tell](Surveyed found) {
+  BuildFileList(machine, rules, lists, [&tell, &lists](Surveyed found) {
+    // Whoever only asks needs no list.
+    lists.ArraySendFile.clear();
     if (found.kind != Surveyed::Kind::LeftOut && found.obstacle == Obstacle::None) found.obstacle = OnReceivers(found);
     tell(found);
   });

@@ -21,6 +21,7 @@ uint32_t CTransClient::InitClient(QuorlWindow hostWindow, uint32_t groupAddress,
     fresh = std::make_shared<ReceiverSession>(
         machine, hostWindow, RoomAddress::From(groupAddress, groupPort, localInterface), profile, receiveRoot, mail);
     fresh->SetHeld(std::exchange(held, BlockRanges()));
+    fresh->SetStoreListener(std::exchange(storeListener, nullptr));
     mail->SetCapabilities(capabilities | (symbols ? KNOWS_SYMBOLS : 0));
   }
   if (!fresh->PrepareEvents()) return 0;
@@ -83,6 +84,15 @@ void CTransClient::SetHeldBlocks(BlockRanges blocks) {
     session->SetHeld(std::move(blocks));
   } else {
     held = std::move(blocks);
+  }
+}
+
+void CTransClient::SetStoreListener(StoreListener listener) {
+  const std::scoped_lock locked(lock);
+  if (session && !session->IsClosed()) {
+    session->SetStoreListener(std::move(listener));
+  } else {
+    storeListener = std::move(listener);
   }
 }
 

@@ -13,6 +13,7 @@
 #include "protocol/profile.h"
 #include "receiver/mail/mail.h"
 #include "receiver/session/receive_state.h"
+#include "receiver/session/transfer.h"
 
 namespace quorl {
 
@@ -63,6 +64,7 @@ class CTransClient {
 
   /// For the next transfer that is announced.
   void SetHeldBlocks(BlockRanges blocks);
+  void SetStoreListener(StoreListener listener);
   std::vector<BlockRange> StoredBlocks();
 
   /// Stays readable after DeInitClient, until the next InitClient.
@@ -85,6 +87,7 @@ class CTransClient {
   uint32_t capabilities = 0;
   bool symbols = false;
   BlockRanges held;
+  StoreListener storeListener;
   std::shared_ptr<ReceiverSession> session;
 };
 

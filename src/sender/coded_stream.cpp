@@ -155,52 +155,60 @@ std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::OpenStep& step) {
 /// The group's symbols, filled up with zeroes; none when it need not or cannot be sent, and is left to the repair
 /// behind the stream. Nothing on a read error.
 std::optional<CodedStream::Group> CodedStream::ReadGroup(uint32_t group) {
-  const std::vector<BlockPlace> places = contents.Blocks(group);
   // In the second pass for who has come late; nobody is told of the same blocks again.
   const bool isAgain = group < readUpTo;
   readUpTo = std::max(readUpTo, group + 1);
-  const auto isSkipped = [&](const BlockPlace& place) { return parts.plan.skipped.Has(place.file, place.block); };
-  if (!isAgain && std::all_of(places.begin(), places.end(), isSkipped)) {
-    parts.progress.NoteSkipped(places.size());
-    return Group{};
-  }
-  const size_t length = places.back().offset + places.back().size;
+  if (!isAgain && IsSkipped(group)) return Group{};
+  const size_t length = contents.BytesIn(group);
   const Group read{slabs.Take(), SymbolsOf(length)};
   std::fill(&read.slab[length], &read.slab[read.symbols * SYMBOL_SIZE], uint8_t{0});
   bool isWhole = true;
-  for (auto first = places.begin(), end = first; first != places.end(); first = end) {
-    end = std::find_if(first, places.end(), [&](const BlockPlace& place) { return place.file != first->file; });
-    const auto isThere = ReadRun({first, end}, {&read.slab[first->offset], &read.slab[length]}, isAgain);
+  auto runs = contents.Runs(group);
+  while (const auto run = runs.Next()) {
+    const auto isThere = ReadRun(*run, {&read.slab[run->offset], run->size}, isAgain);
     if (!isThere) return std::nullopt;
     isWhole = isWhole && *isThere;
   }
   return isWhole ? read : Group{};
 }
 
-/// Blocks that follow each other in one file. False when it has shrunk; nothing on a read error.
-std::optional<bool> CodedStream::ReadRun(std::span<const BlockPlace> places, std::span<uint8_t> into, bool isAgain) {
-  const auto [file, first, offset, size] = places.front();
+/// Whether the stream leaves all of it out, which is then noted.
+bool CodedStream::IsSkipped(uint32_t group) {
+  uint32_t blocks = 0;
+  auto runs = contents.Runs(group);
+  while (const auto run = runs.Next()) {
+    for (uint32_t i = 0; i < run->count; ++i)
+      if (!parts.plan.skipped.Has(run->file, run->first + i)) return false;
+    blocks += run->count;
+  }
+  parts.progress.NoteSkipped(blocks);
+  return true;
+}
+
+/// False when the file has shrunk; nothing on a read error.
+std::optional<bool> CodedStream::ReadRun(const BlockRun& run, std::span<uint8_t> into, bool isAgain) {
+  const uint32_t file = run.file;
   if (openFile != file) {
     openFile = 0;
     if (!OpenForTransfer(source, parts, file)) return std::nullopt;
     openFile = file;
   }
-  const auto read = source.ReadRun(first, static_cast<uint32_t>(places.size()), into);
+  const auto read = source.ReadRun(run.first, run.count, into);
   if (!read || parts.end.IsStopRequested()) return std::nullopt;
   if (read->isShort) parts.progress.NoteShrunkFile(file);
   auto rest = into.first(read->bytes);
   bool isNews = false;
-  for (const BlockPlace& place : places) {
-    const auto bytes = rest.first(std::min(place.size, rest.size()));
+  for (uint32_t block = run.first; block != run.first + run.count; ++block) {
+    const auto bytes = rest.first(std::min(BLOCK_SIZE, rest.size()));
     rest = rest.subspan(bytes.size());
-    if (!isAgain && parts.plan.skipped.Has(file, place.block)) {
+    if (!isAgain && parts.plan.skipped.Has(file, block)) {
       parts.progress.NoteSkipped(1);
       continue;
     }
     parts.progress.NoteBlock(file, isAgain);
     if (isAgain) continue;
     isNews = true;
-    if (parts.plan.listener) parts.plan.listener(file, place.block, bytes);
+    if (parts.plan.listener) parts.plan.listener(file, block, bytes);
   }
   if (isNews) parts.context.PostFileName(file, parts.plan.File(file).relativeName);
   return !read->isShort;
@@ -262,7 +270,7 @@ void CodedStream::NoteRepair(uint32_t group) {
   repairBytes += SYMBOL_SIZE;
   if (repairBytes < BLOCK_SIZE || group < catalogueGroups) return;
   repairBytes -= BLOCK_SIZE;
-  parts.progress.NoteBlock(contents.Blocks(group - catalogueGroups).front().file, true);
+  parts.progress.NoteBlock(contents.Runs(group - catalogueGroups).Next()->file, true);
 }
 
 std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::PollStep& step) {

@@ -62,7 +62,8 @@ class CodedStream {
   std::optional<StreamEnd> Send(const std::vector<CodedSchedule::SendStep>& steps);
   void MakeRepairSymbols(const std::vector<CodedSchedule::SendStep>& steps);
   std::optional<Group> ReadGroup(uint32_t group);
-  std::optional<bool> ReadRun(std::span<const BlockPlace> places, std::span<uint8_t> into, bool isAgain);
+  bool IsSkipped(uint32_t group);
+  std::optional<bool> ReadRun(const BlockRun& run, std::span<uint8_t> into, bool isAgain);
   std::span<const uint8_t> GroupBytes(uint32_t group) const;
   void NoteRepair(uint32_t group);
 

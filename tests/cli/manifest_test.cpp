@@ -12,6 +12,7 @@
 #include <fstream>
 #include <map>
 
+#include "cli/manifest/arriving_digests.h"
 #include "cli/manifest/links.h"
 #include "cli/manifest/send_manifest.h"
 #include "cli/manifest/stream_digests.h"
@@ -62,6 +63,26 @@ TEST(Manifest, ReadsWhatItWrites) {
   const auto parsed = ParseManifest(text, nullptr);
   ASSERT_TRUE(std::holds_alternative<ReadManifest>(parsed)) << std::get<std::string>(parsed);
   EXPECT_EQ(FormatManifest(std::get<ReadManifest>(parsed).manifest, nullptr), text);
+}
+
+TEST(Manifest, NamesTheKindOfItsDigestsAndHasNoOther) {
+  Manifest manifest;
+  manifest.kind = DigestKind::Xxh3;
+  manifest.files = {{"a", 3, DigestOf("abc", DigestKind::Xxh3), {1, 0}, false}};
+  const std::string text = FormatManifest(manifest, nullptr);
+  EXPECT_EQ(text.substr(0, text.find("seal")),
+            "quorl-manifest 2 xxh3\nfile 3 1.000000000 - 06b05ab6733a618578af5f94892f3950 a\n");
+  const auto parsed = ParseManifest(text, nullptr);
+  ASSERT_TRUE(std::holds_alternative<ReadManifest>(parsed)) << std::get<std::string>(parsed);
+  EXPECT_EQ(FormatManifest(std::get<ReadManifest>(parsed).manifest, nullptr), text);
+  for (size_t i = 0; i < text.size(); ++i) {
+    std::string changed = text;
+    changed[i] = static_cast<char>(changed[i] ^ 1);
+    EXPECT_NE(WhyNot(changed), "") << i;
+  }
+  EXPECT_NE(WhyNot(text, &KEY), "") << "nobody vouches for it";
+  EXPECT_NE(WhyNot(std::string(text).replace(text.find("seal plain"), 10, "seal keyed")), "");
+  EXPECT_NE(WhyNot(std::string(text).replace(15, 6, "1")), "") << "digests of the other kind's length";
 }
 
 TEST(Manifest, HasOneTextAndNoOther) {
@@ -156,7 +177,8 @@ class ManifestOnDisk : public TempTreeTest {
     const timespec times[] = {{1, 0}, {1'000'000'000, 5}};
     utimensat(AT_FDCWD, (root / "run").c_str(), times, 0);
     for (const char* name : {"a/b", "c*.txt", "run"}) sources.push_back({(root / name).native(), name});
-    for (const ManifestSource& source : sources) manifest.files.push_back(*ReadEntry(source, nullptr));
+    for (const ManifestSource& source : sources)
+      manifest.files.push_back(*ReadEntry(source, DigestKind::Blake2b, nullptr));
     manifest.emptyDirectories = {"empty"};
     text = FormatManifest(manifest, nullptr);
     fs::rename(root / "c*.txt", root / "c.txt");
@@ -255,6 +277,55 @@ TEST(StreamDigests, AreOfFilesThatAreOutAndUnchangedAndEndOnce) {
   EXPECT_EQ(completed, 2);
 }
 
+TEST_F(ManifestOnDisk, DigestsAreMadeWhileFilesAreWrittenInWhateverOrder) {
+  const auto blocks = [](size_t count) { return std::string(count * 4254, 'b'); };
+  Manifest catalogue;
+  for (const auto& [name, size] :
+       std::map<std::string, size_t>{{"again", 2}, {"gaps", 9}, {"late", 1}, {"none", 0}, {"whole", 3}}) {
+    Write(name, blocks(size) + (name == "gaps" ? "tail" : ""));
+    catalogue.files.push_back({name, fs::file_size(root / name), Digest{}});
+  }
+  const StagedTree tree = ListTree(Directory::Open(root.native()));
+  // Each: its number, and the blocks that are written. What is at hand is right but for what has to be read back.
+  const auto known = [&](const std::vector<std::array<size_t, 3>>& writes, uint32_t strange = 0) {
+    ArrivingDigests digests(catalogue, root.native());
+    for (const auto& [number, first, end] : writes) {
+      const std::string& name = catalogue.files[number - 1].name;
+      std::string bytes = blocks(end - first);
+      if (name == "gaps" && end == 10) bytes = blocks(end - first - 1) + "tail";
+      if (name == "gaps" && first == 5) std::fill(bytes.begin(), bytes.end(), 'x');
+      digests.Take(static_cast<uint32_t>(number), name, first * 4254,
+                   {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+    }
+    if (strange != 0) digests.Take(strange, "strange", 0, {});
+    digests.Take(6, std::string(MANIFEST_NAME), 0, {});
+    digests.Finish(tree);
+    std::string names;
+    for (const ManifestEntry& file : catalogue.files) {
+      const auto digest = digests.Find(file.name);
+      if (!digest) continue;
+      names += file.name + " ";
+      OpenedFile opened = OpenedFile::Open((root / file.name).native());
+      EXPECT_EQ(*digest, DigestOfFile(opened, DigestKind::Blake2b, nullptr)->digest) << file.name;
+    }
+    return names;
+  };
+  EXPECT_EQ(known({{5, 0, 2}, {2, 0, 2}, {2, 5, 7}, {5, 2, 3}, {2, 3, 4}, {5, 3, 3}, {2, 7, 10}, {4, 0, 0}, {2, 2, 3}}),
+            "none whole ");
+  EXPECT_EQ(known({{2, 5, 10}, {2, 0, 3}, {2, 4, 5}, {3, 0, 1}, {2, 3, 4}}), "gaps late ") << "read back from the disk";
+  EXPECT_EQ(known({{1, 0, 2}, {1, 1, 2}, {3, 0, 1}}), "late ") << "one has been written once more";
+  EXPECT_EQ(known({{1, 0, 3}, {3, 0, 1}}), "late ") << "one is longer than it was";
+  EXPECT_EQ(known({{3, 0, 1}}, 4), "") << "another name";
+  EXPECT_EQ(known({{3, 0, 1}}, 7), "") << "another number";
+  fs::rename(root / "whole", root / "WHOLE");
+  const StagedTree folded = ListTree(Directory::Open(root.native()));
+  ArrivingDigests digests(catalogue, root.native());
+  digests.Take(4, "none", 0, {});
+  digests.Take(5, "whole", 0, {});
+  digests.Finish(folded);
+  EXPECT_FALSE(digests.Find("none")) << "what is known of one may have been written into another";
+}
+
 TEST_F(ManifestOnDisk, TwoNamesThatBecomeOneAreADifference) {
   const std::string line = "file 6 0.000000000 - " + ToHex(DigestOf("c*.txt")) + " ";
   text = Sealed(line + "c*.txt\n" + line + "c?.txt\n");
@@ -266,7 +337,7 @@ TEST_F(ManifestOnDisk, TwoNamesThatBecomeOneAreADifference) {
 
 TEST_F(ManifestOnDisk, TheSenderStopsAtAFileThatItCannotList) {
   const auto listing = [&](const std::string& path, const DigestProgress& progress) {
-    return ReadEntry({path, "name"}, progress).has_value();
+    return ReadEntry({path, "name"}, DigestKind::Xxh3, progress).has_value();
   };
   const std::string path = (root / "a/b").native();
   EXPECT_THROW(listing(path, [&](uint64_t) { return std::ofstream(path, std::ios::app) << "grows", true; }), Failure);

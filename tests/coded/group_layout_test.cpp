@@ -1,4 +1,4 @@
-// Groups against the plain rule: blocks one behind the other, as many as fit.
+// Groups against the plain rule: blocks one behind the other, as many as fit; those of one file are a run.
 #include "coded/group_layout.h"
 
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 namespace quorl {
 namespace {
 
-std::vector<std::vector<BlockPlace>> PlainGroups(const std::vector<FileShape>& shapes) {
-  std::vector<std::vector<BlockPlace>> groups(1);
+std::vector<std::vector<BlockRun>> PlainGroups(const std::vector<FileShape>& shapes) {
+  std::vector<std::vector<BlockRun>> groups(1);
   size_t fill = 0;
   for (size_t file = 0; file < shapes.size(); ++file) {
     for (uint32_t block = 0; block <= shapes[file].lastBlock; ++block) {
@@ -18,7 +18,11 @@ std::vector<std::vector<BlockPlace>> PlainGroups(const std::vector<FileShape>& s
         groups.emplace_back();
         fill = 0;
       }
-      groups.back().push_back({static_cast<uint32_t>(file + 1), block, fill, size});
+      const auto number = static_cast<uint32_t>(file + 1);
+      if (groups.back().empty() || groups.back().back().file != number)
+        groups.back().push_back({.file = number, .first = block, .offset = fill});
+      ++groups.back().back().count;
+      groups.back().back().size += size;
       fill += size;
     }
   }
@@ -40,14 +44,16 @@ TEST(GroupLayout, PutsBlocksOneBehindTheOther) {
     const GroupLayout layout(shapes);
     ASSERT_EQ(layout.Count(), expected.size());
     for (uint32_t group = 0; group < layout.Count(); ++group) {
-      const auto places = layout.Blocks(group);
-      ASSERT_EQ(places.size(), expected[group].size()) << run << " " << group;
-      for (size_t i = 0; i < places.size(); ++i) {
-        const BlockPlace &is = places[i], &should = expected[group][i];
-        ASSERT_TRUE(is.file == should.file && is.block == should.block && is.offset == should.offset &&
-                    is.size == should.size)
-            << run << " " << group << " " << i;
+      auto runs = layout.Runs(group);
+      for (const BlockRun& should : expected[group]) {
+        const auto is = runs.Next();
+        ASSERT_TRUE(is && is->file == should.file && is->first == should.first && is->count == should.count &&
+                    is->offset == should.offset && is->size == should.size)
+            << run << " " << group << " " << should.file << " " << should.first;
       }
+      ASSERT_FALSE(runs.Next()) << run << " " << group;
+      const BlockRun& last = expected[group].back();
+      ASSERT_EQ(layout.BytesIn(group), last.offset + last.size) << run << " " << group;
     }
   }
 }

@@ -45,9 +45,11 @@ TEST_F(Store, SaysWhatItLacksUntilItHasBeenTakenOver) {
   EXPECT_EQ(Lacking(), (std::vector<GroupLack>{{1, 126}, {2, 126}, {3, 38}}));
   for (uint8_t i = 0; i < 38; ++i) EXPECT_TRUE(Take(3, static_cast<uint8_t>(i < 20 ? i : 200 + i)));
   EXPECT_EQ(Lacking().back(), (GroupLack{3, 0})) << "whole, but in nobody else's hands";
-  ASSERT_EQ(store.NextWhole()->group, 2u);
-  store.SetTaken(2);
-  EXPECT_FALSE(store.NextWhole());
+  const auto run = store.NextRun()->blocks;
+  EXPECT_TRUE(run.first == 86 && run.count == 14) << run.first << " " << run.count;
+  EXPECT_EQ(store.NextRun()->blocks.file, 2u);
+  EXPECT_EQ(Lacking().back(), (GroupLack{3, 0})) << "the last run may have been asked for in vain";
+  EXPECT_FALSE(store.NextRun());
   EXPECT_EQ(Lacking(), (std::vector<GroupLack>{{1, 126}, {2, 126}}));
 }
 

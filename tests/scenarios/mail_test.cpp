@@ -168,6 +168,12 @@ TEST_F(MailRoom, WhatEverybodyHoldsIsNotStreamedAndWhoHoldsItIsComplete) {
   room.Server().SetBlockListener([&](uint32_t, uint32_t, std::span<const uint8_t>) { ++heard; });
   room.Receiver(0).Disk().WriteSynthetic("C:\\in\\b", 10 * BLOCK_SIZE, 1);
   ASSERT_TRUE(room.StartReceivers());
+  uint64_t written = 0;
+  room.Client(0).SetStoreListener(
+      [&](uint32_t file, const std::string& name, uint32_t first, std::span<const uint8_t> bytes) {
+        EXPECT_TRUE(file == 2 && name == "\\b" && first == 10);
+        written += bytes.size();
+      });
   bool told = false;
   room.Net().SetFilter([&](const Transit& transit) {
     // Named when the sender has asked, as it is for this sender's next transfer alone.
@@ -182,6 +188,7 @@ TEST_F(MailRoom, WhatEverybodyHoldsIsNotStreamedAndWhoHoldsItIsComplete) {
   EXPECT_TRUE(room.Client(0).GetState().complete);
   EXPECT_TRUE(room.Client(1).GetState().complete) << "who holds nothing is served by the repair";
   EXPECT_EQ(heard, 20u);
+  EXPECT_EQ(written, 9 * BLOCK_SIZE) << "what has been stored before is not written";
   EXPECT_EQ(CountSent(room, CMD_DATA), 20u);
   EXPECT_EQ(room.Client(1).StoredBlocks().size(), 2u);
   EXPECT_EQ(room.Client(0).GetState().blocksLost, 0u) << "what is left out is no loss to who holds it";
@@ -193,6 +200,7 @@ TEST_F(MailRoom, WhatEverybodyHoldsIsNotStreamedAndWhoHoldsItIsComplete) {
   EXPECT_TRUE(room.RunUntilQuiet(120s));
   EXPECT_EQ(CountSent(room, CMD_DATA), 20u + 30u);
   EXPECT_EQ(heard, 20u);
+  EXPECT_EQ(written, 9 * BLOCK_SIZE) << "nor is another transfer told of";
   EXPECT_EQ(Ends(room), "whole told, whole told");
 }
 

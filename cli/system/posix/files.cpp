@@ -116,6 +116,10 @@ std::optional<size_t> OpenedFile::Read(std::span<char> into) {
   return count;
 }
 
+void OpenedFile::SkipTo(uint64_t position) {
+  state->position = position;
+}
+
 std::optional<FileStamp> OpenedFile::Stamp() const {
   struct stat status {};
   if (fstat(state->descriptor, &status) != 0) return std::nullopt;

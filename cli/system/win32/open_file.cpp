@@ -79,6 +79,10 @@ std::optional<size_t> OpenedFile::Read(std::span<char> into) {
   return count;
 }
 
+void OpenedFile::SkipTo(uint64_t position) {
+  state->position = position;
+}
+
 std::optional<FileStamp> OpenedFile::Stamp() const {
   FILE_BASIC_INFO about{};
   LARGE_INTEGER size{};

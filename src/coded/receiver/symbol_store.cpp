@@ -22,8 +22,7 @@ SymbolStore::SymbolStore(const Poll& poll)
 
 size_t SymbolStore::SymbolsIn(uint32_t group) const {
   if (group < catalogueGroups) return SymbolsOf(std::min<size_t>(GROUP_SIZE, catalogueLength - group * GROUP_SIZE));
-  const BlockPlace last = contents.Blocks(group - catalogueGroups).back();
-  return SymbolsOf(last.offset + last.size);
+  return SymbolsOf(contents.BytesIn(group - catalogueGroups));
 }
 
 bool SymbolStore::IsTaken(uint32_t group) const {
@@ -91,9 +90,15 @@ void SymbolStore::SetContents(std::vector<FileShape> shapes) {
   hasContents = true;
 }
 
-std::optional<SymbolStore::Whole> SymbolStore::NextWhole() const {
-  if (whole.empty()) return std::nullopt;
-  return Whole{whole.front() - catalogueGroups, groups.at(whole.front()).bytes};
+std::optional<SymbolStore::Run> SymbolStore::NextRun() {
+  while (!whole.empty()) {
+    const uint32_t number = whole.front();
+    if (!handing) handing = contents.Runs(number - catalogueGroups);
+    if (const auto blocks = handing->Next()) return Run{*blocks, groups.at(number).bytes};
+    handing.reset();
+    SetTaken(number - catalogueGroups);
+  }
+  return std::nullopt;
 }
 
 void SymbolStore::SetTaken(uint32_t group) {

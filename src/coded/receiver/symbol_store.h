@@ -43,14 +43,14 @@ class SymbolStore {
   void SetContents(std::vector<FileShape> shapes);
   const GroupLayout& Contents() const { return contents; }
 
-  /// A group of the contents that is whole, counted from the first of the contents.
-  struct Whole {
-    uint32_t group = 0;
-    Slab bytes;
+  /// Blocks of the groups that are whole.
+  struct Run {
+    BlockRun blocks;
+    Slab slab;  ///< The whole group.
   };
-  /// The first that nobody has taken over yet.
-  std::optional<Whole> NextWhole() const;
-  /// The bytes of this group of the contents have been taken over, or are not needed.
+  /// One after the other. Who asks behind the last run of a group has taken that over.
+  std::optional<Run> NextRun();
+  /// This group of the contents, counted from their first, is not needed.
   void SetTaken(uint32_t group);
 
   Lacks Answer(const Poll& poll) const;
@@ -82,6 +82,7 @@ class SymbolStore {
   std::vector<bool> taken;              ///< Of the contents.
   std::map<uint32_t, Gathered> groups;  ///< By their numbers on the wire.
   std::deque<uint32_t> whole;           ///< Of the contents, in the order in which they became so.
+  std::optional<GroupRuns> handing;     ///< What is to be handed over of the first of those; nothing: all of it.
 };
 
 }  // namespace quorl

@@ -178,7 +178,8 @@ ReceiveLoop::Next ReceiveLoop::Handle(const Task& task) {
   });
   // Only now, when the writer tells nothing of the earlier transfer any more.
   session.host.Begin();
-  transfer = std::make_shared<const AnnouncedTransfer>(AnnouncedTransfer{generation, task, std::move(targetDir)});
+  transfer = std::make_shared<const AnnouncedTransfer>(
+      AnnouncedTransfer{generation, task, std::move(targetDir), session.TakeStoreListener()});
   session.SetTransfer(transfer);
   // The collection was over before this receiver listened; there is a row for it still.
   if (session.HasMail() && answeredTo != session.replies.Sender()) session.replies.SendClient();

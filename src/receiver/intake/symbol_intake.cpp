@@ -63,29 +63,28 @@ void ReceiveLoop::SetHeldGroupsTaken() {
     if (record.StoredCount() == 0) return;
     const GroupLayout& contents = symbols->Contents();
     for (uint32_t group = 0; group < contents.Count(); ++group) {
-      const auto blocks = contents.Blocks(group);
-      const bool held = std::all_of(blocks.begin(), blocks.end(), [&](const BlockPlace& place) {
-        return record.IsReceived({place.file, place.block});
-      });
-      if (held) symbols->SetTaken(group);
+      const auto isHeld = [&](const BlockRun& run) {
+        for (uint32_t i = 0; i < run.count; ++i)
+          if (!record.IsReceived({run.file, run.first + i})) return false;
+        return true;
+      };
+      auto runs = contents.Runs(group);
+      auto run = runs.Next();
+      while (run && isHeld(*run)) run = runs.Next();
+      if (!run) symbols->SetTaken(group);
     }
   });
 }
 
 ReceiveLoop::Next ReceiveLoop::StoreWholeGroups() {
   if (!symbols) return Next::Continue;
-  for (auto whole = symbols->NextWhole(); whole; whole = symbols->NextWhole()) {
-    if (!session.queue.HasRoomFor(BlockQueue::ROOM - MOST_WAITING)) return Next::Continue;
-    const auto blocks = symbols->Contents().Blocks(whole->group);
-    for (auto first = blocks.begin(), end = first; first != blocks.end(); first = end) {
-      end = std::find_if(first, blocks.end(), [&](const BlockPlace& place) { return place.file != first->file; });
-      const Catalogue::File& file = catalogue.files[first->file - 1];
-      const BlockHead head{first->file, first->block,        file.shape.lastBlock,
-                           1,           file.shape.tailSize, NameField::From(file.name)};
-      const auto count = static_cast<uint32_t>(end - first);
-      if (TakeRun(head, count, whole->bytes, first->offset) == Next::End) return Next::End;
-    }
-    symbols->SetTaken(whole->group);
+  while (session.queue.HasRoomFor(BlockQueue::ROOM - MOST_WAITING)) {
+    const auto run = symbols->NextRun();
+    if (!run) break;
+    const auto& [number, first, count, offset, size] = run->blocks;
+    const Catalogue::File& file = catalogue.files[number - 1];
+    const BlockHead head{number, first, file.shape.lastBlock, 1, file.shape.tailSize, NameField::From(file.name)};
+    if (TakeRun(head, count, run->slab, offset) == Next::End) return Next::End;
   }
   return Next::Continue;
 }

@@ -52,6 +52,8 @@ class ReceiverSession : public std::enable_shared_from_this<ReceiverSession> {
   ReceiveState GetState();
   /// Blocks that count as stored in the next transfer that is announced.
   void SetHeld(BlockRanges blocks);
+  /// Who hears of what is stored of the next transfer that is announced.
+  void SetStoreListener(StoreListener next);
   bool IsClosed() const { return closed; }
   std::vector<BlockRange> StoredBlocks();
 
@@ -80,6 +82,8 @@ class ReceiverSession : public std::enable_shared_from_this<ReceiverSession> {
 
   /// Those that SetHeld named, once, for a transfer of the sender that they were named for.
   BlockRanges TakeHeld(uint32_t announcer);
+  /// The listener for the transfer that is announced, once.
+  StoreListener TakeStoreListener();
 
   /// Over, with everything on the disk.
   bool IsComplete();
@@ -152,6 +156,7 @@ class ReceiverSession : public std::enable_shared_from_this<ReceiverSession> {
   std::string receiveRoot;
   BlockRanges held;
   Mail::Correspondent heldFor;
+  StoreListener storeListener;
   TransferPtr transfer = std::make_shared<const AnnouncedTransfer>();
 };
 

@@ -2,6 +2,7 @@
 #include "receiver/session/receiver_session.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "files/names.h"
 #include "files/target_dir.h"
@@ -58,6 +59,16 @@ BlockRanges ReceiverSession::TakeHeld(uint32_t announcer) {
   const std::scoped_lock locked(nameLock);
   BlockRanges taken = std::exchange(held, BlockRanges());
   return heldFor == Mail::Correspondent(announcer, mail->Sender().second) ? std::move(taken) : BlockRanges();
+}
+
+void ReceiverSession::SetStoreListener(StoreListener next) {
+  const std::scoped_lock locked(nameLock);
+  storeListener = std::move(next);
+}
+
+StoreListener ReceiverSession::TakeStoreListener() {
+  const std::scoped_lock locked(nameLock);
+  return std::exchange(storeListener, nullptr);
 }
 
 std::vector<BlockRange> ReceiverSession::StoredBlocks() {

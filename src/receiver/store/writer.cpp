@@ -142,6 +142,7 @@ bool Writer::OpenRecvFile(const ReceivedBlocks& blocks) {
   recvFile = std::move(opened.file);
   recvFileName = ToText(mapped.path);
   writeFile = blocks.head.file;
+  writeName = name;
   return true;
 }
 
@@ -164,6 +165,7 @@ void Writer::Write(const RunWrite& write) {
   if (!HasFile()) return;
   const WriteOutcome outcome = recvFile->WriteAt(write.offset, write.bytes);
   if (outcome == WriteOutcome::Done) {
+    if (transfer->listener) transfer->listener(writeFile, writeName, write.firstBlock, write.bytes);
     session.record.With([&](BlockRecord& record) {
       record.Store(transfer->generation, writeFile, write.firstBlock, write.blockCount);
     });

@@ -47,6 +47,7 @@ class Writer {
   TransferPtr transfer;                              // whose file is open
   std::unordered_map<std::string, uint32_t> places;  // of its files so far
   uint32_t writeFile = 0;                            // the file opened last; 0 for none
+  std::string writeName;                             // as it was announced
   std::unique_ptr<OutputFile> recvFile;
   std::string recvFileName;
   RunBuffer run;
