@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "sim/campaign/campaign.h"
+#include "sim/studies/capture.h"
 #include "sim/studies/coded_study.h"
 #include "sim/studies/exhaust.h"
 #include "sim/studies/study.h"
@@ -22,6 +23,8 @@ constexpr const char* USAGE =
     R"(usage: sim [--seed NUMBER|COMMIT] [--runs N | --for SECONDS] [--receivers N] [--trace FILE]
            runs drawn from consecutive numbers, all faults first, then none; with --trace one run, whose datagrams
            go to FILE as a capture and its events to FILE.log
+       sim capture FILE
+           small transfers in which every kind of datagram occurs, as a capture, and as text into FILE.log
        sim exhaust
            a small transfer with every single lost datagram and every pair
        sim study [ROOMS [SECONDS]]
@@ -166,6 +169,7 @@ int RunCodedStudyWith(const std::vector<std::string_view>& words, unsigned threa
 
 int RunNamed(const std::vector<std::string_view>& words, unsigned threads) {
   if (words[0] == "exhaust") return RunExhaust();
+  if (words[0] == "capture" && words.size() == 2) return WriteCapture(std::string(words[1])) ? 0 : 1;
   if (words[0] == "study" && words.size() > 1 && words[1] == "coded") return RunCodedStudyWith(words, threads);
   if (words[0] == "study") return RunStudyWith(words, threads);
   std::fputs(USAGE, stderr);
