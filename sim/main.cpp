@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "sim/campaign/campaign.h"
+#include "sim/studies/capture.h"
+#include "sim/studies/coded_study.h"
 #include "sim/studies/exhaust.h"
 #include "sim/studies/study.h"
 
@@ -21,11 +23,16 @@ constexpr const char* USAGE =
     R"(usage: sim [--seed NUMBER|COMMIT] [--runs N | --for SECONDS] [--receivers N] [--trace FILE]
            runs drawn from consecutive numbers, all faults first, then none; with --trace one run, whose datagrams
            go to FILE as a capture and its events to FILE.log
+       sim capture FILE
+           small transfers in which every kind of datagram occurs, as a capture, and as text into FILE.log
        sim exhaust
            a small transfer with every single lost datagram and every pair
        sim study [ROOMS [SECONDS]]
            rooms of 1 to 200 receivers, losses of 0 to 20 %, both profiles: so many rooms a cell, or as many as fit in
            the time for a cell; and the biggest room, with 10 000 blocks
+       sim study coded [ROOMS]
+           what the stream in symbols achieves: big rooms with loss, a narrow link behind a fast one, a slow disk, and
+           ROOMS rooms that lose a fifth of everything
 )";
 
 struct Arguments {
@@ -148,8 +155,22 @@ int RunStudyWith(const std::vector<std::string_view>& words, unsigned threads) {
   return 0;
 }
 
+int RunCodedStudyWith(const std::vector<std::string_view>& words, unsigned threads) {
+  CodedStudyOptions options{.threads = threads};
+  const auto rooms = words.size() > 2 ? ParseNumber(words[2]) : options.rooms;
+  if (!rooms) {
+    std::fputs(USAGE, stderr);
+    return 2;
+  }
+  options.rooms = *rooms;
+  RunCodedStudy(options);
+  return 0;
+}
+
 int RunNamed(const std::vector<std::string_view>& words, unsigned threads) {
   if (words[0] == "exhaust") return RunExhaust();
+  if (words[0] == "capture" && words.size() == 2) return WriteCapture(std::string(words[1])) ? 0 : 1;
+  if (words[0] == "study" && words.size() > 1 && words[1] == "coded") return RunCodedStudyWith(words, threads);
   if (words[0] == "study") return RunStudyWith(words, threads);
   std::fputs(USAGE, stderr);
   return 2;

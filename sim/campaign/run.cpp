@@ -149,6 +149,7 @@ class Run {
     room.Net().SetLink(plan.common);
     if (plan.toOne) room.Net().SetLink(nullptr, &room.Receiver(0), *plan.toOne);
     if (plan.toSender) room.Net().SetLink(nullptr, &room.Sender(), *plan.toSender);
+    if (plan.uplink) room.Net().SetUplink(room.Sender(), *plan.uplink);
   }
 
   void Prepare(const PlannedFault& fault) {
@@ -237,6 +238,7 @@ class Run {
       case FaultKind::Partition: CutOff(*fault.whom); break;
       case FaultKind::DiskFull: machine.Disk().SetFreeBytes(fault.amount); break;
       case FaultKind::DiskSlow: machine.Disk().SetWriteTime(std::chrono::microseconds(fault.amount)); break;
+      case FaultKind::DiskNarrow: machine.Disk().SetBytesPerSecond(fault.amount); break;
       case FaultKind::CallFails: machine.FailCall(fault.call, fault.amount); break;
       case FaultKind::NameRefused:
         machine.Disk().RefuseName([name = FileName(fault.amount)](const std::string& other) { return other == name; });
@@ -320,6 +322,7 @@ class Run {
   void EndFaults() {
     attacker.End();
     room.Net().ResetLinks();
+    room.Net().SetUplink(room.Sender(), {});
     room.Net().Partition({});
     windowBlocks.clear();
     for (size_t i = 0; i <= room.Receivers(); ++i) {
@@ -327,6 +330,7 @@ class Run {
       machine.Thaw();
       machine.Disk().SetFreeBytes(TERABYTE);
       machine.Disk().SetWriteTime(Duration::zero());
+      machine.Disk().SetBytesPerSecond(0);
       machine.Disk().RefuseName({});
       machine.FailCall("", 0);
     }

@@ -16,6 +16,9 @@ namespace {
 
 constexpr uint64_t MOST_RECEIVERS = 12;
 
+/// Of a file whose groups are more than what goes out at once, so that much of a room can change meanwhile.
+constexpr uint64_t MOST_IN_SYMBOLS = 12'000'000;
+
 class Dice {
  public:
   explicit Dice(uint64_t number) : random(Mix(number)) {}
@@ -61,19 +64,27 @@ void DrawLoss(Dice& dice, LinkOptions& link) {
   if (dice.Chance(0.2)) link.burst = dice.OneOf({0.002, 0.02});
   link.burstLength = static_cast<uint32_t>(dice.OneOf<uint64_t>({3, 20, 200}));
   if (dice.Chance(0.15)) {
-    link.lostCommands = CommandBit(static_cast<uint8_t>(dice.Between(CMD_COLLECT, CMD_AOFNAME)));
+    link.lostCommands = CommandBit(static_cast<uint8_t>(dice.Between(CMD_COLLECT, CMD_LACKS)));
     link.commandLoss = dice.OneOf({0.3, 0.7, 1.0});
   }
   if (dice.Chance(0.15)) {
-    link.bytesPerSecond = dice.OneOf<uint64_t>({200'000, 1'000'000, 10'000'000});
-    link.queueBytes = dice.OneOf<uint64_t>({5'000, 30'000, 256'000});
+    link.wire.bytesPerSecond = dice.OneOf<uint64_t>({200'000, 1'000'000, 10'000'000});
+    link.wire.queueBytes = dice.OneOf<uint64_t>({5'000, 30'000, 256'000});
   }
+  if (dice.Chance(0.15)) link.lossOfCalls = dice.OneOf({0.01, 0.1, 0.5});
+}
+
+Uplink::Options DrawUplink(Dice& dice) {
+  const uint64_t narrow = dice.OneOf<uint64_t>({200'000, 1'000'000, 10'000'000});
+  return {.own = {narrow * dice.OneOf<uint64_t>({1, 10})},
+          .bottleneck = {narrow, dice.OneOf<uint64_t>({5'000, 30'000, 65'536})}};
 }
 
 void DrawDetails(Dice& dice, const RunPlan& plan, PlannedFault& fault) {
   switch (fault.kind) {
     case FaultKind::DiskFull: fault.amount = dice.Between(0, dice.OneOf<uint64_t>({0, 100'000})); break;
     case FaultKind::DiskSlow: fault.amount = dice.OneOf<uint64_t>({100, 5'000, 300'000}); break;
+    case FaultKind::DiskNarrow: fault.amount = dice.OneOf<uint64_t>({30'000, 300'000, 5'000'000}); break;
     case FaultKind::CallFails:
       fault.amount = dice.Between(1, dice.OneOf<uint64_t>({3, 30}));
       fault.call = fault.whom ? dice.OneOf({"files.open", "files.write", "files.close"})
@@ -90,12 +101,12 @@ void DrawDetails(Dice& dice, const RunPlan& plan, PlannedFault& fault) {
 
 void DrawFault(Dice& dice, Whom whom, RunPlan& plan) {
   using enum FaultKind;
-  PlannedFault fault{whom ? dice.OneOf({Crash, PowerCut, Freeze, LateStart, LinkHang, Partition, DiskFull, DiskSlow,
-                                        CallFails, NameRefused, WindowCloses, WindowBlocks, WildHost, StartsAgain})
-                          : dice.OneOf({Crash, PowerCut, Freeze, LateStart, CallFails, WindowCloses, WindowBlocks,
-                                        WildHost, HostStops, StartsAgain, FileVanishes}),
-                     dice.Between(0ms, dice.OneOf<Duration>({100ms, 1s, 5s})), whom,
-                     dice.OneOf<Duration>({0ms, 200ms, 2s, 8s, 20s})};
+  PlannedFault fault{
+      whom ? dice.OneOf({Crash, PowerCut, Freeze, LateStart, LinkHang, Partition, DiskFull, DiskSlow, DiskNarrow,
+                         CallFails, NameRefused, WindowCloses, WindowBlocks, WildHost, StartsAgain})
+           : dice.OneOf({Crash, PowerCut, Freeze, LateStart, CallFails, WindowCloses, WindowBlocks, WildHost, HostStops,
+                         StartsAgain, FileVanishes}),
+      dice.Between(0ms, dice.OneOf<Duration>({100ms, 1s, 5s})), whom, dice.OneOf<Duration>({0ms, 200ms, 2s, 8s, 20s})};
   DrawDetails(dice, plan, fault);
   plan.faults.push_back(fault);
 }
@@ -127,12 +138,12 @@ std::string ToText(const LinkOptions& link) {
   char text[400];
   std::snprintf(text, sizeof text,
                 "delay %s, jitter %s, reorder %g, duplicate %g, held back %s, loss %g%s, mask %016llx, burst %g of %u, "
-                "command bits %04x at %g, %llu bytes/s, queue %llu",
+                "command bits %04x at %g, %llu bytes/s, queue %llu, calls %g",
                 Milliseconds(link.delay).c_str(), Milliseconds(link.jitter).c_str(), link.reorder, link.duplicate,
                 Milliseconds(link.heldBack).c_str(), link.loss, link.hasFragments ? " a fragment" : "",
                 static_cast<unsigned long long>(link.lossMask), link.burst, link.burstLength, link.lostCommands,
-                link.commandLoss, static_cast<unsigned long long>(link.bytesPerSecond),
-                static_cast<unsigned long long>(link.queueBytes));
+                link.commandLoss, static_cast<unsigned long long>(link.wire.bytesPerSecond),
+                static_cast<unsigned long long>(link.wire.queueBytes), link.lossOfCalls);
   return text;
 }
 
@@ -148,6 +159,7 @@ const char* ToText(FaultKind kind) {
     case FaultKind::Partition: return "it and later ones are cut off";
     case FaultKind::DiskFull: return "disk full";
     case FaultKind::DiskSlow: return "disk slow";
+    case FaultKind::DiskNarrow: return "disk narrow";
     case FaultKind::CallFails: return "a call fails:";
     case FaultKind::NameRefused: return "name refused";
     case FaultKind::WindowCloses: return "window destroyed";
@@ -192,6 +204,8 @@ RunPlan DrawPlan(uint64_t number, std::optional<size_t> receivers) {
   plan.keepsListening = dice.Chance(0.7);
   plan.symbols = dice.Chance(0.5) && plan.senderProfile == Profile::Robust;
   if (plan.symbols && dice.Chance(0.1)) plan.blocksOnly = dice.Between(0, plan.receivers - 1);
+  if (plan.symbols && dice.Chance(0.1)) plan.fileSizes.push_back(dice.Between(0, MOST_IN_SYMBOLS));
+  if (dice.Chance(0.15)) plan.uplink = DrawUplink(dice);
   return plan;
 }
 
@@ -204,6 +218,10 @@ std::string ToText(const RunPlan& plan) {
           std::to_string(plan.rate) + "\n  every link: " + ToText(plan.common) + "\n";
   if (plan.toOne) text += "  to receiver0: " + ToText(*plan.toOne) + "\n";
   if (plan.toSender) text += "  to the sender: " + ToText(*plan.toSender) + "\n";
+  if (plan.uplink)
+    text += "  from the sender: " + std::to_string(plan.uplink->own.bytesPerSecond) + " bytes/s, behind it " +
+            std::to_string(plan.uplink->bottleneck.bytesPerSecond) + " bytes/s, queue " +
+            std::to_string(plan.uplink->bottleneck.queueBytes) + "\n";
   for (size_t i = 0; i <= plan.receivers; ++i) {
     const std::string name = i < plan.receivers ? NameOf(i) : NameOf({});
     if (plan.clockDrifts[i] != 0)

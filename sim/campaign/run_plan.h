@@ -20,6 +20,7 @@ enum class FaultKind {
   Partition,     ///< The receivers from this one on are cut off, for the duration.
   DiskFull,      ///< For the duration; the amount is what still fits.
   DiskSlow,      ///< From now on; the amount is microseconds a write.
+  DiskNarrow,    ///< From now on; the amount is bytes a second.
   CallFails,     ///< The n-th call of the given name from now on.
   NameRefused,   ///< From now on the machine can make no file that is called like the n-th one.
   WindowCloses,  ///< The host's window is destroyed.
@@ -59,8 +60,9 @@ struct RunPlan {
   LinkOptions common;
   std::optional<LinkOptions> toOne;  ///< Of the way to the first receiver, where it differs.
   std::optional<LinkOptions> toSender;
-  std::vector<int64_t> clockDrifts;    ///< Of the receivers in order and then the sender, in millionths.
-  std::vector<size_t> receiveBuffers;  ///< What they get at most, likewise.
+  std::optional<Uplink::Options> uplink;  ///< Of the sender.
+  std::vector<int64_t> clockDrifts;       ///< Of the receivers in order and then the sender, in millionths.
+  std::vector<size_t> receiveBuffers;     ///< What they get at most, likewise.
   std::string autoOpenName{};
   std::vector<PlannedFault> faults;  ///< In the order of time.
   bool hasAttacker = false;

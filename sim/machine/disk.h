@@ -73,9 +73,14 @@ class SimDisk {
   /// Room for files to grow on a drive; what is written takes from it.
   void SetFreeBytes(uint64_t bytes, char letter = 'C');
 
-  /// Each write of a file takes this long.
+  /// Each write of a file takes this long,
   void SetWriteTime(Duration duration) { writeTime = duration; }
-  Duration WriteTime() const { return writeTime; }
+  /// and what so many bytes a second take beside it; 0: no time.
+  void SetBytesPerSecond(uint64_t bytes) { bytesPerSecond = bytes; }
+  Duration WriteTime(size_t bytes) const {
+    if (bytesPerSecond == 0) return writeTime;
+    return writeTime + Duration(static_cast<Duration::rep>(bytes * 1'000'000'000 / bytesPerSecond));
+  }
 
   /// The power fails. What a test put there is durable; of what the machine has written since, each file keeps
   /// everything, nothing, or all but a stretch that is as it was, and a new one may be gone. What remains is durable.
@@ -131,6 +136,7 @@ class SimDisk {
   Patterns& patterns;
   std::map<char, std::unique_ptr<Drive>> drives;
   Duration writeTime{0};
+  uint64_t bytesPerSecond = 0;
   std::function<bool(const std::string&)> isRefused;
   uint64_t nodesMade = 0;
 };

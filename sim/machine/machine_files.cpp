@@ -51,7 +51,7 @@ class SimOutputFile : public OutputFile {
 
   WriteOutcome WriteAt(uint64_t offset, std::span<const uint8_t> bytes) override {
     if (machine.Fails(Seam::Files, "files.write")) return WriteOutcome::Failed;
-    const Duration writeTime = machine.Disk().WriteTime();
+    const Duration writeTime = machine.Disk().WriteTime(bytes.size());
     if (writeTime > Duration::zero()) {
       machine.Wait(machine.Deadline(writeTime), SimMachine::WaitKind::Unbounded);
       if (machine.IsOff()) return WriteOutcome::Failed;

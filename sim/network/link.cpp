@@ -3,9 +3,9 @@
 #include "sim/network/link.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "protocol/datagrams.h"
-#include "protocol/wire_size.h"
 
 namespace quorl::sim {
 
@@ -27,10 +27,18 @@ Duration Draw(Duration most, Random& random) {
 }  // namespace
 
 const char* ToText(Fate fate) {
-  constexpr std::array<const char*, static_cast<size_t>(Fate::COUNT)> TEXTS = {
-      "delivered", "lost by chance", "lost by the mask", "lost in a burst", "lost for its command",
-      "cut off",   "filtered",       "queue full",       "overflowed",      "copied",
-      "overtaken"};
+  constexpr std::array<const char*, static_cast<size_t>(Fate::COUNT)> TEXTS = {"delivered",
+                                                                               "lost by chance",
+                                                                               "lost by the mask",
+                                                                               "lost in a burst",
+                                                                               "lost for its command",
+                                                                               "lost with its call",
+                                                                               "cut off",
+                                                                               "filtered",
+                                                                               "queue full",
+                                                                               "overflowed",
+                                                                               "copied",
+                                                                               "overtaken"};
   return TEXTS[static_cast<size_t>(fate)];
 }
 
@@ -40,20 +48,19 @@ bool Happens(double probability, Random& random) {
 
 bool LinkOptions::IsPlain() const {
   return jitter == Duration::zero() && reorder == 0 && duplicate == 0 && !hasFragments && lossMask == 0 && burst == 0 &&
-         lostCommands == 0 && bytesPerSecond == 0 && hungUntil == Moment{0};
+         lostCommands == 0 && lossOfCalls == 0 && wire.bytesPerSecond == 0 && hungUntil == Moment{0};
+}
+
+bool Link::LosesCall(uint64_t call, Random& random) {
+  if (options.lossOfCalls == 0 || call == 0) return false;
+  if (std::exchange(latestCall, call) != call) losesLatestCall = Happens(options.lossOfCalls, random);
+  return losesLatestCall;
 }
 
 std::vector<Moment> Link::Arrivals(Moment now, size_t datagramBytes, Random& random) {
-  Moment leaves = std::max(now, options.hungUntil);
-  if (options.bytesPerSecond != 0) {
-    const auto perSecond = static_cast<double>(options.bytesPerSecond);
-    wireFree = std::max(wireFree, leaves);
-    const double waiting = static_cast<double>((wireFree - leaves).count()) * perSecond / 1e9;
-    if (waiting > static_cast<double>(options.queueBytes)) return {};
-    wireFree += Duration(static_cast<Duration::rep>(static_cast<double>(BytesOnWire(datagramBytes)) * 1e9 / perSecond));
-    leaves = wireFree;
-  }
-  const Moment inOrder = std::max(latestArrival, leaves + options.delay + Draw(options.jitter, random));
+  const auto left = wire.Pass(std::max(now, options.hungUntil), datagramBytes, options.wire);
+  if (!left) return {};
+  const Moment inOrder = std::max(latestArrival, *left + options.delay + Draw(options.jitter, random));
   std::vector<Moment> arrivals;
   if (Happens(options.reorder, random)) {
     arrivals.push_back(inOrder + Draw(options.heldBack, random));

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/time.h"
+#include "sim/network/wire.h"
 #include "sim/world/random.h"
 
 namespace quorl::sim {
@@ -27,9 +28,10 @@ struct LinkOptions {
   uint32_t lostCommands = 0;  ///< Bit n: datagrams with command code n are subject to `commandLoss`.
   double commandLoss = 1;
 
-  uint64_t bytesPerSecond = 0;       ///< On the wire, framing included; 0: unlimited.
-  uint64_t queueBytes = 256 * 1024;  ///< What waits for the wire at most; more is lost.
-  Moment hungUntil{0};               ///< What is sent before this moment arrives only after it.
+  double lossOfCalls = 0;  ///< Probability that all datagrams that left with one call are lost together.
+
+  WireOptions wire{};   ///< Of this direction alone.
+  Moment hungUntil{0};  ///< What is sent before this moment arrives only after it.
 
   /// Whether datagrams pass it independently of each other, all after the same delay.
   bool IsPlain() const;
@@ -42,12 +44,13 @@ enum class Fate {
   LostByMask,
   LostInBurst,
   LostByCommand,
-  CutOff,      ///< Between two sides of a partition.
-  Filtered,    ///< By a test.
-  QueueFull,   ///< Before the wire.
-  Overflowed,  ///< No room in the receive buffer.
-  Copied,      ///< Arrives twice.
-  Overtaken,   ///< Arrives after one that was sent later.
+  LostTogether,  ///< With all that left with the same call.
+  CutOff,        ///< Between two sides of a partition.
+  Filtered,      ///< By a test.
+  QueueFull,     ///< Before the wire.
+  Overflowed,    ///< No room in the receive buffer.
+  Copied,        ///< Arrives twice.
+  Overtaken,     ///< Arrives after one that was sent later.
   COUNT
 };
 
@@ -59,6 +62,10 @@ class Link {
   explicit Link(const LinkOptions& options) : options(options) {}
 
   void SetOptions(const LinkOptions& newOptions) { options = newOptions; }
+
+  /// Whether the call in which a datagram is sent now is lost: cut into datagrams only where they arrive, it is one
+  /// packet on its way. 0 stands for a call of its own.
+  bool LosesCall(uint64_t call, Random& random);
 
   /// When a datagram that is sent now arrives; two moments when it is duplicated, none when the queue is full.
   std::vector<Moment> Arrivals(Moment now, size_t datagramBytes, Random& random);
@@ -72,7 +79,9 @@ class Link {
   LinkOptions options;
   uint64_t count = 0;      ///< Datagrams that came to their end.
   uint64_t burstLeft = 0;  ///< Losses that are left of the run.
-  Moment wireFree{0};
+  uint64_t latestCall = 0;
+  bool losesLatestCall = false;
+  Wire wire;
   Moment latestArrival{0};
 };
 

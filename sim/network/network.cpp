@@ -65,21 +65,47 @@ void SimNetwork::Carry(SentDatagram datagram) {
   const auto carried = std::make_shared<const SentDatagram>(std::move(datagram));
   if (tap) tap(*carried);
   const std::vector<SimSocket*> targets = Targets(*carried);
-  if (HasPlainLinks()) return DeliverToAll(carried, targets);
+  const std::optional<Moment> left = PassUplink(*carried);
+  if (left && HasPlainLinks()) return DeliverToAll(carried, targets, *left + common.delay);
   for (SimSocket* socket : targets) {
     if (&socket->Machine() == carried->from) {
       Deliver(carried, *socket, carried->at + common.delay);
-      continue;
+    } else if (left) {
+      CarryTo(*socket, carried, *left);
     }
-    const auto arrivals =
-        LinkFor({carried->from, &socket->Machine()}).Arrivals(carried->at, carried->bytes.size(), random);
-    if (arrivals.size() > 1) Note(Fate::Copied);
-    if (arrivals.empty()) {
-      Note(Fate::QueueFull);
-      log.Add(carried->at, socket->Machine().Name(), ToText(Fate::QueueFull));
-    }
-    for (const Moment at : arrivals) Deliver(carried, *socket, at);
   }
+}
+
+/// When it has left the machine, or what it shares with all others that this machine sends; nothing when it is lost.
+std::optional<Moment> SimNetwork::PassUplink(const SentDatagram& datagram) {
+  const auto found = uplinks.find(datagram.from);
+  if (found == uplinks.end()) return datagram.at;
+  const auto left = found->second.Pass(datagram.at, datagram.bytes.size());
+  if (!left) {
+    Note(Fate::QueueFull);
+    log.Add(datagram.at, datagram.from->Name(), ToText(Fate::QueueFull));
+  }
+  return left;
+}
+
+Moment SimNetwork::RoomAt(const SimMachine& from) const {
+  const auto found = uplinks.find(&from);
+  return found == uplinks.end() ? Moment{0} : found->second.RoomAt();
+}
+
+void SimNetwork::CarryTo(SimSocket& target, const std::shared_ptr<const SentDatagram>& datagram, Moment left) {
+  Link& link = LinkFor({datagram->from, &target.Machine()});
+  if (link.LosesCall(datagram->call, random)) {
+    Note(Fate::LostTogether);
+    return log.Add(datagram->at, target.Machine().Name(), ToText(Fate::LostTogether));
+  }
+  const auto arrivals = link.Arrivals(left, datagram->bytes.size(), random);
+  if (arrivals.size() > 1) Note(Fate::Copied);
+  if (arrivals.empty()) {
+    Note(Fate::QueueFull);
+    log.Add(datagram->at, target.Machine().Name(), ToText(Fate::QueueFull));
+  }
+  for (const Moment at : arrivals) Deliver(datagram, target, at);
 }
 
 void SimNetwork::Deliver(const std::shared_ptr<const SentDatagram>& datagram, SimSocket& socket, Moment at) {
@@ -88,12 +114,12 @@ void SimNetwork::Deliver(const std::shared_ptr<const SentDatagram>& datagram, Si
 
 // One event for all of them, which is most of what a big room costs.
 void SimNetwork::DeliverToAll(const std::shared_ptr<const SentDatagram>& datagram,
-                              const std::vector<SimSocket*>& targets) {
+                              const std::vector<SimSocket*>& targets, Moment at) {
   if (targets.empty()) return;
   std::vector<std::shared_ptr<SimSocket>> sockets;
   sockets.reserve(targets.size());
   for (SimSocket* socket : targets) sockets.push_back(socket->shared_from_this());
-  scheduler.At(datagram->at + common.delay, [this, sockets = std::move(sockets), datagram] {
+  scheduler.At(at, [this, sockets = std::move(sockets), datagram] {
     for (const auto& socket : sockets) Arrive(*socket, datagram);
   });
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <unordered_map>
 #include <vector>
@@ -36,6 +37,7 @@ struct SentDatagram {
   const SimMachine* from = nullptr;
   Endpoint source, destination;
   std::vector<uint8_t> bytes;
+  uint64_t call = 0;  ///< The same for all that left with one call; 0: with one of its own.
 };
 
 /// What connects the machines. A datagram to a group goes to every socket, of whatever machine, that is bound to its
@@ -54,6 +56,11 @@ class SimNetwork {
 
   /// Every link does what the options say, whatever it was told before.
   void ResetLinks(const LinkOptions& options = {});
+
+  /// What this machine sends passes there, too.
+  void SetUplink(const SimMachine& from, const Uplink::Options& options) {
+    uplinks.insert_or_assign(&from, Uplink(options));
+  }
 
   /// Nothing passes between these machines and the others, in either direction; an empty list ends that.
   void Partition(std::vector<const SimMachine*> newIsland) { island = std::move(newIsland); }
@@ -85,6 +92,10 @@ class SimNetwork {
   void Detach(SimSocket& socket, uint16_t port) { std::erase(socketsByPort[port], &socket); }
   const std::vector<SimSocket*>& SocketsAt(uint16_t port) { return socketsByPort[port]; }
   void Carry(SentDatagram datagram);
+  /// Stands for the datagrams of one call.
+  uint64_t NextCall() { return ++calls; }
+  /// From when on a send of this machine need not wait for its link.
+  Moment RoomAt(const SimMachine& from) const;
 
  private:
   struct LinkRule {
@@ -96,7 +107,10 @@ class SimNetwork {
 
   std::vector<SimSocket*> Targets(const SentDatagram& datagram);
   void Deliver(const std::shared_ptr<const SentDatagram>& datagram, SimSocket& socket, Moment at);
-  void DeliverToAll(const std::shared_ptr<const SentDatagram>& datagram, const std::vector<SimSocket*>& targets);
+  void DeliverToAll(const std::shared_ptr<const SentDatagram>& datagram, const std::vector<SimSocket*>& targets,
+                    Moment at);
+  std::optional<Moment> PassUplink(const SentDatagram& datagram);
+  void CarryTo(SimSocket& target, const std::shared_ptr<const SentDatagram>& datagram, Moment left);
   void Arrive(SimSocket& socket, const std::shared_ptr<const SentDatagram>& datagram);
   Fate FateOf(const SentDatagram& datagram, const SimMachine& to);
   void Note(Fate fate) { ++fates[static_cast<size_t>(fate)]; }
@@ -110,13 +124,15 @@ class SimNetwork {
   EventLog& log;
   LinkOptions common;
   std::vector<LinkRule> rules;
-  std::map<Direction, Link> links;  ///< Those in use, but for plain ones. Looked up, never walked in order.
+  std::map<Direction, Link> links;              ///< Those in use, but for plain ones. Looked up, never walked in order.
+  std::map<const SimMachine*, Uplink> uplinks;  ///< Looked up, never walked in order.
   std::vector<const SimMachine*> island;
   std::function<void(const SentDatagram&)> tap;
   std::function<bool(const Transit&)> keep;
   std::vector<SentDatagram> sent;
   uint64_t deliveries = 0;
   uint64_t datagrams = 0;
+  uint64_t calls = 0;
   std::array<uint64_t, static_cast<size_t>(Fate::COUNT)> fates{};
   std::map<uint32_t, SimMachine*> machines;
   std::unordered_map<uint16_t, std::vector<SimSocket*>> socketsByPort;

@@ -63,32 +63,50 @@ bool SimSocket::SetNonBlocking() {
 }
 
 bool SimSocket::Send(std::span<const uint8_t> datagram, Endpoint to, const SendWait& wait) {
-  if (Fails("network.send") || datagram.size() > LARGEST_DATAGRAM || to.port == 0 || !WaitForRoom(wait)) return false;
+  if (!CanSend(datagram, to) || !WaitForRoom(wait)) return false;
+  Carry(datagram, to, 0);
+  return true;
+}
+
+bool SimSocket::SendBatch(std::span<const std::span<const uint8_t>> datagrams, Endpoint to, const SendWait& wait) {
+  const uint64_t call = datagrams.size() > 1 ? network.NextCall() : 0;
+  for (size_t i = 0; i < datagrams.size(); ++i) {
+    if (!CanSend(datagrams[i], to) || (i == 0 && !WaitForRoom(wait))) return false;
+    Carry(datagrams[i], to, call);
+  }
+  return true;
+}
+
+bool SimSocket::CanSend(std::span<const uint8_t> datagram, Endpoint to) {
+  return !Fails("network.send") && datagram.size() <= LARGEST_DATAGRAM && to.port != 0;
+}
+
+void SimSocket::Carry(std::span<const uint8_t> datagram, Endpoint to, uint64_t call) {
   if (!bound) {
     local = {0, FreePort()};
     bound = true;
     network.Attach(*this, local.port);
   }
   const Endpoint source{local.address == 0 ? machine.Address() : local.address, local.port};
-  network.Carry({machine.Schedule().Now(), &machine, source, to, {datagram.begin(), datagram.end()}});
-  return true;
+  network.Carry({machine.Schedule().Now(), &machine, source, to, {datagram.begin(), datagram.end()}, call});
 }
 
 /// True when the machine's link takes a datagram.
 bool SimSocket::WaitForRoom(const SendWait& wait) {
-  if (!machine.SendsAreHeld()) return true;
+  const auto roomAt = [this] { return machine.SendsAreHeld() ? FOREVER : network.RoomAt(machine); };
+  const auto hasRoom = [&] { return roomAt() <= machine.Schedule().Now(); };
+  if (hasRoom()) return true;
   const auto alive = shared_from_this();
   const auto event = wait.interrupt == nullptr ? nullptr : dynamic_cast<SimEvent&>(*wait.interrupt).shared_from_this();
   const Moment deadline = machine.Deadline(wait.limit);
-  bool timeIsUp = false;
-  while (open && machine.SendsAreHeld() && !timeIsUp && !(event && event->IsSet())) {
+  while (open && !hasRoom() && machine.Schedule().Now() < deadline && !(event && event->IsSet())) {
     Flow& flow = machine.Schedule().Current();
     const WaitList::Member writer(writers, flow);
     std::optional<WaitList::Member> interruptible;
     if (event) interruptible.emplace(event->Waiters(), flow);
-    timeIsUp = !machine.Wait(deadline, SimMachine::WaitKind::Unbounded);
+    machine.Wait(std::min(deadline, roomAt()), SimMachine::WaitKind::Unbounded);
   }
-  return open && !machine.SendsAreHeld();
+  return open && hasRoom();
 }
 
 Received SimSocket::Receive(std::span<uint8_t> buffer, Duration limit, Event* interrupt) {

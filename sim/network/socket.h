@@ -38,6 +38,8 @@ class SimSocket : public DatagramSocket, public std::enable_shared_from_this<Sim
   bool LeaveGroup(uint32_t group, uint32_t localInterface) override;
   bool SetNonBlocking() override;
   bool Send(std::span<const uint8_t> datagram, Endpoint to, const SendWait& wait) override;
+  /// The datagrams leave with one call, as where the system cuts them out of one send.
+  bool SendBatch(std::span<const std::span<const uint8_t>> datagrams, Endpoint to, const SendWait& wait) override;
   Received Receive(std::span<uint8_t> buffer, Duration limit, Event* interrupt) override;
   void Close() override;
 
@@ -63,7 +65,9 @@ class SimSocket : public DatagramSocket, public std::enable_shared_from_this<Sim
   };
 
   bool Fails(const char* call);
+  bool CanSend(std::span<const uint8_t> datagram, Endpoint to);
   bool WaitForRoom(const SendWait& wait);
+  void Carry(std::span<const uint8_t> datagram, Endpoint to, uint64_t call);
   bool IsOwnAddress(uint32_t address) const;
   bool IsFree(Endpoint endpoint) const;
   uint16_t FreePort() const;

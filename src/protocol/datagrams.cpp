@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <type_traits>
 
+#include "protocol/datagram_list.h"
+
 namespace quorl {
 
 namespace {
@@ -79,7 +81,7 @@ FromReceiver ParseLacks(std::span<const uint8_t> datagram) {
   Lacks lacks{*head, {}};
   auto rest = datagram.subspan(LENGTH<LacksHead> + head->extension);
   for (; rest.size() >= GROUP_LACK_SIZE && lacks.groups.size() < MOST_LACKS; rest = rest.subspan(GROUP_LACK_SIZE)) {
-    const GroupLack lack{ReadField<uint32_t>(rest), rest[sizeof(GroupLack::group)]};
+    const auto lack = ReadFields<GroupLack>(rest);
     if (!lacks.groups.empty() && lack.group <= lacks.groups.back().group) break;
     lacks.groups.push_back(lack);
   }
@@ -89,12 +91,6 @@ FromReceiver ParseLacks(std::span<const uint8_t> datagram) {
 bool IsCommand(uint8_t code) {
   return code >= CMD_COLLECT && code <= CMD_LACKS;
 }
-
-constexpr std::array<std::string_view, CMD_LACKS + 1> COMMAND_NAMES = {
-    "",           "CMD_COLLECT", "CMD_CLIENT", "CMD_MASTER",   "CMD_RELEASE",  "CMD_ACK",    "CMD_TASK",
-    "CMD_RESEND", "CMD_FINISH",  "CMD_STOP",   "CMD_EMPTYDIR", "CMD_DATA",     "CMD_ANSWER", "CMD_SERVEROS",
-    "CMD_REPORT", "CMD_AOFNAME", "CMD_OFFER",  "CMD_ACCEPT",   "CMD_UNDERWAY", "CMD_WORD",   "CMD_LETTER",
-    "CMD_HEARD",  "CMD_POLL",    "CMD_SYMBOL", "CMD_LACKS"};
 
 std::string Escape(std::string_view text) {
   std::string escaped;
@@ -125,33 +121,6 @@ std::string DescribeFields(std::span<const uint8_t> datagram) {
     }
   });
   return line;
-}
-
-std::string DescribeFields(uint8_t code, std::span<const uint8_t> datagram) {
-  switch (code) {
-    case CMD_CLIENT: return DescribeFields<Client>(datagram);
-    case CMD_MASTER: return DescribeFields<Master>(datagram);
-    case CMD_RELEASE: return DescribeFields<Release>(datagram);
-    case CMD_ACK: return DescribeFields<Ack>(datagram);
-    case CMD_TASK: return DescribeFields<Task>(datagram);
-    case CMD_RESEND:
-    case CMD_DATA: return DescribeFields<BlockHead>(datagram);
-    case CMD_FINISH: return DescribeFields<Finish>(datagram);
-    case CMD_EMPTYDIR: return DescribeFields<EmptyDirHead>(datagram);
-    case CMD_ANSWER: return DescribeFields<Answer>(datagram);
-    case CMD_SERVEROS: return DescribeFields<ServerOs>(datagram);
-    case CMD_AOFNAME: return DescribeFields<AutoOpenName>(datagram);
-    case CMD_OFFER: return DescribeFields<Offer>(datagram);
-    case CMD_ACCEPT: return DescribeFields<Accept>(datagram);
-    case CMD_UNDERWAY: return DescribeFields<UnderWay>(datagram);
-    case CMD_WORD: return DescribeFields<Word>(datagram);
-    case CMD_LETTER: return DescribeFields<Letter>(datagram);
-    case CMD_HEARD: return DescribeFields<Heard>(datagram);
-    case CMD_POLL: return DescribeFields<Poll>(datagram);
-    case CMD_SYMBOL: return DescribeFields<SymbolHead>(datagram);
-    case CMD_LACKS: return DescribeFields<LacksHead>(datagram);
-    default: return {};
-  }
 }
 
 }  // namespace
@@ -197,8 +166,7 @@ std::vector<uint8_t> BuildLacks(const Lacks& lacks) {
   for (const GroupLack& lack : std::span(lacks.groups).first(std::min(lacks.groups.size(), MOST_LACKS))) {
     const size_t at = datagram.size();
     datagram.resize(at + GROUP_LACK_SIZE);
-    WriteField(std::span(datagram).subspan(at), lack.group);
-    datagram.back() = lack.symbols;
+    WriteFields(lack, std::span(datagram).subspan(at));
   }
   return datagram;
 }
@@ -289,9 +257,11 @@ bool IsReport(std::span<const uint8_t> datagram) {
 std::string Describe(std::span<const uint8_t> datagram) {
   if (!HasMagic(datagram) || datagram.size() < HEADER_SIZE)
     return "foreign datagram, " + std::to_string(datagram.size()) + " bytes";
-  const uint8_t code = datagram[2];
-  if (!IsCommand(code)) return "code " + std::to_string(code);
-  return std::string(COMMAND_NAMES[code]) + DescribeFields(code, datagram);
+  std::string line = "code " + std::to_string(datagram[2]);
+  ForEachDatagram([&]<typename Fields>(const ListedDatagram<Fields>& listed) {
+    if (listed.code == datagram[2]) line = std::string(listed.name) + DescribeFields<Fields>(datagram);
+  });
+  return line;
 }
 
 }  // namespace quorl

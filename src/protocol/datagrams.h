@@ -20,33 +20,32 @@
 
 namespace quorl {
 
+/// What each says stands in protocol/datagram_list.h. Those from CMD_OFFER on are younger than the others.
 enum Command : uint8_t {
-  CMD_COLLECT = 1,    ///< sender to all: who listens?
-  CMD_CLIENT = 2,     ///< receiver: I do
-  CMD_MASTER = 3,     ///< sender to one: you are master; or: all is sent
-  CMD_RELEASE = 4,    ///< sender to one: you are not master any more
-  CMD_ACK = 5,        ///< master: the block wanted next
-  CMD_TASK = 6,       ///< sender to all: what is coming, and where to
-  CMD_RESEND = 7,     ///< sender to all: a block again
-  CMD_FINISH = 8,     ///< sender to all: the stream is over; receiver: I am done, or why not
-  CMD_STOP = 9,       ///< sender to all: stopped early
-  CMD_EMPTYDIR = 10,  ///< sender to all: directories that no file creates
-  CMD_DATA = 11,      ///< sender to all: a block of the stream
-  CMD_ANSWER = 12,    ///< receiver: how many blocks are missing
-  CMD_SERVEROS = 13,  ///< sender to all: its platform
-  CMD_REPORT = 14,    ///< sender to the report group: still alive
-  CMD_AOFNAME = 15,   ///< sender to all: the file to open at the end
-
-  // Younger than the others; docs/protocol.md. Each has a version and room to grow.
-  CMD_OFFER = 16,     ///< sender to all: what it is able to beyond all that
-  CMD_ACCEPT = 17,    ///< receiver: what it is able to
-  CMD_UNDERWAY = 18,  ///< sender to one: a transfer that it came too late for
-  CMD_WORD = 19,      ///< sender's host to the hosts of all
-  CMD_LETTER = 20,    ///< receiver's host to the sender's
-  CMD_HEARD = 21,     ///< sender to one: the letter has come
-  CMD_POLL = 22,      ///< sender to all: a transfer in symbols, how far it is, and who lacks what?
-  CMD_SYMBOL = 23,    ///< sender to all: a symbol
-  CMD_LACKS = 24,     ///< receiver: what it lacks
+  CMD_COLLECT = 1,
+  CMD_CLIENT = 2,
+  CMD_MASTER = 3,
+  CMD_RELEASE = 4,
+  CMD_ACK = 5,
+  CMD_TASK = 6,
+  CMD_RESEND = 7,
+  CMD_FINISH = 8,
+  CMD_STOP = 9,
+  CMD_EMPTYDIR = 10,
+  CMD_DATA = 11,
+  CMD_ANSWER = 12,
+  CMD_SERVEROS = 13,
+  CMD_REPORT = 14,
+  CMD_AOFNAME = 15,
+  CMD_OFFER = 16,
+  CMD_ACCEPT = 17,
+  CMD_UNDERWAY = 18,
+  CMD_WORD = 19,
+  CMD_LETTER = 20,
+  CMD_HEARD = 21,
+  CMD_POLL = 22,
+  CMD_SYMBOL = 23,
+  CMD_LACKS = 24,
 };
 
 /// The bytes 0x91 0x02 begin every datagram.
@@ -329,8 +328,8 @@ struct SymbolDatagram {
   std::span<const uint8_t> bytes;  ///< In the buffer that was parsed.
 };
 
-/// The head of CMD_LACKS; behind it, for each group that is not stored or on its way to the disk, its number (u32) and
-/// how many symbols it lacks (u8), in ascending order.
+/// The head of CMD_LACKS; behind it a GroupLack for each group that is not stored or on its way to the disk, in
+/// ascending order.
 struct LacksHead {
   static constexpr Command COMMAND = CMD_LACKS;
   uint8_t version = 1;
@@ -352,6 +351,9 @@ struct GroupLack {
 
   friend bool operator==(const GroupLack&, const GroupLack&) = default;
 };
+template <>
+inline constexpr auto FIELDS<GroupLack> =
+    std::tuple{Field{"group", 0, &GroupLack::group}, Field{"symbols", 4, &GroupLack::symbols}};
 
 struct Lacks {
   static constexpr Command COMMAND = CMD_LACKS;
@@ -382,7 +384,7 @@ inline constexpr size_t CODED_DATAGRAM = 1472;
 inline constexpr size_t SYMBOL_SIZE = (CODED_DATAGRAM - LENGTH<SymbolHead>) / 16 * 16;
 
 /// Groups that one CMD_LACKS names at most.
-inline constexpr size_t GROUP_LACK_SIZE = sizeof(GroupLack::group) + sizeof(GroupLack::symbols);
+inline constexpr size_t GROUP_LACK_SIZE = FixedLength<GroupLack, 0>();
 inline constexpr size_t MOST_LACKS = (MAX_REPLY - LENGTH<LacksHead>) / GROUP_LACK_SIZE;
 
 static_assert(LENGTH<Collect> == 3 && LENGTH<Client> == 4 && LENGTH<Master> == 7 && LENGTH<Release> == 5);

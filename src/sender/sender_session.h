@@ -43,6 +43,7 @@ class SenderSession : public std::enable_shared_from_this<SenderSession> {
   bool UsesSymbols() const;
   std::shared_ptr<Transfer> Latest();
   bool Ask();
+  bool WaitForLastAnswers();
   bool WaitForAnswers(Duration pause);
   void NoteAnswer();
   bool StartReplyThread(const std::shared_ptr<Transfer>& current);

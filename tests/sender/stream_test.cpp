@@ -34,7 +34,7 @@ TEST_F(Stream, AnnouncesStreamsAndFinishesInTheSlowPace) {
                                              "80" + task,
                                              "90 CMD_EMPTYDIR count=1",
                                              "90 CMD_DATA file=1 block=0 last block=0 first sending=1 tail size=5",
-                                             "90 CMD_REPORT",
+                                             "90 CMD_REPORT reserved=0",
                                              "115 CMD_DATA file=2 block=0 last block=1 first sending=1 tail size=0",
                                              "140 CMD_DATA file=2 block=1 last block=1 first sending=1 tail size=0",
                                              "165 CMD_DATA file=3 block=0 last block=2 first sending=1 tail size=1",
