@@ -5,21 +5,21 @@ import subprocess
 import unittest
 
 import testbed
-from room import Room, differences, write
+from room import RoomTest, differences, write
 from testbed import run
 
 
-class NetworkTest(unittest.TestCase):
+class NetworkTest(RoomTest):
+    sizes = {"a": 300_000}
+
     def setUp(self):
         why = testbed.missing()
         if why:
             self.skipTest(why)
-        self.room, self.bed = Room(), testbed.Testbed()
-        self.addCleanup(self.room.close)
+        super().setUp()
+        self.bed = testbed.Testbed()
         self.addCleanup(self.bed.close)
         self.bed.build(2)
-        self.tree = self.room.path / "source" / "tree"
-        write(self.tree / "a", 300_000)
 
     def receiver(self, number, *arguments):
         into = self.room.path / f"{number}"
@@ -28,11 +28,6 @@ class NetworkTest(unittest.TestCase):
 
     def send(self, *arguments, machine=None):
         return self.room.start("send", self.tree, *arguments, prefix=self.bed.inside(machine or self.bed.sender))
-
-    def expect(self, command, code, *texts, limit=30):
-        self.assertEqual(command.wait(limit), code, command.output())
-        for text in texts:
-            self.assertIn(text, command.output())
 
     def test_a_receiver_follows_the_network_and_never_settles_on_loopback(self):
         name = self.bed.receivers[0]

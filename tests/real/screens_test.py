@@ -5,17 +5,15 @@ import re
 import signal
 import unittest
 
-from room import Room, write
+from room import RoomTest
 from terminal import Terminal
 
 
-class ScreensTest(unittest.TestCase):
+class ScreensTest(RoomTest):
+    sizes = {"render/scene.exr": 3_000_000, "a.txt": 10}
+
     def setUp(self):
-        self.room = Room()
-        self.addCleanup(self.room.close)
-        self.tree = self.room.path / "images"
-        write(self.tree / "render" / "scene.exr", 3_000_000)
-        write(self.tree / "a.txt", 10)
+        super().setUp()
         os.mkfifo(self.tree / "pipe")
 
     def send(self, *words, **options):
@@ -46,7 +44,7 @@ class ScreensTest(unittest.TestCase):
           127.0.0.*
           127.0.0.*
         Sending    █*░   * %   * of 3.00 MB   * left
-                   file * of 2  images/*
+                   file * of 2  tree/*
         """)
         self.assertEqual(terminal.end(), 0)
         self.assert_screen(terminal.screen().split("At 8")[1], """
