@@ -83,20 +83,15 @@ class Session : fuzz::FuzzRoom {
 
   void Send(std::span<const uint8_t> datagram, Endpoint to = GROUP, uint32_t from = SENDER) {
     ++datagramsIn;
-    Carry(datagram, {from, 40000}, to);
+    room.Say({from, 40000}, to, datagram);
     world.RunFor(1ms);
   }
 
   /// Block `index` of the transfer, from 0 on and round and round.
   std::vector<uint8_t> TrueBlock(uint32_t index, Command command = CMD_DATA) const {
     static constexpr Ack BLOCKS[] = {{1, 0}, {2, 0}, {2, 1}, {3, 0}, {3, 1}, {3, 2}};
-    return TrueBlock(BLOCKS[index % TASK.totalBlocks], command);
-  }
-  std::vector<uint8_t> TrueBlock(Ack block, Command command) const {
-    const fuzz::File& file = files[block.file - 1];
-    const FileShape shape = file.Shape();
-    const BlockHead head{block.file, block.block, shape.lastBlock, 0, shape.tailSize, {}};
-    return fuzz::BlockOf(file, head, command, file.BytesAt(block.block));
+    const Ack block = BLOCKS[index % TASK.totalBlocks];
+    return files[block.file - 1].Block(command, block.file, block.block);
   }
 
   /// What a sender says besides. In the third kind of run it says nothing that would end the receiver.
@@ -118,7 +113,7 @@ class Session : fuzz::FuzzRoom {
   void ServeRequest() {
     if (wanted && wanted->file >= 1 && wanted->file <= files.size() &&
         wanted->block <= files[wanted->file - 1].Shape().lastBlock)
-      Send(TrueBlock(*wanted, CMD_RESEND));
+      Send(files[wanted->file - 1].Block(CMD_RESEND, wanted->file, wanted->block));
   }
 
   void Lie() {
@@ -195,7 +190,7 @@ class Session : fuzz::FuzzRoom {
 
   bool IsIdentical() {
     return std::ranges::all_of(
-        files, [&](const fuzz::File& file) { return machine.Disk().Read("C:\\in" + file.name) == file.content; });
+        files, [&](const sim::PeerFile& file) { return machine.Disk().Read("C:\\in" + file.name) == file.content; });
   }
 
   void CheckState() {

@@ -17,8 +17,8 @@ constexpr uint32_t ADDRESS = Ipv4(10, 0, 200, 9);
 }  // namespace
 
 Attacker::Attacker(Room& room, uint64_t seed, bool forgesSources)
-    : room(room),
-      machine(room.World().AddMachine("attacker", ADDRESS)),
+    : Peer(room.World(), "attacker", ADDRESS),
+      room(room),
       random(Mix(seed ^ ADDRESS)),
       forgesSources(forgesSources),
       group(RoomAddress{}.group),
@@ -121,12 +121,8 @@ void Attacker::LieAboutBlock() {
   BlockHead head = FalseHead();
   const bool isData = Below(2) == 0;
   head.firstSending = isData ? 1 : 0;
-  std::vector<uint8_t> datagram(BLOCK_HEAD_SIZE + (Below(4) == 0 ? Below(BLOCK_SIZE) : BLOCK_SIZE),
-                                static_cast<uint8_t>(Below(256)));
-  std::fill_n(datagram.begin(), BLOCK_HEAD_SIZE, uint8_t{0});
-  WriteHeader(isData ? CMD_DATA : CMD_RESEND, datagram);
-  WriteFields(head, datagram);
-  Send(std::move(datagram), group, knownSender);
+  const Bytes bytes(Below(4) == 0 ? Below(BLOCK_SIZE) : BLOCK_SIZE, static_cast<uint8_t>(Below(256)));
+  Send(BuildBlock(isData ? CMD_DATA : CMD_RESEND, head, bytes), group, knownSender);
 }
 
 void Attacker::LieAboutPoll() {
@@ -224,8 +220,7 @@ Endpoint Attacker::AnyReceiver() {
 void Attacker::Send(std::vector<uint8_t> datagram, Endpoint to, Endpoint pretended) {
   ++lies;
   const bool forges = forgesSources && Below(2) == 0 && pretended.address != 0;
-  room.Net().Carry(
-      {room.World().Now(), &machine, forges ? pretended : Endpoint{ADDRESS, group.port}, to, std::move(datagram)});
+  Say(forges ? pretended : Endpoint{ADDRESS, group.port}, to, datagram);
 }
 
 }  // namespace quorl::sim

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "protocol/datagrams.h"
+#include "sim/room/peer.h"
 #include "sim/room/room.h"
 #include "sim/world/random.h"
 
@@ -14,7 +15,7 @@ namespace quorl::sim {
 
 /// A machine in the room that belongs to nobody: it listens to the group, speaks the protocol well, and lies. What it
 /// does follows from its seed. Lives as long as the room's world runs.
-class Attacker {
+class Attacker : Peer {
  public:
   /// `forgesSources`: about half of its datagrams bear the address of the sender or of a receiver.
   Attacker(Room& room, uint64_t seed, bool forgesSources);
@@ -56,7 +57,6 @@ class Attacker {
   }
 
   Room& room;
-  SimMachine& machine;
   Random random;
   const bool forgesSources;
   const Endpoint group;

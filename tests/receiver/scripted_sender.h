@@ -14,7 +14,7 @@
 #include "protocol/endpoints.h"
 #include "receiver/blocks/lost_block.h"
 #include "receiver/ctrans_client.h"
-#include "sim/world/world.h"
+#include "sim/room/peer.h"
 
 namespace quorl {
 
@@ -32,15 +32,6 @@ class ScriptedSender : public testing::Test {
   static constexpr uint32_t SENDER = Ipv4(10, 0, 0, 1);
   static constexpr uint32_t RECEIVER = Ipv4(10, 0, 0, 2);
   static constexpr Endpoint DATA_GROUP{DEFAULT_GROUP, DEFAULT_PORT};
-
-  struct File {
-    std::string name;
-    sim::Bytes content;
-
-    FileShape Shape() const { return *FileShape::Of(content.size()); }
-  };
-
-  void SetUp() override { EXPECT_TRUE(socket->Bind({SENDER, 0})); }
 
   // ---- the receiver ----
 
@@ -63,11 +54,7 @@ class ScriptedSender : public testing::Test {
   // ---- the sender ----
 
   /// A file of so many bytes as the next one of the transfer.
-  void AddFile(const std::string& name, size_t length) {
-    sim::Bytes content(length);
-    for (size_t i = 0; i < length; ++i) content[i] = static_cast<uint8_t>(i * 7 + i / BLOCK_SIZE + files.size() * 31);
-    files.push_back({name, content});
-  }
+  void AddFile(const std::string& name, size_t length) { files.emplace_back(name, length, files.size()); }
 
   /// Three files of 1, 2 and 3 blocks.
   void AddThreeFiles() {
@@ -78,7 +65,7 @@ class ScriptedSender : public testing::Test {
 
   Task TaskFor(const std::string& target) const {
     Task task;
-    for (const File& file : files) task.totalBlocks += file.Shape().lastBlock + 1;
+    for (const sim::PeerFile& file : files) task.totalBlocks += file.Shape().lastBlock + 1;
     task.fileCount = static_cast<uint32_t>(files.size());
     task.targetFolder = LITERAL_TARGET;
     task.targetPath = NameField::From(target);
@@ -86,25 +73,16 @@ class ScriptedSender : public testing::Test {
   }
 
   void Send(std::span<const uint8_t> datagram, Endpoint to) {
-    EXPECT_TRUE(socket->Send(datagram, to));
+    sender.Say({SENDER, 40000}, to, datagram);
     world.RunFor(1ms);
   }
   void ToGroup(const auto& message) { Send(Build(message), DATA_GROUP); }
   void ToReceiver(const auto& message) { Send(Build(message), {RECEIVER, DEFAULT_PORT}); }
 
   void Announce(const std::string& target = "C:\\in") { ToGroup(TaskFor(target)); }
-  void SendData(uint32_t file, uint32_t block) { SendBlock(CMD_DATA, file, block); }
-  void SendResend(uint32_t file, uint32_t block) { SendBlock(CMD_RESEND, file, block); }
-
-  void SendBlock(Command command, uint32_t number, uint32_t block) {
-    const File& file = files.at(number - 1);
-    BlockDatagram datagram(command);
-    datagram.SetFile(number, file.name, file.Shape());
-    datagram.SetBlock(block);
-    const size_t size = file.Shape().BytesInBlock(block);
-    const auto bytes = std::span(file.content).subspan(FileShape::BlockOffset(block), size);
-    std::copy(bytes.begin(), bytes.end(), datagram.BlockBytes().begin());
-    Send(datagram.Datagram(size), DATA_GROUP);
+  void SendData(uint32_t file, uint32_t block) { Send(files.at(file - 1).Block(CMD_DATA, file, block), DATA_GROUP); }
+  void SendResend(uint32_t file, uint32_t block) {
+    Send(files.at(file - 1).Block(CMD_RESEND, file, block), DATA_GROUP);
   }
 
   /// The whole stream but the blocks in `lost`.
@@ -189,16 +167,15 @@ class ScriptedSender : public testing::Test {
   }
 
   void ExpectFilesAt(const std::string& target) {
-    for (const File& file : files) EXPECT_EQ(pc.Disk().Read(target + file.name), file.content) << file.name;
+    for (const sim::PeerFile& file : files) EXPECT_EQ(pc.Disk().Read(target + file.name), file.content) << file.name;
   }
 
   mutable sim::World world{1};
-  sim::SimMachine& senderMachine = world.AddMachine("sender", SENDER);
+  sim::Peer sender{world, "sender", SENDER};
   sim::SimMachine& pc = world.AddMachine("receiver", RECEIVER);
   QuorlWindow window = pc.MakeWindow();
   CTransClient client{pc.Seam()};
-  std::shared_ptr<DatagramSocket> socket = senderMachine.Seam().network.OpenDatagramSocket();
-  std::vector<File> files;
+  std::vector<sim::PeerFile> files;
   size_t repliesTaken = 0;
 };
 

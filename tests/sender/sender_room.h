@@ -9,7 +9,7 @@
 #include "protocol/datagrams.h"
 #include "protocol/endpoints.h"
 #include "sender/ctrans_server.h"
-#include "sim/world/world.h"
+#include "sim/room/peer.h"
 
 namespace quorl {
 
@@ -44,9 +44,7 @@ class SenderRoom : public testing::Test {
   }
   template <typename Message>
   void Reply(int number, const Message& message) {
-    const auto datagram = Build(message);
-    world.Net().Carry(
-        {world.Now(), &room, Peer(number), {machine.Address(), 27003}, {datagram.begin(), datagram.end()}});
+    room.Say(Peer(number), {machine.Address(), 27003}, Build(message));
   }
 
   bool RunUntilStatuses(size_t count) {
@@ -81,7 +79,7 @@ class SenderRoom : public testing::Test {
 
   mutable sim::World world{1};
   sim::SimMachine& machine = world.AddMachine("sender", Ipv4(10, 0, 0, 1));
-  sim::SimMachine& room = world.AddMachine("room", Ipv4(10, 0, 0, 2));
+  sim::Peer room{world, "room", Ipv4(10, 0, 0, 2)};
   CTransServer server{machine.Seam()};
   QuorlWindow window = machine.MakeWindow();
   Moment start{};

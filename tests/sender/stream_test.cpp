@@ -1,10 +1,79 @@
-// StartSend to the end of the stream: what goes out and when, to the millisecond, and what the host is told.
+// InitServer with every call that it makes to the machine failing in turn; StartSend to the end of the stream: what
+// goes out and when, to the millisecond, and what the host is told.
+#include <gtest/gtest.h>
+#include <vector>
+
+#include "protocol/wire_size.h"
+#include "sender/pacer.h"
 #include "tests/sender/sender_room.h"
 
 namespace quorl {
 namespace {
 
+using namespace std::chrono_literals;
 using Stream = SenderRoom;
+
+class EveryCall : public testing::TestWithParam<sim::Seam> {
+ protected:
+  /// How many calls InitServer made when the nth of them failed; 0: none.
+  uint64_t Run(uint64_t nth) {
+    sim::World world{1};
+    sim::SimMachine& machine = world.AddMachine("sender", Ipv4(10, 0, 0, 1));
+    CTransServer server(machine.Seam());
+    const uint64_t before = machine.Calls(GetParam());
+    machine.FailCall(GetParam(), nth);
+    uint32_t result = 0;
+    machine.Call([&] { result = server.InitServer(nullptr, 0, 0, machine.Address()); });
+    failures += result == 0;
+    EXPECT_EQ(machine.DebugLines().size(), result == 0 ? 1U : 0U) << nth;
+    EXPECT_EQ(machine.OpenSockets(), result == 0 ? 0U : 3U) << nth;
+    world.RunFor(100ms);
+    EXPECT_EQ(machine.RunningThreads(), result == 0 ? 0U : 1U) << nth;
+    return machine.Calls(GetParam()) - before;
+  }
+  int failures = 0;
+};
+
+TEST_P(EveryCall, FailingLeavesNothingOpenAndOneLine) {
+  const uint64_t calls = Run(0);
+  ASSERT_EQ(failures, 0);
+  for (uint64_t nth = 1; nth <= calls; ++nth) Run(nth);
+  EXPECT_GE(failures, GetParam() == sim::Seam::Network ? 20 : 5);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seams, EveryCall, testing::Values(sim::Seam::Network, sim::Seam::Threads));
+
+/// Sends one datagram for each entry of `fast`, each `work` after it may leave; the moments at which they left.
+std::vector<Moment> Departures(Pacer& pacer, const std::vector<bool>& fast, Duration work, Moment now = 1s) {
+  std::vector<Moment> left;
+  for (const bool fastPacing : fast) {
+    if (const auto next = pacer.NextSend(fastPacing)) now = std::max(now, *next);
+    now += work;
+    pacer.Sent(now, 4796);
+    left.push_back(now);
+  }
+  return left;
+}
+
+TEST(RatePacer, DatagramsAreAsFarApartAsTheyTakeOnTheWireAndNeverCloser) {
+  // 4796 bytes are four fragments: 4804 bytes of payload and 58 bytes around each, 5036 bytes, 40288 bits.
+  ASSERT_EQ(BytesOnWire(4796), 5036U);
+  Pacer rounded(30'000);  // 1342933.3 ns
+  EXPECT_EQ(Departures(rounded, std::vector(2, false), 0ns)[1], 1s + 1'342'934ns);
+  Pacer exact(100'000);
+  const auto left = Departures(exact, std::vector(1001, false), 150us);
+  EXPECT_EQ(left.back() - 150us - left.front(), 1000 * 402'880ns);
+}
+
+TEST(RatePacer, WhoComesLateCatchesUpAtMost2MsWorth) {
+  Pacer pacer(100'000);
+  Departures(pacer, {false}, 0ns);
+  // A second late: four of 0.4 ms fit into 2 ms and leave at once, the fifth waits for its place.
+  const auto late = Departures(pacer, std::vector(6, false), 0ns, 2s);
+  EXPECT_EQ(late[3], 2s);
+  EXPECT_GT(late[4], 2s);
+  EXPECT_EQ(late[5] - late[4], 402'880ns);
+}
 
 TEST_F(Stream, AnnouncesStreamsAndFinishesInTheSlowPace) {
   machine.Disk().MakeDirectory("C:\\data\\empty");
@@ -76,24 +145,20 @@ TEST_F(Stream, AnotherRateHoldsFromTheNextBlockOnWhereTheProfileTakesIt) {
 
 TEST_F(Stream, AFileThatShrinksIsNamedAndOfOneThatIsOpenOrRobustTheDatagramsGetShorter) {
   using Lengths = std::vector<size_t>;
-  struct Case {
-    Profile profile;
-    Duration at;  ///< Before the file's turn, or in the midst of it.
-    Lengths lengths;
-  };
-  for (const Case& c : {Case{Profile::Classic, 5ms, Lengths{547, 4796, 542, 4796, 549}},
-                        {Profile::Classic, 15ms, Lengths{547, 4796, 542, 4796, 4796, 542}},
-                        {Profile::Robust, 5ms, Lengths{547, 4796, 542, 4796, 549, 542}}}) {
+  // Before the file's turn, or in the midst of it.
+  for (const auto& [profile, at, expected] : {std::tuple{Profile::Classic, 5ms, Lengths{547, 4796, 542, 4796, 549}},
+                                              {Profile::Classic, 15ms, Lengths{547, 4796, 542, 4796, 4796, 542}},
+                                              {Profile::Robust, 5ms, Lengths{547, 4796, 542, 4796, 549, 542}}}) {
     SetUp();
-    Init(0, c.profile);
+    Init(0, profile);
     const auto before = static_cast<std::ptrdiff_t>(Sent(CMD_DATA).size());
     Start();
-    world.RunFor(c.at);
+    world.RunFor(at);
     machine.Disk().WriteSynthetic("C:\\data\\c", BLOCK_SIZE + 7, 2);
     world.RunFor(2s);
     Lengths lengths;
     for (const auto& sent : Sent(CMD_DATA)) lengths.push_back(sent.bytes.size());
-    EXPECT_EQ(Lengths(lengths.begin() + before, lengths.end()), c.lengths);
+    EXPECT_EQ(Lengths(lengths.begin() + before, lengths.end()), expected);
     EXPECT_EQ(server.GetState().shrunkFiles, 1U);
     EXPECT_EQ(server.GetState().shrunkName, "\\data\\c");
   }

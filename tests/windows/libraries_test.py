@@ -77,8 +77,6 @@ def check_example(cpu, unpacked):
             source.write_text(code + "\nint main(void) { return SendImages(NULL) == 1 ? 0 : 1; }\n")
             run(f"{cpu}-w64-mingw32-{compiler}-posix", *strict, source, "-o", source.with_suffix(".exe"),
                 "-L", unpacked, "-lQuorl", "-lws2_32")
-    lines = len(code.strip().split("\n"))
-    return [] if lines <= 12 else [f"the example of the README has {lines} lines, and should fit on a napkin"]
 
 
 def main(*cpus):
@@ -92,7 +90,7 @@ def main(*cpus):
             faults += check_library(cpu, unpacked / "Quorl.dll", own)
             faults += check_library(cpu, unpacked / "QuorlHost.dll", own + additions)
             faults += check_file(cpu, unpacked / "quorl.exe", OF_COMMAND)
-            faults += check_example(cpu, unpacked)
+            check_example(cpu, unpacked)
     print("\n".join(faults) or f"libraries as they should be: {', '.join(cpus)}")
     return 1 if faults else 0
 

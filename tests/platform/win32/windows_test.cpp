@@ -80,19 +80,6 @@ TEST(Win32Windows, SendingWaitsForTheProcedureAndADestroyedWindowGetsNothing) {
   EXPECT_FALSE(PeekMessageA(&message, nullptr, WM_TASK_INFO, WM_CLIENT_ERR, PM_REMOVE)) << "nor does the thread";
 }
 
-TEST(PostedTexts, AreKeptOnceForARunAndUntilSoManyLaterOnesHaveCome) {
-  PostedTexts texts(3);
-  const char* const first = texts.Keep("a");
-  EXPECT_EQ(texts.Keep("a"), first);
-  for (const char* text : {"b", "c", "d"}) texts.Keep(text);
-  EXPECT_STREQ(first, "a") << "three later ones have come, not more";
-  EXPECT_EQ(texts.Size(), 4u);
-  texts.Keep("e");
-  EXPECT_EQ(texts.Size(), 4u);
-  for (int i = 0; i < 1000; ++i) texts.Keep("e");
-  EXPECT_EQ(texts.Size(), 1u);
-}
-
 /// What a window made by CreateHostWindow was told.
 struct Told {
   static constexpr uintptr_t STAY = 1, DESTROY = 2;
