@@ -121,6 +121,7 @@ TEST_F(DeliveryTest, WhatABrokenTransferLeavesIsCheckedOrKeptAndOneReceiverGoesO
   EXPECT_EQ(staging.StaleRemoved(), 0u);
   ASSERT_EQ(staging.KeptFiles().files.size(), 1u);
   EXPECT_TRUE(Staging(In()).KeptFiles().files.empty());
+  EXPECT_TRUE(TakeInventory(catalogue, staging, {}).held.empty()) << "nobody knows of what it is a part";
   catalogue.files[2].digest = DigestOf("all of it");
   EXPECT_EQ(TakeInventory(catalogue, staging, {}).held.size(), 1u);
   catalogue.files[2].written = {8, 0};

@@ -1,10 +1,7 @@
 // The manifest: its text, what is made of hostile text, and what it vouches for.
 #include "cli/manifest/manifest.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -145,16 +142,11 @@ class ManifestOnDisk : public TempTreeTest {
  protected:
   ManifestOnDisk() {
     for (const char* name : {"a/b", "c*.txt", "run"}) Write(name, name);
-    fs::permissions(root / "run", fs::perms::owner_all);
-    const timespec times[] = {{1, 0}, {1'000'000'000, 5}};
-    utimensat(AT_FDCWD, (root / "run").c_str(), times, 0);
-    for (const char* name : {"a/b", "c*.txt", "run"}) sources.push_back({(root / name).native(), name});
-    for (const ManifestSource& source : sources) manifest.files.push_back(*ReadEntry(source, nullptr));
+    for (const char* name : {"a/b", "c*.txt", "run"})
+      manifest.files.push_back(*ReadEntry({(root / name).native(), name}, nullptr));
     manifest.emptyDirectories = {"empty"};
     text = FormatManifest(manifest, nullptr);
     fs::rename(root / "c*.txt", root / "c.txt");
-    fs::permissions(root / "run", fs::perms::owner_read | fs::perms::group_read);
-    utimensat(AT_FDCWD, (root / "run").c_str(), nullptr, 0);
   }
   /// The differences, "name: why".
   std::vector<std::string> Differences() {
@@ -168,23 +160,11 @@ class ManifestOnDisk : public TempTreeTest {
     return texts;
   }
 
-  std::vector<ManifestSource> sources;
   Manifest manifest;
   std::string text;
   InPlace inPlace;
   Verification verified;
 };
-
-TEST_F(ManifestOnDisk, WhatArrivedAsItWasSentGetsItsTimeAndMode) {
-  EXPECT_EQ(Differences(), std::vector<std::string>{});
-  EXPECT_EQ(verified.verified.files.size(), 3u);
-  EXPECT_EQ(verified.verified.emptyDirectories, std::vector<std::string>{"empty"});
-  struct stat status {};
-  ASSERT_EQ(stat((root / "run").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0550u);
-  EXPECT_EQ(status.st_mtim.tv_sec, 1'000'000'000);
-  EXPECT_EQ(status.st_mtim.tv_nsec, 5);
-}
 
 TEST_F(ManifestOnDisk, EveryKindOfDifferenceIsNamed) {
   Write("a/b", "a/B");
@@ -266,14 +246,6 @@ TEST_F(ManifestOnDisk, TheSenderStopsAtAFileThatItCannotList) {
   EXPECT_THROW(listing((root / "none").native(), nullptr), Failure);
   EXPECT_THROW(listing("/dev/null", nullptr), Failure);
   EXPECT_FALSE(listing(path, [](uint64_t) { return false; }));
-}
-
-TEST_F(ManifestOnDisk, KeyFilesAreNeitherShortNorStrange) {
-  Write("key", std::string(16, 'k'));
-  EXPECT_TRUE(IsSame(ReadKeyFile((root / "key").native()).bytes, DigestOf(std::string(16, 'k'))));
-  Write("short", std::string(15, 'k'));
-  Write("long", std::string((1 << 20) + 1, 'k'));
-  for (const char* name : {"short", "long", "none", "a"}) EXPECT_THROW(ReadKeyFile((root / name).native()), Failure);
 }
 
 }  // namespace

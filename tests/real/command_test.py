@@ -10,7 +10,6 @@ import time
 import unittest
 from pathlib import Path
 
-import testbed
 from room import QUORL, RoomTest, differences, run_tests, works, write
 from root import AS_ROOT, mount_small
 
@@ -174,12 +173,13 @@ class CommandTest(RoomTest):
             self.expect(self.room.start(*arguments), code, text, limit=5)
         told = self.room.start("send", self.tree, "--rate", "fast", "--json")
         told.wait(5)
-        self.assertEqual(self.checked_facts(told)[1]["why"], '"fast" is no rate; say 200M, 1.5G, auto, max or compatible')
+        self.assertEqual(self.checked_facts(told)[1]["why"],
+                         '"fast" is no rate; say 200M, 1.5G, auto, max or compatible')
         (self.room.path / "--yes").touch()
         here = {"cwd": self.room.path}
         self.expect(self.room.start("send", "--yes", "key", **here), 2, '"--yes" may be an option or the file')
         self.expect(self.room.start("send", "--dry-run", "--", "--yes", **here), 0, "0 B  --yes")
-        self.expect(self.room.sender(self.tree, "--no-subdirs", "--dry-run"), 0, "4 files in 1 folder", "It would be 476")
+        self.expect(self.room.sender(self.tree, "--no-subdirs", "--dry-run"), 0, "4 files in 1 folder", "476 blocks")
         # A disk that is full from the first line on, or from the middle.
         for path, most in (("/dev/full", resource.RLIM_INFINITY), (self.room.path / "facts", 500)):
             with open(path, "wb") as full:
@@ -250,23 +250,7 @@ class CommandTest(RoomTest):
         mount_small(self, target, "size=50m,nr_inodes=5")
         early = self.room.receiver(1, directory=target)
         self.expect(self.room.sender(self.tree), 5, "no room on the disk (status 112)")
-        self.expect(early, 8, "no room for the names of 6 files at most: the file system has . inodes? left \\(status 112")
-
-    def test_doctor_finds_the_firewall(self):
-        why = testbed.missing()
-        if why:
-            self.skipTest(why)
-        bed = testbed.Testbed()
-        self.addCleanup(bed.close)
-        bed.build(1)
-        inside = bed.inside(bed.sender)
-        healthy = self.room.start("doctor", "--json", prefix=inside)
-        self.expect(healthy, 0)
-        self.assertEqual(self.checked_facts(healthy)[-1]["faults"], 0)
-        rules = "add table inet f; add chain inet f input { type filter hook input priority 0; policy drop; }"
-        subprocess.run([*inside, "nft", rules], check=True)
-        self.expect(self.room.start("doctor", prefix=inside), 1, "FAULT  round trip", "hint   firewall",
-                    "nft add rule inet f input udp dport { 27001, 27003, 28000 } accept", "1 fault must be mended")
+        self.expect(early, 8, "no room for the names of 6 files at most: the file system has . inodes? left")
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Transfers under load. load_test.py loss: four receivers that lose 1, 5 and 20 % of what reaches them; flood [SECONDS]:
-a stranger there sends to everybody at the full speed of the machine; large: 100 MB at 400 Mbit/s on loopback."""
+"""Transfers under load. load_test.py loss: four receivers that lose 1, 5 and 20 % of what reaches them; flood
+[SECONDS]: a stranger there sends to everybody at the full speed of the machine; large: 100 MB at 400 Mbit/s."""
 import re
 import subprocess
 import sys

@@ -133,9 +133,9 @@ class ReceiveTest(RoomTest):
         here = ("-i", "127.0.0.1", "-p", self.room.port)
 
         def receiver(number, output):
-            directory = self.room.target(number)
-            directory.mkdir(exist_ok=True)
             with open(self.room.path / f"said-{number}", "wb") as said:
+                directory = self.room.target(number)
+                directory.mkdir(exist_ok=True)
                 command = self.room.start("receive", "--output", output, "-i", f"127.0.0.{number + 1}",
                                           "-p", self.room.port, cwd=directory, error=said)
             while "Waiting" not in (self.room.path / f"said-{number}").read_text() + command.output():
@@ -143,13 +143,9 @@ class ReceiveTest(RoomTest):
             return command
 
         poured, stored = receiver(1, "-"), receiver(2, self.room.path / "disk.img")
-        with subprocess.Popen(["cat", image], stdout=subprocess.PIPE) as pipe:
-            sender = subprocess.Popen(list(map(str, [QUORL, "send", "-", "--as", "img", "-n", 2, "-r", "800M", *here])),
-                                      stdin=pipe.stdout, stdout=subprocess.DEVNULL,
-                                      env={**os.environ, "TMPDIR": str(spool)})
-            self.addCleanup(sender.kill)
-            self.assertEqual(sender.wait(60), 0)
-        self.assertEqual((poured.wait(30), stored.wait(30)), (0, 0))
+        sender = subprocess.run(f"cat {image} | {QUORL} send - --as img -n 2 -r 800M {' '.join(map(str, here))}",
+                                shell=True, stdout=subprocess.DEVNULL, env={**os.environ, "TMPDIR": str(spool)})
+        self.assertEqual((sender.returncode, poured.wait(30), stored.wait(30)), (0, 0, 0))
         poured.output_file.seek(0)
         self.assertTrue(poured.output_file.read() == image.read_bytes() == (self.room.path / "disk.img").read_bytes())
         self.assertEqual([self.inside(1), self.inside(2), os.listdir(spool)], [[], [], []])

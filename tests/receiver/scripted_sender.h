@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <ranges>
 #include <string>
 #include <vector>
 
@@ -123,14 +124,15 @@ class ScriptedSender : public testing::Test {
 
   // ---- what came of it ----
 
+  auto Replies() const {
+    return world.Net().Sent() | std::views::filter([this](const auto& sent) { return sent.from == &pc; });
+  }
+
   std::optional<Ack> LatestAck() const {
-    const auto& sent = world.Net().Sent();
-    for (auto datagram = sent.rbegin(); datagram != sent.rend(); ++datagram) {
-      if (datagram->from != &pc) continue;
-      const FromReceiver reply = ParseFromReceiver(datagram->bytes);
-      if (const Ack* ack = std::get_if<Ack>(&reply)) return *ack;
-    }
-    return std::nullopt;
+    std::optional<Ack> latest;
+    for (const auto& sent : Replies())
+      if (sent.bytes.at(2) == CMD_ACK) latest = std::get<Ack>(ParseFromReceiver(sent.bytes));
+    return latest;
   }
 
   /// What the receiver has sent since the last call.
@@ -144,10 +146,9 @@ class ScriptedSender : public testing::Test {
 
   /// When the receiver sent a datagram last.
   Moment LatestReplyAt() const {
-    const auto& sent = world.Net().Sent();
-    for (auto datagram = sent.rbegin(); datagram != sent.rend(); ++datagram)
-      if (datagram->from == &pc) return datagram->at;
-    return {};
+    Moment at{};
+    for (const auto& sent : Replies()) at = sent.at;
+    return at;
   }
 
   /// What the host has been told, without the names of files.

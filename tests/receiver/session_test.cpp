@@ -34,30 +34,6 @@ TEST_P(TeardownTest, EveryThreadEndsAndThePendingRunIsWritten) {
   EXPECT_EQ(Lines(pc.DebugLines().end() - 5, pc.DebugLines().end()), expected);
 }
 
-TEST_P(TeardownTest, AnInitThatFailsAtAnyCallLeavesNothing) {
-  client.SetProfile(GetParam());
-  int failures = 0;
-  for (const auto seam : {sim::Seam::Threads, sim::Seam::Network}) {
-    for (uint64_t nth = 1;; ++nth) {
-      const uint64_t before = pc.Calls(seam);
-      const int starts = pc.NetworkStarts();
-      pc.FailCall(seam, nth);
-      pc.Call([&] { failures += client.InitClient(window, 0, 0, RECEIVER) == 0; });
-      DeInit();
-      ASSERT_EQ(pc.OpenSockets(), 0u) << "call " << nth;
-      // A start that failed is given back as well.
-      ASSERT_LE(pc.NetworkStarts(), starts) << "call " << nth;
-      if (pc.Calls(seam) - before < nth) break;
-    }
-    pc.FailCall(seam, 0);  // the last one was never reached
-  }
-  // Six events; sixteen steps of the sockets, of which the data socket's receive buffer may fail.
-  EXPECT_EQ(failures, 6 + 15);
-  Listen(GetParam());
-  ToGroup(Collect{});
-  EXPECT_EQ(TakeReplies(), Lines{"CMD_CLIENT platform=1"});
-}
-
 TEST_P(TeardownTest, AWriterThatIsStillWritingAfterTheWaitClosesItsFileItself) {
   pc.Disk().SetWriteTime(20s);
   Begin(GetParam());

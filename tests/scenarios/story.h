@@ -68,31 +68,12 @@ class Stranger : Peer {
 };
 
 inline size_t CountMessages(const SimMachine& machine, uint32_t number) {
-  size_t count = 0;
-  for (const RecordedMessage& message : machine.Messages()) count += message.number == number ? 1 : 0;
-  return count;
-}
-
-/// What was said after the stream, one line each: "receiver0: CMD_ACK file=2 block=5".
-inline std::vector<std::string> RepairTalk(Room& room) {
-  std::vector<std::string> talk;
-  for (const SentDatagram& sent : room.Net().Sent()) {
-    const uint8_t command = sent.bytes.at(2);
-    const bool fromSender = sent.from == &room.Sender();
-    const bool isRepair =
-        fromSender ? command == CMD_MASTER || command == CMD_RELEASE || command == CMD_RESEND : command != CMD_CLIENT;
-    if (!isRepair) continue;
-    std::string line = sent.from->Name() + ": " + Describe(sent.bytes);
-    if (command == CMD_RESEND) line = line.substr(0, line.find(" last block"));
-    talk.push_back(line);
-  }
-  return talk;
+  return static_cast<size_t>(std::ranges::count(machine.Messages(), number, &RecordedMessage::number));
 }
 
 inline size_t CountSent(Room& room, Command command) {
-  size_t count = 0;
-  for (const SentDatagram& sent : room.Net().Sent()) count += sent.bytes.at(2) == command ? 1 : 0;
-  return count;
+  return static_cast<size_t>(
+      std::ranges::count(room.Net().Sent(), command, [](const SentDatagram& sent) { return sent.bytes.at(2); }));
 }
 
 /// What has become of everybody, in one line: for each receiver "whole" or "holes", "told" when its host was told that

@@ -121,14 +121,6 @@ TEST_P(Copies, ACopyOfTheAnnouncementAmongTheBlocksChangesNothing) {
   EXPECT_EQ(CountMessages(room.Receiver(0), WM_TASK_INFO), 1u);
 }
 
-TEST_P(Copies, EveryDatagramTwiceAndOutOfOrder) {
-  for (const char* name : {"a", "b"}) room.File(name, 40 * BLOCK_SIZE);
-  room.Net().SetLink({.reorder = 0.5, .duplicate = 1, .heldBack = 60ms});
-  Play(room);
-  EXPECT_EQ(Ends(room), IsRobust() ? "whole told" : "whole 1004")
-      << "what came out of order counts as missing, and by the classic rules so much of it is too much";
-}
-
 TEST_P(Copies, ATransferIsNotMixedWithLateCopiesOfTheOneBefore) {
   room.File("a", 40 * BLOCK_SIZE);
   std::vector<std::vector<uint8_t>> former;

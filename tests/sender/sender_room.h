@@ -10,6 +10,7 @@
 #include "protocol/endpoints.h"
 #include "sender/ctrans_server.h"
 #include "sim/room/peer.h"
+#include "sim/room/room.h"
 
 namespace quorl {
 
@@ -51,12 +52,7 @@ class SenderRoom : public testing::Test {
     return world.RunUntil([&] { return Statuses().size() == count; }, 120s);
   }
   /// The codes of WM_TRANS_STATUS so far.
-  std::vector<uint32_t> Statuses() const {
-    std::vector<uint32_t> codes;
-    for (const auto& message : machine.Messages())
-      if (message.number == WM_TRANS_STATUS) codes.push_back(static_cast<uint32_t>(message.wParam));
-    return codes;
-  }
+  std::vector<uint32_t> Statuses() const { return sim::Room::Statuses(machine); }
   std::vector<sim::SentDatagram> Sent(Command command) const {
     std::vector<sim::SentDatagram> found;
     for (const auto& sent : world.Net().Sent())
