@@ -37,6 +37,7 @@ class DeliveryTest : public TempTreeTest {
   RoundEnd BringAll(Staging& staging, const std::vector<std::string>& names) {
     Bring(staging, names);
     Manifest manifest;
+    manifest.onlyFor = onlyFor;
     manifest.emptyDirectories = {"new"};
     for (const std::string& name : names) manifest.files.push_back({name, name.size(), DigestOf(name), THEN, false});
     Write(path / MANIFEST_NAME, FormatManifest(manifest, nullptr));
@@ -47,6 +48,7 @@ class DeliveryTest : public TempTreeTest {
   }
 
   fs::path path;  ///< Of staging.
+  std::vector<uint32_t> onlyFor;
 };
 
 TEST_F(DeliveryTest, ACallThatFailsOrAStopIsNoGoodEnd) {
@@ -54,6 +56,10 @@ TEST_F(DeliveryTest, ACallThatFailsOrAStopIsNoGoodEnd) {
   DeliveryRules stops;
   stops.progress = [](uint64_t) { return false; };
   EXPECT_TRUE(Deliver(stopped, BringAll(stopped, {"a"}), stops).interrupted);
+  onlyFor = {1};
+  stops.progress = nullptr;
+  EXPECT_TRUE(Deliver(stopped, BringAll(stopped, {"a"}), stops).notMeant) << "for another";
+  onlyFor.clear();
   Write("in/file", "another");
   using Names = std::vector<std::string>;
   for (const auto& [call, error, names, exit] : {std::tuple{SYS_fsync, EIO, Names{"a"}, Exit::LocalFiles},

@@ -107,6 +107,7 @@ class ReceiveTest(RoomTest):
         write(self.tree / "big", 20_000_000)
         stopped, killed = self.room.receiver(1), self.room.receiver(2)
         interrupted, closed = self.room.receiver(3), self.room.receiver(4, "--from", "127.0.0.1")
+        others = self.room.receiver(5, "--from", "127.0.0.9")
         self.send(wait=False, **{"for": 3})
         for receiver in (stopped, killed, interrupted):
             receiver.wait_for("From 127.0.0.1")
@@ -118,6 +119,7 @@ class ReceiveTest(RoomTest):
         self.expect(interrupted, 143, "Stopped: .* stored; nothing was moved", limit=7)
         self.expect(stopped, 9, "the sender stopped it", "Nothing was moved")
         self.expect(closed, 9)
+        self.assertNotIn("From 127.0.0.1", others.output())
         self.assertEqual([self.inside(number) for number in (1, 3, 4)], [[], [], []])
         self.assertTrue(left.exists())
         again = self.room.receiver(2)

@@ -204,10 +204,8 @@ TEST(PowerCut, AtEachWriteAndTheNextTransferBringsEverything) {
   EXPECT_GT(lost, 0) << "a disk that keeps everything shows nothing";
 }
 
-const RoomOptions WITH_AUTO_OPEN{1, 1, Profile::Robust, Profile::Robust, "\\a"};
-
 TEST(Hosts, OneThatBlocksForAMinuteAtEachMessageHoldsNothingUp) {
-  Room room(WITH_AUTO_OPEN);
+  Room room({1, 1, Profile::Robust, Profile::Robust, "\\a"});
   room.File("a", 20 * BLOCK_SIZE);
   room.HandleMessages(0, [&](uint32_t, uintptr_t, intptr_t) { room.Receiver(0).Seam().clock.Sleep(60s); });
   room.HandleSenderMessages([&](uint32_t, uintptr_t, intptr_t) { room.Sender().Seam().clock.Sleep(60s); });

@@ -52,13 +52,4 @@ TEST(Dll, StaysForItsThreadsWhenAHostUnloadsItTooEarly) {
   EXPECT_FALSE(IsLoaded());
 }
 
-TEST(Dll, AProcessMayEndInTheMiddle) {
-  // Only its end shows whether the library stands in the way.
-  const HMODULE library = LoadLibraryA(QUORL_DLL);
-  ASSERT_TRUE(library);
-  const uint32_t port = 20000 + std::random_device{}() % 20000;
-  ASSERT_EQ(Find<decltype(InitServer)>(library, "InitServer")(nullptr, 0, port, 0x0100007F), 1u);
-  EXPECT_EQ(Find<decltype(StartSend)>(library, "StartSend")(), 1u);
-}
-
 }  // namespace
