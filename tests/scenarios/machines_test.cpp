@@ -329,7 +329,7 @@ TEST_P(SlowRead, AThreadThatHangsBeyondEveryWaitCannotEndTheNextTransfer) {
 }
 
 TEST_P(SlowRead, NothingFollowsAStop) {
-  RunIntoTheRead(300ms, false);
+  RunIntoTheRead(25ms, false);
   // By the classic rules who is not the master is answered, once the read is over.
   Stranger(room).SayToSender(Stranger::ADDRESS, Build(Ack{1, 0}));
   room.World().RunFor(1ms);
