@@ -12,10 +12,9 @@ function(quorl_test_under_wine NAME)
   set_tests_properties(${NAME} PROPERTIES TIMEOUT 600 LABELS wine)
 endfunction()
 
-# Of the tests of the command one is of its system folder. One of the scenarios asks the heap of another C library.
+# Of the tests of the command one is of its system folder.
 macro(quorl_windows_sources)
   if(NAME STREQUAL cli)
     set(SOURCES cli/staging_test.cpp)
   endif()
-  list(FILTER SOURCES EXCLUDE REGEX "scenarios/(hosts|real_threads)_test\\.cpp$")
 endmacro()

@@ -4,12 +4,12 @@
 // Three kinds of run. In the first anybody lies: nothing may leave the target, and what is called complete must be
 // stored. In the second everybody is honest: what is called complete must be identical. In the third a robust receiver
 // has heard of the transfer and only strangers lie: it must then come to its end whole.
-#include <array>
 #include <optional>
 
 #include "files/target_dir.h"
 #include "fuzz/fuzz_room.h"
 #include "receiver/ctrans_client.h"
+#include "sim/room/lies.h"
 
 namespace quorl {
 namespace {
@@ -40,6 +40,12 @@ class Session : fuzz::FuzzRoom {
     const bool isRobust = kind == Kind::StrangersLie || options / 3 % 2 == 0;
     client.SetProfile(isRobust ? Profile::Robust : Profile::Classic);
   }
+
+  std::string FalseName() {
+    const uint32_t which = input.Below(12);
+    return which < 10 ? sim::FALSE_NAMES[which] : input.TakeText(input.Below(24));
+  }
+  uint32_t FalseNumber(uint32_t) { return input.Number(); }
 
   void Run() {
     machine.Call([&] {
@@ -83,20 +89,15 @@ class Session : fuzz::FuzzRoom {
 
   void Send(std::span<const uint8_t> datagram, Endpoint to = GROUP, uint32_t from = SENDER) {
     ++datagramsIn;
-    Carry(datagram, {from, 40000}, to);
+    room.Say({from, 40000}, to, datagram);
     world.RunFor(1ms);
   }
 
   /// Block `index` of the transfer, from 0 on and round and round.
   std::vector<uint8_t> TrueBlock(uint32_t index, Command command = CMD_DATA) const {
     static constexpr Ack BLOCKS[] = {{1, 0}, {2, 0}, {2, 1}, {3, 0}, {3, 1}, {3, 2}};
-    return TrueBlock(BLOCKS[index % TASK.totalBlocks], command);
-  }
-  std::vector<uint8_t> TrueBlock(Ack block, Command command) const {
-    const fuzz::File& file = files[block.file - 1];
-    const FileShape shape = file.Shape();
-    const BlockHead head{block.file, block.block, shape.lastBlock, 0, shape.tailSize, {}};
-    return fuzz::BlockOf(file, head, command, file.BytesAt(block.block));
+    const Ack block = BLOCKS[index % TASK.totalBlocks];
+    return files[block.file - 1].Block(command, block.file, block.block);
   }
 
   /// What a sender says besides. In the third kind of run it says nothing that would end the receiver.
@@ -118,50 +119,36 @@ class Session : fuzz::FuzzRoom {
   void ServeRequest() {
     if (wanted && wanted->file >= 1 && wanted->file <= files.size() &&
         wanted->block <= files[wanted->file - 1].Shape().lastBlock)
-      Send(TrueBlock(*wanted, CMD_RESEND));
+      Send(files[wanted->file - 1].Block(CMD_RESEND, wanted->file, wanted->block));
   }
 
   void Lie() {
     const uint32_t from = kind == Kind::StrangersLie || input.Below(2) == 0 ? STRANGER : SENDER;
     const Endpoint to = input.Below(2) == 0 ? GROUP : RECEIVER;
     switch (input.Below(8)) {
-      case 0: return Send(Build(Falsified(Falsified(TASK))), to, from);
+      case 0: return Send(Build(False(False(TASK))), to, from);
       case 1: return Send(BuildEmptyDir(std::array{NameField::From(FalseName())}), to, from);
-      case 2: return Send(Build(Falsified(Master{1})), to, from);
-      case 3: return Send(Build(Falsified(Release{1, 1})), to, from);
+      case 2: return Send(Build(False(Master{1})), to, from);
+      case 3: return Send(Build(False(Release{1, 1})), to, from);
       case 4: return input.Below(2) == 0 ? Send(Build(Stop{}), to, from) : Send(Build(Finish{}), to, from);
       case 5: return Send(input.TakeBytes(input.Below(60)), to, from);
       default: return Send(FalseBlock(), to, from);
     }
   }
 
-  /// As it was but for one of its fields, at most.
   template <typename Message>
-  Message Falsified(Message message) {
-    uint32_t left = input.Below(6);
-    ForEachField<Message>([&]<typename Value>(const Field<Message, Value>& field) {
-      if (left-- != 0) return;
-      if constexpr (std::is_same_v<Value, NameField>) message.*field.member = NameField::From(FalseName());
-      if constexpr (std::is_unsigned_v<Value>) message.*field.member = static_cast<Value>(input.Number());
-    });
-    return message;
+  Message False(const Message& truth) {
+    return sim::Falsified(truth, input.Below(6), *this);
   }
 
   std::vector<uint8_t> FalseBlock() {
     const Command command = input.Below(2) == 0 ? CMD_DATA : CMD_RESEND;
     std::vector<uint8_t> datagram = TrueBlock(input.Below(6), command);
-    WriteFields(Falsified(ReadFields<BlockHead>(datagram)), std::span(datagram));
+    WriteFields(False(ReadFields<BlockHead>(datagram)), std::span(datagram));
     // In its last byte, or cut off, or with bytes enough for whatever block it claims to be.
     if (input.Below(4) == 0) datagram.back() ^= 1;
     if (input.Below(4) == 0) datagram.resize(input.Take<uint16_t>() % (MAX_DATAGRAM + 1));
     return datagram;
-  }
-
-  std::string FalseName() {
-    static const char* const NAMES[] = {"\\..\\outside", "\\a\\..\\..\\outside", "..",        "C:\\elsewhere", "\\",
-                                        "/etc/passwd",   "\\.?.\\outside",       "\\data\\a", "\\data",        ""};
-    const uint32_t which = input.Below(12);
-    return which < 10 ? NAMES[which] : input.TakeText(input.Below(24));
   }
 
   void DiskChanges() {
@@ -195,7 +182,7 @@ class Session : fuzz::FuzzRoom {
 
   bool IsIdentical() {
     return std::ranges::all_of(
-        files, [&](const fuzz::File& file) { return machine.Disk().Read("C:\\in" + file.name) == file.content; });
+        files, [&](const sim::PeerFile& file) { return machine.Disk().Read("C:\\in" + file.name) == file.content; });
   }
 
   void CheckState() {

@@ -23,7 +23,7 @@ class Session : fuzz::FuzzRoom {
     isYoung = profile == Profile::Robust && options % 16 >= 8;
     server.SetCapabilities(isYoung ? 1 : 0);
     server.SetSendRate(options % 4 < 2 ? 0 : 20'000);
-    for (const fuzz::File& file : files) machine.Disk().Write("C:" + file.name, file.content);
+    for (const sim::PeerFile& file : files) machine.Disk().Write("C:" + file.name, file.content);
     world.Net().SetTap([this](const sim::SentDatagram& sent) {
       if (sent.from == &machine) Check(sent);
     });
@@ -78,7 +78,7 @@ class Session : fuzz::FuzzRoom {
     const FromReceiver reply = ParseFromReceiver(datagram);
     if (std::holds_alternative<Client>(reply)) clients.insert(from.address);
     if (std::holds_alternative<Ack>(reply)) ++requests;
-    Carry(datagram, from, REPLIES);
+    room.Say(from, REPLIES, datagram);
   }
 
   void HostActs() {
@@ -95,7 +95,7 @@ class Session : fuzz::FuzzRoom {
   }
 
   void FileChanges() {
-    const fuzz::File& file = files[input.Below(3)];
+    const sim::PeerFile& file = files[input.Below(3)];
     hasChangedFiles = true;
     if (input.Below(2) == 0) return machine.Disk().Remove("C:" + file.name);
     machine.Disk().Write("C:" + file.name, std::span(file.content).first(input.Below(6)));
@@ -141,12 +141,15 @@ class Session : fuzz::FuzzRoom {
   /// To the last byte what a fresh buffer would hold: nothing of an earlier block, name or anything else.
   void CheckBlock(const sim::SentDatagram& sent, Command command) const {
     MUST(sent.bytes.size() >= BLOCK_HEAD_SIZE);
-    const BlockHead head = ReadFields<BlockHead>(sent.bytes);
-    const auto file = std::ranges::find(files, head.name.Text(), &fuzz::File::name);
+    BlockHead head = ReadFields<BlockHead>(sent.bytes);
+    const auto file = std::ranges::find(files, head.name.Text(), &sim::PeerFile::name);
     MUST(file != files.end());
-    const size_t bytes = sent.bytes.size() - BLOCK_HEAD_SIZE, expected = file->BytesAt(head.block);
-    MUST(hasChangedFiles ? bytes <= expected : bytes == expected && head.Shape() == file->Shape());
-    MUST(sent.bytes == fuzz::BlockOf(*file, head, command, bytes));
+    const size_t count = sent.bytes.size() - BLOCK_HEAD_SIZE;
+    const auto bytes = file->BytesAt(head.block);
+    MUST(hasChangedFiles ? count <= bytes.size() : count == bytes.size() && head.Shape() == file->Shape());
+    head.firstSending = command == CMD_DATA ? 1 : 0;
+    head.name = NameField::From(file->name);
+    MUST(sent.bytes == sim::BuildBlock(command, head, bytes.first(count)));
   }
 
   Profile profile = Profile::Classic;

@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 
 LONG_TESTS='^(sender|receiver|sim|scenarios)$'
 
-export WINEPREFIX=$PWD/build/wine QUORL_WINE_MACHINE=$PWD/build/wine-machine WINEDEBUG=-all LANG=C.UTF-8
+export WINEPREFIX=$PWD/build/wine WINEDEBUG=-all LANG=C.UTF-8
 # Nobody here wants .NET or a browser, which Wine else offers to fetch.
 export WINEDLLOVERRIDES='mscoree,mshtml='
 export QUORL_BUILD=$PWD/build/release QUORL_WINDOWS_BUILD=$PWD/build/windows-x86_64
@@ -36,7 +36,7 @@ build() {
 }
 
 make_prefix() {
-  [ ! -f "$WINEPREFIX/made" ] || [ ! -d "$QUORL_WINE_MACHINE" ] || return 0
+  [ ! -f "$WINEPREFIX/made" ] || return 0
   say "a Wine prefix, once"
   mkdir -p "$WINEPREFIX"
   wineboot --init >/dev/null 2>&1
@@ -44,9 +44,6 @@ make_prefix() {
   wine reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f >/dev/null
   wineserver --wait
   touch "$WINEPREFIX/made"
-  # What rooms copy for machines of their own, and nothing runs in.
-  rm -rf "$QUORL_WINE_MACHINE"
-  cp -a "$WINEPREFIX" "$QUORL_WINE_MACHINE"
 }
 
 # The services of Wine end with the last program, and hold the output of the first one open until then. So the first one

@@ -2,7 +2,7 @@
 #include "cli/options/table.h"
 
 #include <fmt/format.h>
-#include <quorl/quorl.h>
+#include <quorl/host.h>
 
 #include <algorithm>
 #include <array>

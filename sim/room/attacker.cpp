@@ -17,8 +17,8 @@ constexpr uint32_t ADDRESS = Ipv4(10, 0, 200, 9);
 }  // namespace
 
 Attacker::Attacker(Room& room, uint64_t seed, bool forgesSources)
-    : room(room),
-      machine(room.World().AddMachine("attacker", ADDRESS)),
+    : Peer(room.World(), "attacker", ADDRESS),
+      room(room),
       random(Mix(seed ^ ADDRESS)),
       forgesSources(forgesSources),
       group(RoomAddress{}.group),
@@ -62,94 +62,39 @@ void Attacker::Learn(std::span<const uint8_t> datagram, Endpoint from) {
 }
 
 void Attacker::LieToReceivers() {
-  switch (Below(knownPoll ? 6 : 4)) {
-    case 0: return LieAboutTransfer();
-    case 1: return LieAboutMaster();
-    case 2: return LieAboutBlock();
-    case 3: return LieAboutSymbol();
-    case 4: return LieAboutPoll();
-    default: return Garble();
-  }
-}
-
-void Attacker::LieAboutTransfer() {
-  quorl::Task task = knownTask.value_or(quorl::Task{});
-  switch (Below(7)) {
-    case 0:
-      task.totalBlocks = FalseNumber(task.totalBlocks);
-      task.fileCount = FalseNumber(task.fileCount);
-      return SendToGroup(task);
-    case 1:
-      task.targetFolder = FalseNumber(0xFFFFFFFF);
-      task.targetPath = NameField::From(FalseName());
-      return SendToGroup(task);
-    case 2: return SendToGroup(Finish{});
-    case 3: return SendToGroup(Stop{});
-    case 4: return SendToGroup(ServerOs{static_cast<uint8_t>(Below(2))});
-    case 5: return SendToGroup(AutoOpenName{NameField::From(FalseName())});
-    default: break;
-  }
+  const Endpoint to = Below(8) == 0 ? AnyReceiver() : group;
+  const auto bit = [this] { return static_cast<uint8_t>(Below(2)); };
   std::vector<NameField> names;
-  for (uint64_t i = Below(41); i > 0; --i) names.push_back(NameField::From(FalseName()));
-  Send(BuildEmptyDir(names), group, knownSender);
-}
-
-void Attacker::LieAboutMaster() {
-  const Endpoint to = Below(4) == 0 ? group : AnyReceiver();
-  if (Below(2) == 0) {
-    const auto datagram = Build(Master{static_cast<uint32_t>(Below(2))});
-    return Send({datagram.begin(), datagram.end()}, to, knownSender);
+  switch (Below(16)) {
+    case 0:
+    case 1: return Tell(False(False(knownTask.value_or(quorl::Task{}))), to, knownSender);
+    case 2: return Tell(Finish{}, to, knownSender);
+    case 3: return Tell(Stop{}, to, knownSender);
+    case 4: return Tell(ServerOs{bit()}, to, knownSender);
+    case 5: return Tell(AutoOpenName{NameField::From(FalseName())}, to, knownSender);
+    case 6:
+      for (uint64_t i = Below(41); i > 0; --i) names.push_back(NameField::From(FalseName()));
+      return Send(BuildEmptyDir(names), to, knownSender);
+    case 7:
+    case 8: return Tell(Master{bit()}, AnyReceiver(), knownSender);
+    case 9: return Tell(Release{bit(), bit()}, AnyReceiver(), knownSender);
+    case 10: return Garble();
+    case 11: return knownPoll ? Tell(False(*knownPoll), to, knownSender) : Garble();
+    case 12:
+    case 13: return knownPoll ? LieAboutSymbol() : LieAboutBlock();
+    default: return LieAboutBlock();
   }
-  const auto datagram = Build(Release{static_cast<uint8_t>(Below(2)), static_cast<uint8_t>(Below(2))});
-  Send({datagram.begin(), datagram.end()}, to, knownSender);
-}
-
-BlockHead Attacker::FalseHead() {
-  BlockHead head = knownHead.value_or(BlockHead{.file = 1, .name = NameField::From("\\a")});
-  switch (Below(6)) {
-    case 0: head.file = FalseNumber(head.file); break;
-    case 1: head.block = FalseNumber(head.block); break;
-    case 2: head.lastBlock = FalseNumber(head.lastBlock); break;
-    case 3: head.tailSize = static_cast<uint16_t>(Below(2) == 0 ? Below(BLOCK_SIZE) : Below(65536)); break;
-    case 4: head.name = NameField::From(FalseName()); break;
-    default: break;  // True in everything but the bytes.
-  }
-  return head;
 }
 
 void Attacker::LieAboutBlock() {
-  BlockHead head = FalseHead();
+  BlockHead head = False(knownHead.value_or(BlockHead{.file = 1, .name = NameField::From("\\a")}));
   const bool isData = Below(2) == 0;
   head.firstSending = isData ? 1 : 0;
-  std::vector<uint8_t> datagram(BLOCK_HEAD_SIZE + (Below(4) == 0 ? Below(BLOCK_SIZE) : BLOCK_SIZE),
-                                static_cast<uint8_t>(Below(256)));
-  std::fill_n(datagram.begin(), BLOCK_HEAD_SIZE, uint8_t{0});
-  WriteHeader(isData ? CMD_DATA : CMD_RESEND, datagram);
-  WriteFields(head, datagram);
-  Send(std::move(datagram), group, knownSender);
-}
-
-void Attacker::LieAboutPoll() {
-  Poll poll = knownPoll.value_or(Poll{});
-  switch (Below(6)) {
-    case 0: poll.transfer = FalseNumber(poll.transfer); break;
-    case 1: poll.round = FalseNumber(poll.round); break;
-    case 2:
-      poll.firstGroup = FalseNumber(poll.firstGroup);
-      poll.endGroup = FalseNumber(poll.endGroup);
-      break;
-    case 3: poll.catalogueLength = FalseNumber(poll.catalogueLength); break;
-    case 4: poll.spread = static_cast<uint16_t>(Below(65536)); break;
-    default:
-      poll.totalBlocks = FalseNumber(poll.totalBlocks);
-      poll.fileCount = FalseNumber(poll.fileCount);
-      break;
-  }
-  SendToGroup(poll);
+  const Bytes bytes(Below(4) == 0 ? Below(BLOCK_SIZE) : BLOCK_SIZE, static_cast<uint8_t>(Below(256)));
+  Send(BuildBlock(isData ? CMD_DATA : CMD_RESEND, head, bytes), group, knownSender);
 }
 
 void Attacker::LieAboutSymbol() {
-  if (!knownPoll) return LieAboutBlock();
   const auto head =
       Build(SymbolHead{knownPoll->transfer, static_cast<uint32_t>(Below(2) == 0 ? Below(8) : FalseNumber(0)),
                        static_cast<uint8_t>(Below(256))});
@@ -182,28 +127,16 @@ void Attacker::LieToSender() {
   const uint32_t files = knownTask ? knownTask->fileCount : 1;
   if (knownPoll && Below(2) == 0) return LieAboutLacks();
   switch (Below(4)) {
-    case 0: return SendToSender(Client{static_cast<uint8_t>(Below(2))});
-    case 1: return SendToSender(Ack{FalseNumber(files), FalseNumber(knownHead ? knownHead->block : 0)});
-    case 2: return SendToSender(Finish{static_cast<uint16_t>(Below(3) == 0 ? Below(65536) : 0)});
-    default: return SendToSender(Answer{FalseNumber(0)});
+    case 0: return Tell(Client{static_cast<uint8_t>(Below(2))}, reply, AnyReceiver());
+    case 1: return Tell(Ack{FalseNumber(files), FalseNumber(knownHead ? knownHead->block : 0)}, reply, AnyReceiver());
+    case 2: return Tell(Finish{static_cast<uint16_t>(Below(3) == 0 ? Below(65536) : 0)}, reply, AnyReceiver());
+    default: return Tell(Answer{FalseNumber(0)}, reply, AnyReceiver());
   }
 }
 
 std::string Attacker::FalseName() {
-  static const std::array<const char*, 12> NAMES = {"\\..\\outside",
-                                                    "\\a\\..\\..\\outside",
-                                                    "..",
-                                                    "C:\\Windows\\outside",
-                                                    "\\",
-                                                    "/etc/passwd",
-                                                    "\\.?.\\outside",
-                                                    "\\..?\\x",
-                                                    "",
-                                                    "\\\\host\\share",
-                                                    "\\a\x1b[2J",
-                                                    "D:outside"};
   if (Below(8) == 0) return std::string(Below(600), static_cast<char>('a' + Below(26)));
-  return NAMES[Below(NAMES.size())];
+  return FALSE_NAMES[Below(FALSE_NAMES.size())];
 }
 
 uint32_t Attacker::FalseNumber(uint32_t truth) {
@@ -224,8 +157,7 @@ Endpoint Attacker::AnyReceiver() {
 void Attacker::Send(std::vector<uint8_t> datagram, Endpoint to, Endpoint pretended) {
   ++lies;
   const bool forges = forgesSources && Below(2) == 0 && pretended.address != 0;
-  room.Net().Carry(
-      {room.World().Now(), &machine, forges ? pretended : Endpoint{ADDRESS, group.port}, to, std::move(datagram)});
+  Say(forges ? pretended : Endpoint{ADDRESS, group.port}, to, datagram);
 }
 
 }  // namespace quorl::sim

@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "protocol/datagrams.h"
+#include "sim/room/lies.h"
+#include "sim/room/peer.h"
 #include "sim/room/room.h"
 #include "sim/world/random.h"
 
@@ -14,7 +16,7 @@ namespace quorl::sim {
 
 /// A machine in the room that belongs to nobody: it listens to the group, speaks the protocol well, and lies. What it
 /// does follows from its seed. Lives as long as the room's world runs.
-class Attacker {
+class Attacker : Peer {
  public:
   /// `forgesSources`: about half of its datagrams bear the address of the sender or of a receiver.
   Attacker(Room& room, uint64_t seed, bool forgesSources);
@@ -24,39 +26,34 @@ class Attacker {
 
   uint64_t Lies() const { return lies; }
 
+  std::string FalseName();
+  uint32_t FalseNumber(uint32_t truth);
+
  private:
   void Run();
   void Listen(DatagramSocket& socket);
   void Learn(std::span<const uint8_t> datagram, Endpoint from);
   void LieToReceivers();
   void LieToSender();
-  void LieAboutTransfer();
-  void LieAboutMaster();
   void LieAboutBlock();
-  void LieAboutPoll();
   void LieAboutSymbol();
   void LieAboutLacks();
   void Garble();
-  BlockHead FalseHead();
-  std::string FalseName();
-  uint32_t FalseNumber(uint32_t truth);
   uint64_t Below(uint64_t bound) { return random.Below(bound); }
   void Send(std::vector<uint8_t> datagram, Endpoint to, Endpoint pretended);
   Endpoint AnyReceiver();
 
   template <typename Message>
-  void SendToGroup(const Message& message) {
-    const auto datagram = Build(message);
-    Send({datagram.begin(), datagram.end()}, group, knownSender);
+  Message False(const Message& truth) {
+    return Falsified(truth, Below(FIELD_COUNT<Message> + 1), *this);
   }
   template <typename Message>
-  void SendToSender(const Message& message) {
+  void Tell(const Message& message, Endpoint to, Endpoint pretended) {
     const auto datagram = Build(message);
-    Send({datagram.begin(), datagram.end()}, reply, AnyReceiver());
+    Send({datagram.begin(), datagram.end()}, to, pretended);
   }
 
   Room& room;
-  SimMachine& machine;
   Random random;
   const bool forgesSources;
   const Endpoint group;

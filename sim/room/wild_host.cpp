@@ -45,7 +45,7 @@ void WildHost::CallReceiver(Random& random) {
     case 3:
     case 4: client.StartReceive(); break;
     case 5: client.StopReceive(); break;
-    case 6: client.GetState(); break;
+    case 6: client.GetState(), client.GetCounters(); break;
     default: client.DeInitClient(); break;
   }
 }
@@ -65,7 +65,7 @@ void WildHost::CallSender(Random& random) {
     case 8: server.GetReceivers(buffer.data(), static_cast<uint32_t>(buffer.size())); break;
     case 9: server.GetIsHasInvalidChar(); break;
     case 10: server.StopSend(); break;
-    default: random.Below(4) == 0 ? void(server.DeInitServer()) : void(server.GetState()); break;
+    default: random.Below(4) == 0 ? void(server.DeInitServer()) : void(server.GetState()), server.GetCounters(); break;
   }
 }
 

@@ -16,7 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uint32_t US = 1, ANOTHER = 2;
 constexpr FileTime THEN{7, 0};
 constexpr uint64_t PART = 9000;  // bytes, in three blocks
 
@@ -35,7 +34,7 @@ class DeliveryTest : public TempTreeTest {
   }
 
   /// The same, and all of it: an end without faults.
-  RoundEnd BringAll(Staging& staging, const std::vector<std::string>& names, const std::vector<uint32_t>& onlyFor) {
+  RoundEnd BringAll(Staging& staging, const std::vector<std::string>& names) {
     Bring(staging, names);
     Manifest manifest;
     manifest.onlyFor = onlyFor;
@@ -49,51 +48,36 @@ class DeliveryTest : public TempTreeTest {
   }
 
   fs::path path;  ///< Of staging.
+  std::vector<uint32_t> onlyFor;
 };
 
-TEST_F(DeliveryTest, OnlyWhatIsForThisMachineAndHasBeenCheckedToItsEndIsMoved) {
-  struct Case {
-    std::vector<uint32_t> onlyFor;
-    bool goesOn;
-    size_t moved;
-  };
-  for (const Case& one : {Case{{US, ANOTHER}, true, 1}, {{ANOTHER}, true, 0}, {{}, false, 0}}) {
-    Staging staging(In());
-    const RoundEnd end = BringAll(staging, {"a"}, one.onlyFor);
-    DeliveryRules rules;
-    rules.ownAddress = US;
-    rules.progress = [&](uint64_t) { return one.goesOn; };
-    const ReceiveResult result = Deliver(staging, end, rules);
-    EXPECT_EQ(result.moved.moved.size(), one.moved);
-    EXPECT_EQ(result.interrupted, !one.goesOn);
-    EXPECT_EQ(result.notMeant, one.goesOn && one.moved == 0);
-  }
-}
-
-TEST_F(DeliveryTest, ACallThatFailsIsNoGoodEnd) {
-  struct Case {
-    long call;
-    int error;
-    std::vector<std::string> names;
-    Exit exit;
-  };
+TEST_F(DeliveryTest, ACallThatFailsOrAStopIsNoGoodEnd) {
+  Staging stopped(In());
+  DeliveryRules stops;
+  stops.progress = [](uint64_t) { return false; };
+  EXPECT_TRUE(Deliver(stopped, BringAll(stopped, {"a"}), stops).interrupted);
+  onlyFor = {1};
+  stops.progress = nullptr;
+  EXPECT_TRUE(Deliver(stopped, BringAll(stopped, {"a"}), stops).notMeant) << "for another";
+  onlyFor.clear();
   Write("in/file", "another");
-  for (const Case& one : {Case{SYS_fsync, EIO, {"a"}, Exit::LocalFiles},
-                          {SYS_fsync, EIO, {}, Exit::LocalFiles},  // of the directories
-                          {SYS_renameat2, EDQUOT, {"a"}, Exit::NoRoom},
-                          {SYS_renameat2, ENOSPC, {"a", "file/below"}, Exit::NoRoom},
-                          {SYS_renameat2, EIO, {"a"}, Exit::LocalFiles},
-                          {SYS_utimensat, EPERM, {"a"}, Exit::NotVerified},
-                          {SYS_fchmod, EPERM, {"a"}, Exit::NotVerified}}) {
-    SCOPED_TRACE(std::to_string(one.call) + " " + std::to_string(one.error));
+  using Names = std::vector<std::string>;
+  for (const auto& [call, error, names, exit] : {std::tuple{SYS_fsync, EIO, Names{"a"}, Exit::LocalFiles},
+                                                 {SYS_fsync, EIO, {}, Exit::LocalFiles},  // of the directories
+                                                 {SYS_renameat2, EDQUOT, {"a"}, Exit::NoRoom},
+                                                 {SYS_renameat2, ENOSPC, {"a", "file/below"}, Exit::NoRoom},
+                                                 {SYS_renameat2, EIO, {"a"}, Exit::LocalFiles},
+                                                 {SYS_utimensat, EPERM, {"a"}, Exit::NotVerified},
+                                                 {SYS_fchmod, EPERM, {"a"}, Exit::NotVerified}}) {
+    SCOPED_TRACE(std::to_string(call) + " " + std::to_string(error));
     Staging staging(In());
-    const RoundEnd end = BringAll(staging, one.names, {});
+    const RoundEnd end = BringAll(staging, names);
     DeliveryRules rules;
     rules.move.sync = true;
     ReceiveResult result;
-    if (!WhileCallFails(one.call, one.error, [&] { result = Deliver(staging, end, rules); }))
+    if (!WhileCallFails(call, error, [&] { result = Deliver(staging, end, rules); }))
       GTEST_SKIP() << "calls cannot be made to fail here";
-    EXPECT_EQ(result.Code(), one.exit);
+    EXPECT_EQ(result.Code(), exit);
     EXPECT_TRUE(result.moved.moved.empty());
     EXPECT_FALSE(fs::exists(root / "in/a"));
   }
@@ -143,6 +127,7 @@ TEST_F(DeliveryTest, WhatABrokenTransferLeavesIsCheckedOrKeptAndOneReceiverGoesO
   EXPECT_EQ(staging.StaleRemoved(), 0u);
   ASSERT_EQ(staging.KeptFiles().files.size(), 1u);
   EXPECT_TRUE(Staging(In()).KeptFiles().files.empty());
+  EXPECT_TRUE(TakeInventory(catalogue, staging, {}).held.empty()) << "nobody knows of what it is a part";
   catalogue.files[2].digest = DigestOf("all of it");
   EXPECT_EQ(TakeInventory(catalogue, staging, {}).held.size(), 1u);
   catalogue.files[2].written = {8, 0};

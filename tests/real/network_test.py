@@ -5,21 +5,21 @@ import subprocess
 import unittest
 
 import testbed
-from room import Room, differences, write
+from room import RoomTest, differences, write
 from testbed import run
 
 
-class NetworkTest(unittest.TestCase):
+class NetworkTest(RoomTest):
+    sizes = {"a": 300_000}
+
     def setUp(self):
         why = testbed.missing()
         if why:
             self.skipTest(why)
-        self.room, self.bed = Room(), testbed.Testbed()
-        self.addCleanup(self.room.close)
+        super().setUp()
+        self.bed = testbed.Testbed()
         self.addCleanup(self.bed.close)
         self.bed.build(2)
-        self.tree = self.room.path / "source" / "tree"
-        write(self.tree / "a", 300_000)
 
     def receiver(self, number, *arguments):
         into = self.room.path / f"{number}"
@@ -28,11 +28,6 @@ class NetworkTest(unittest.TestCase):
 
     def send(self, *arguments, machine=None):
         return self.room.start("send", self.tree, *arguments, prefix=self.bed.inside(machine or self.bed.sender))
-
-    def expect(self, command, code, *texts, limit=30):
-        self.assertEqual(command.wait(limit), code, command.output())
-        for text in texts:
-            self.assertIn(text, command.output())
 
     def test_a_receiver_follows_the_network_and_never_settles_on_loopback(self):
         name = self.bed.receivers[0]
@@ -58,6 +53,16 @@ class NetworkTest(unittest.TestCase):
         self.expect(self.room.start("doctor", prefix=self.bed.inside(name)), 0,
                     "one on this machine listens through lo, not through eth0")
 
+    def test_doctor_finds_the_firewall(self):
+        inside = self.bed.inside(self.bed.sender)
+        healthy = self.room.start("doctor", "--json", prefix=inside)
+        self.expect(healthy, 0)
+        self.assertEqual(self.facts(healthy)[-1]["faults"], 0)
+        rules = "add table inet f; add chain inet f input { type filter hook input priority 0; policy drop; }"
+        subprocess.run([*inside, "nft", rules], check=True)
+        self.expect(self.room.start("doctor", prefix=inside), 1, "FAULT  round trip", "hint   firewall",
+                    "nft add rule inet f input udp dport { 27001, 27003, 28000 } accept", "1 fault must be mended")
+
     def test_another_sender_is_named_and_waited_for_and_receivers_go_by_their_names(self):
         other = self.bed.plug("tx2", "10.66.0.2")
         for machine in (self.bed.sender, other):
@@ -68,6 +73,7 @@ class NetworkTest(unittest.TestCase):
             receiver.wait_for("Waiting for a sender")
         self.expect(self.send("--only", "lab-01,lab-09", "--wait", "0", "--yes"), 4, "10.66.0.12 lab-02 listens too",
                     "1 of 2 receivers", "not there       1   lab-09", "--only lab-09")
+        self.expect(self.room.start("list", prefix=self.bed.inside(other)), 0, "Receivers  2", "10.66.0.11 lab-01")
         first = self.send("--rate", "1M", "--wait-for", "2")
         first.wait_for("Sending")
         self.expect(self.send("--yes", machine=other), 6, "another sender is active", "9:27001: 10.66.0.1 lab-tx")

@@ -70,6 +70,14 @@ class PackageTest(unittest.TestCase):
             self.assertIn("239 of 239 blocks stored", said)
             self.assertEqual(differences(source, target), [])
 
+    def test_the_library_exports_what_its_headers_declare(self):
+        # Type A is the name of the version itself.
+        exported = {row.split()[-1].split("@")[0] for row in run("nm", "-D", "--defined-only", BUILD / "libquorl.so")
+                    .splitlines() if row.split()[-2] != "A"}
+        own, additions = (set(re.findall(r"^QUORL_EXPORT [^;(]*?(\w+)\s*\(", (SOURCE / "include/quorl" / header)
+                                         .read_text(), re.MULTILINE)) for header in ("quorl.h", "host.h"))
+        self.assertEqual((exported, len(own)), (own | additions, 13))
+
     def test_the_guide_shows_code_that_runs(self):
         programs = "\n".join(path.read_text() for path in EXAMPLES.rglob("*") if path.is_file())
         guide = (SOURCE / "docs" / "hosts.md").read_text()

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """`quorl receive` on this machine: what it verifies, moves, leaves alone, cleans up, and ends with."""
-import json
+import ctypes
 import os
 import re
 import shutil
@@ -11,7 +11,7 @@ import time
 import unittest
 from pathlib import Path
 
-from room import QUORL, Room, differences, run_tests, works, write
+from room import QUORL, RoomTest, differences, run_tests, works, write
 import sender
 from sender import manifest
 from terminal import Terminal
@@ -19,13 +19,11 @@ from terminal import Terminal
 KEY = b"sixteen bytes or more"
 
 
-class ReceiveTest(unittest.TestCase):
+class ReceiveTest(RoomTest):
+    sizes = {"empty": 0, "block": 4254, "a/b/deep": 9999, "big": 500_000}
+
     def setUp(self):
-        self.room = Room()
-        self.addCleanup(self.room.close)
-        self.tree = self.room.path / "source" / "tree"
-        for name, size in {"empty": 0, "block": 4254, "a/b/deep": 9999, "big": 500_000}.items():
-            write(self.tree / name, size)
+        super().setUp()
         self.key = self.room.path / "key"
         self.key.write_bytes(KEY)
 
@@ -44,16 +42,6 @@ class ReceiveTest(unittest.TestCase):
             self.assertEqual(process.wait(60), 0)
         return process
 
-    def expect(self, command, code, *texts, limit=30):
-        self.assertEqual(command.wait(limit), code, command.output())
-        for text in texts:
-            self.assertRegex(command.output(), text)
-
-    def inside(self, number):
-        """Everything in a receiver's directory, hidden or not."""
-        target = self.room.target(number)
-        return sorted(str(path.relative_to(target)) for path in target.rglob("*"))
-
     def staging(self, number):
         """The one staging directory of a receiver in the middle of a transfer."""
         found = [path for path in self.room.target(number).iterdir()
@@ -69,7 +57,7 @@ class ReceiveTest(unittest.TestCase):
         self.expect(self.room.sender(self.tree, "-n", "1", "--key-file", self.key, "--target", "/srv/in"), 0)
         self.expect(receiver, 0, "From 127.0.0.1: 4 files, .*free", 'asked for its own folder "C:.srv.in"; ignored',
                     "Complete: 4 files, 514 kB in .*, nothing missing, verified 4 of 4 with the key\\.")
-        self.assertEqual(differences(self.tree.parent, self.room.target(1)), [])
+        self.same(1)
         received = self.room.target(1) / "tree"
         self.assertEqual((received / "big").stat().st_mtime_ns, 1_234_567_890_123_456_789)
         self.assertEqual([os.access(received / name, os.X_OK) for name in ("block", "big")], [True, False])
@@ -80,29 +68,12 @@ class ReceiveTest(unittest.TestCase):
         terminal = Terminal("receive", self.room.target(1), "-i", "127.0.0.2", "-p", self.room.port)
         self.addCleanup(os.close, terminal.controller)
         terminal.wait_for("^Directory  .*receiver-1\\nWaiting for a sender on 235.* via lo 127.0.0.2   \\(Ctrl-C")
-        process = self.send(text=manifest(self.tree), wait=False)
+        self.send(text=manifest(self.tree), wait=False)
         terminal.wait_for("^From 127.0.0.1: 4 files, 4.0. MB into .*receiver-1   \\(.* free\\)\n\n?"
                           "Receiving  █+░+   [ 0-9]+ %   [0-9.]+ of 4.0. MB   [0-9.]+ .?B/s.*\n           .*tree/big")
-        process.wait(60)
         self.assertEqual(terminal.end(), 0)
         self.assertRegex(terminal.screen(), "free\\)\nComplete: 4 files, 4.0. MB in .* s, nothing missing, "
                          "verified 4 of 4\\.$")
-
-    def test_each_policy_in_one_room(self):
-        policies = ("rename", "overwrite", "skip", "fail")
-        for number in range(1, 5):
-            write(self.room.target(number) / "tree" / "block", 10_000)
-        receivers = [self.room.receiver(number, "--existing", policy) for number, policy in enumerate(policies, 1)]
-        self.send()
-        self.expect(receivers[0], 0, 'renamed    1   "tree/block" existed, new one is "tree/block \\(1\\)"',
-                    "not verified: it came without a manifest")
-        self.expect(receivers[1], 0, "Complete: 4 files")
-        self.expect(receivers[2], 0, 'skipped    1   "tree/block" existed')
-        self.expect(receivers[3], 7, 'exist +1 +"tree/block"', "error: 1 of 4 files exist already: nothing was moved")
-        self.assertEqual(differences(self.tree.parent, self.room.target(2)), [])
-        self.assertEqual([(self.room.target(n) / "tree/block").stat().st_size for n in range(1, 5)],
-                         [10_000, 4254, 10_000, 10_000])
-        self.assertEqual(self.inside(4), ["tree", "tree/block"])
 
     def test_a_key_vouches_for_everything_or_nothing_is_moved(self):
         wrong = self.room.path / "wrong"
@@ -122,52 +93,21 @@ class ReceiveTest(unittest.TestCase):
         write(self.tree / "big", 499_999)
         (self.tree / "block").write_bytes(b"y" * 4254)
         (self.tree / "empty").unlink()
-        self.room.target(1).mkdir()
-        receiver = self.room.start("receive", self.room.target(1), "--interface", "127.0.0.2", "--port", self.room.port,
-                                   "--json")
-        receiver.wait_for('"type":"waiting"')
+        receiver = self.room.receiver(1, "--json")
         self.send(text=text)
         self.expect(receiver, 10)
-        facts = [json.loads(line) for line in receiver.output().splitlines() if line.startswith("{")]
+        facts = self.facts(receiver)
         self.assertEqual({fact["name"]: fact["reason"] for fact in facts if fact["type"] == "difference"},
                          {"tree/a/b/deep": "is not in the manifest", "tree/big": "has another size",
                           "tree/block": "has another content", "tree/empty": "is missing"})
         self.assertEqual((facts[-1]["type"], facts[-1]["exit_code"], facts[-1]["files_moved"]), ("result", 10, 0))
         self.assertEqual(self.inside(1), [])
 
-    def test_names_that_become_one_are_not_delivered(self):
-        for name in ("x*y", "xy"):
-            write(self.tree / "a" / name, 5000)
-        receiver = self.room.receiver(1)
-        self.send()
-        self.expect(receiver, 7, "status 1001", "Nothing was moved")
-        self.assertEqual(self.inside(1), [])
-
-    def test_a_file_that_cannot_be_stored_does_not_take_the_others_along(self):
-        write(self.tree / "big", 4_000_000)
-        write(self.tree / "late", 5000)
-        hindered, whole = self.room.receiver(1), self.room.receiver(2)
-        process = self.send(text=manifest(self.tree), wait=False)
-        hindered.wait_for("From 127.0.0.1: 5 files")
-        (self.staging(1) / "tree" / "late").mkdir()
-        self.assertEqual(process.wait(60), 0)
-        self.expect(whole, 0, "verified 5 of 5")
-        self.expect(hindered, 4, "the other files go on", 'differ +1 +"tree/late" is missing',
-                    "error: 1 of 5 files could not be stored here\n  The others are verified and in their places")
-        (self.tree / "late").unlink()
-        self.assertEqual(differences(self.tree.parent, self.room.target(1)), [])
-
-    def test_who_is_not_meant_goes_on_waiting(self):
-        meant, other = self.room.receiver(1), self.room.receiver(2, "--timeout", "3")
-        self.send(text=manifest(self.tree, only=["127.0.0.2"]))
-        self.expect(meant, 0, "verified 4 of 4")
-        self.expect(other, 3, "Not meant for this machine", "no sender came within 3.0 s")
-        self.assertEqual(self.inside(2), [])
-
     def test_an_end_in_the_middle_moves_nothing_and_a_killed_receiver_is_cleaned_up_after(self):
         write(self.tree / "big", 20_000_000)
         stopped, killed = self.room.receiver(1), self.room.receiver(2)
         interrupted, closed = self.room.receiver(3), self.room.receiver(4, "--from", "127.0.0.1")
+        others = self.room.receiver(5, "--from", "127.0.0.9")
         self.send(wait=False, **{"for": 3})
         for receiver in (stopped, killed, interrupted):
             receiver.wait_for("From 127.0.0.1")
@@ -179,6 +119,7 @@ class ReceiveTest(unittest.TestCase):
         self.expect(interrupted, 143, "Stopped: .* stored; nothing was moved", limit=7)
         self.expect(stopped, 9, "the sender stopped it", "Nothing was moved")
         self.expect(closed, 9)
+        self.assertNotIn("From 127.0.0.1", others.output())
         self.assertEqual([self.inside(number) for number in (1, 3, 4)], [[], [], []])
         self.assertTrue(left.exists())
         again = self.room.receiver(2)
@@ -194,9 +135,9 @@ class ReceiveTest(unittest.TestCase):
         here = ("-i", "127.0.0.1", "-p", self.room.port)
 
         def receiver(number, output):
-            directory = self.room.target(number)
-            directory.mkdir(exist_ok=True)
             with open(self.room.path / f"said-{number}", "wb") as said:
+                directory = self.room.target(number)
+                directory.mkdir(exist_ok=True)
                 command = self.room.start("receive", "--output", output, "-i", f"127.0.0.{number + 1}",
                                           "-p", self.room.port, cwd=directory, error=said)
             while "Waiting" not in (self.room.path / f"said-{number}").read_text() + command.output():
@@ -204,13 +145,9 @@ class ReceiveTest(unittest.TestCase):
             return command
 
         poured, stored = receiver(1, "-"), receiver(2, self.room.path / "disk.img")
-        with subprocess.Popen(["cat", image], stdout=subprocess.PIPE) as pipe:
-            sender = subprocess.Popen(list(map(str, [QUORL, "send", "-", "--as", "img", "-n", 2, "-r", "800M", *here])),
-                                      stdin=pipe.stdout, stdout=subprocess.DEVNULL,
-                                      env={**os.environ, "TMPDIR": str(spool)})
-            self.addCleanup(sender.kill)
-            self.assertEqual(sender.wait(60), 0)
-        self.assertEqual((poured.wait(30), stored.wait(30)), (0, 0))
+        sender = subprocess.run(f"cat {image} | {QUORL} send - --as img -n 2 -r 800M {' '.join(map(str, here))}",
+                                shell=True, stdout=subprocess.DEVNULL, env={**os.environ, "TMPDIR": str(spool)})
+        self.assertEqual((sender.returncode, poured.wait(30), stored.wait(30)), (0, 0, 0))
         poured.output_file.seek(0)
         self.assertTrue(poured.output_file.read() == image.read_bytes() == (self.room.path / "disk.img").read_bytes())
         self.assertEqual([self.inside(1), self.inside(2), os.listdir(spool)], [[], [], []])
@@ -227,6 +164,26 @@ class ReceiveTest(unittest.TestCase):
         full.wait_for("Waiting")
         self.send(small, text=manifest(small))
         self.expect(full, 7, '"/dev/full" cannot be written: No space left')
+
+    def test_a_parent_swapped_for_a_link_while_blocks_arrive(self):
+        for number in range(400):
+            write(self.tree / "dir" / f"{number}", 9000)
+        outside = self.room.path / "outside"
+        outside.mkdir()
+        receiver = self.room.receiver(1)
+        process = self.send(wait=False)
+        receiver.wait_for("From 127.0.0.1")
+        parent, link = self.staging(1) / "tree" / "dir", self.staging(1) / "link"
+        parent.mkdir(parents=True, exist_ok=True)
+        link.symlink_to(outside)
+        rename, exchange, here = ctypes.CDLL(None).renameat2, 2, -100
+        swaps = 0
+        while process.poll() is None:
+            swaps += rename(here, bytes(parent), here, bytes(link), exchange) == 0
+            time.sleep(0.0002)
+        self.assertGreater(swaps, 100)
+        self.assertNotEqual(receiver.wait(30), 0, receiver.output())
+        self.assertEqual((os.listdir(outside), self.inside(1)), ([], []))
 
     def test_two_receivers_of_one_machine_in_one_directory(self):
         shared = self.room.path / "shared"
@@ -259,21 +216,15 @@ class ReceiveTest(unittest.TestCase):
             while len(re.findall("^127.0.0.1: ", receiver.output(), re.M)) < round_number:
                 self.assertLess(time.monotonic(), limit, receiver.output())
                 time.sleep(0.02)
-            time.sleep(0.3)
-            # It may be a moment until it listens again.
-            limit = time.monotonic() + 2
-            while True:
-                held = (len(os.listdir(process / "fd")), len(os.listdir(process / "task")))
-                if not seen or held == seen[-1] or time.monotonic() > limit:
-                    break
-                time.sleep(0.05)
-            seen.append(held)
+            if round_number in (3, 20):
+                time.sleep(2)  # It may be a moment until it listens again.
+                seen.append((len(os.listdir(process / "fd")), len(os.listdir(process / "task"))))
         receiver.signal(signal.SIGTERM)
         self.expect(receiver, 143, "Stopped after 20 transfers")
         lines = re.findall("^127.0.0.1: (.*)", receiver.output(), re.M)
         self.assertEqual([sum(word in line for line in lines) for word in
                           ("verified 1 of 1", "not verified", "the sender stopped it")], [8, 8, 4], receiver.output())
-        self.assertEqual(len(set(seen[2:])), 1, f"descriptors and threads: {seen}")
+        self.assertEqual(*seen, "descriptors and threads")
         self.assertEqual(self.inside(1), ["file"])
         self.assertEqual(set(log.read_text().splitlines()), {f"1 {self.room.target(1)}", "4"})
         self.assertEqual(len(log.read_text().splitlines()), 16, "8 verified ones")
@@ -294,18 +245,18 @@ class ReceiveTest(unittest.TestCase):
         while not opened.exists() or not opened.read_text():
             time.sleep(0.1)
         self.assertEqual(opened.read_text().strip(), str(self.room.target(1) / "tree/block"))
-        receiver = self.room.receiver(1, "--open", "--existing", "skip")
+        write(self.tree / "block", 17)
+        receivers = [self.room.receiver(1, "--open", "--existing", "skip"), self.room.receiver(2)]
         self.send(open="\\..\\..\\etc\\hostname")
-        self.expect(receiver, 0, "not among those received; not opened")
+        self.expect(receivers[0], 0, "not among those received; not opened", 'skipped +1 +"tree/block" existed')
+        self.expect(receivers[1], 0, 'renamed +1 +"tree/block" existed, new one is "tree/block \\(1\\)"')
 
     @unittest.skipUnless(works("strace", "-o", os.devnull, "true"), "programs cannot be traced here")
     def test_sync_brings_each_file_to_the_disk_before_its_name_and_then_the_directory(self):
         trace = self.room.path / "trace"
         target = self.room.target(1)
-        target.mkdir()
-        receiver = self.room.start("receive", target, "--sync", "--interface", "127.0.0.2", "--port", self.room.port,
-                                   prefix=("strace", "-ff", "-y", "-o", trace, "-e", "trace=fsync,renameat2"))
-        receiver.wait_for("Waiting for a sender")
+        receiver = self.room.receiver(1, "--sync",
+                                      prefix=("strace", "-ff", "-y", "-o", trace, "-e", "trace=fsync,renameat2"))
         self.send()
         self.expect(receiver, 0)
         # One thread makes all of them. In one file for all threads a line of another would cut a call in two.
@@ -323,15 +274,14 @@ class ReceiveTest(unittest.TestCase):
         for arguments, text in ((("/proc",), "nothing can be received into"), (("--then", self.tree / "block"), "run"),
                                 (("--key-file", self.tree / "empty"), "too short")):
             self.expect(self.room.start("receive", *arguments), 7, text)
-        (self.room.path / "in").mkdir()
+        self.room.target(1).mkdir()
         reader, writer = os.pipe()
         os.close(reader)
-        receiver = subprocess.Popen([QUORL, "receive", self.room.path / "in", "-i", "127.0.0.2", "-p",
-                                     str(self.room.port)], stdout=writer, stderr=writer)
-        self.addCleanup(receiver.kill)
-        self.send()
-        self.assertEqual(receiver.wait(30), 0)
-        self.assertEqual(differences(self.tree.parent, self.room.path / "in"), [])
+        receiver, sender = (subprocess.Popen([QUORL, *words, "-p", str(self.room.port)], stdout=writer, stderr=writer)
+                            for words in (("receive", self.room.target(1), "-i", "127.0.0.2"),
+                                          ("send", self.tree, "-n", "1", "-i", "127.0.0.1")))
+        self.assertEqual((sender.wait(30), receiver.wait(30)), (0, 0))
+        self.same(1)
 
     def test_a_directory_on_a_network_file_system_is_refused(self):
         local, remote = self.room.path / "local", self.room.path / "remote"

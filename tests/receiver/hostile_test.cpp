@@ -20,10 +20,7 @@ struct HostileTest : BothProfiles {
                      Command command = CMD_DATA) {
     BlockHead head{2, 0, 1, command == CMD_DATA ? uint8_t{1} : uint8_t{0}, 5, NameField::From("\\two.bin")};
     forge(head);
-    Bytes datagram(BLOCK_HEAD_SIZE + byteCount);
-    WriteHeader(command, datagram);
-    WriteFields(head, std::span(datagram));
-    return datagram;
+    return sim::BuildBlock(command, head, Bytes(byteCount));
   }
 
   /// One counter counts the datagram, and nothing else comes of it.
@@ -90,6 +87,11 @@ TEST_P(HostileTest, WhatCannotComeFromASenderIsDroppedAndCounted) {
 TEST_P(HostileTest, WithoutAnAnnouncementOnlyClassicTakesAnything) {
   Listen(GetParam());
   AddThreeFiles();
+  if (IsRobust()) {
+    Send(Build(Report{}), REPORT_GROUP);
+    world.RunFor(2s);
+    EXPECT_EQ(client.GetState().otherSender, SENDER);
+  }
   SendData(1, 0);
   EXPECT_EQ(client.GetState().otherSender, SENDER);
   Send(BuildEmptyDir(std::vector{NameField::From("\\dir")}), DATA_GROUP);
@@ -109,11 +111,10 @@ TEST_P(HostileTest, StrangersAreHeardOnlyWhereNobodyIsKnown) {
   const bool named = !IsRobust();
   client.SetSender(named ? SENDER : 0);
   Listen(GetParam());
-  auto& stranger = world.AddMachine("stranger", Ipv4(10, 0, 0, 3));
-  const auto other = stranger.Seam().network.OpenDatagramSocket();
-  const auto say = [&](const auto& message) {
-    other->Send(Build(message), DATA_GROUP);
-    world.RunFor(10ms);
+  sim::Peer stranger(world, "stranger", Ipv4(10, 0, 0, 3));
+  const auto say = [&](const auto& message, Endpoint to = DATA_GROUP, Duration pause = 10ms) {
+    stranger.Say({Ipv4(10, 0, 0, 3), 5}, to, Build(message));
+    world.RunFor(pause);
   };
   say(Collect{});
   EXPECT_EQ(TakeReplies().size(), named ? 0u : 1u);
@@ -130,10 +131,7 @@ TEST_P(HostileTest, StrangersAreHeardOnlyWhereNobodyIsKnown) {
   EXPECT_EQ(Told(), Lines{"1039 3 6"});
   EXPECT_EQ(TakeReplies(), Lines{});
   // Another room's heartbeat, on the group that all rooms share, does not keep this sender alive.
-  for (int second = 0; second < 17; ++second) {
-    other->Send(Build(Report{}), REPORT_GROUP);
-    world.RunFor(1s);
-  }
+  for (int second = 0; second < 17; ++second) say(Report{}, REPORT_GROUP, 1s);
   EXPECT_EQ(Told().back(), "1040 1004 0");
 }
 

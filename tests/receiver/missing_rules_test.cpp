@@ -12,14 +12,8 @@ namespace {
 using namespace std::chrono_literals;
 
 TEST(SequenceTest, OnlySkippedBlocksMakeAGapAndItNamesThem) {
-  struct Case {
-    LostBlock seen;
-    uint32_t lastBlock;
-    LostBlock next;
-    std::vector<LostBlock> skipped;
-  };
   // Within a file; from file to file; at the start, which is as if block 0 of file 1 had come.
-  const Case cases[] = {
+  const std::tuple<LostBlock, uint32_t, LostBlock, std::vector<LostBlock>> cases[] = {
       {{2, 5}, 9, {2, 5}, {}},       {{2, 5}, 9, {2, 6}, {}},
       {{2, 5}, 9, {2, 1}, {}},       {{2, 5}, 9, {2, 8}, {{2, 6}, {2, 7}}},
       {{1, 3}, 3, {2, 0}, {}},       {{1, 3}, 3, {2, 1}, {{2, 0}}},
@@ -27,15 +21,15 @@ TEST(SequenceTest, OnlySkippedBlocksMakeAGapAndItNamesThem) {
       {{1, 2}, 3, {2, 0}, {{1, 3}}}, {{2, 7}, 9, {5, 2}, {{2, 8}, {2, 9}, {3, 0}, {4, 0}, {5, 0}, {5, 1}}},
       {{0, 0}, 0, {1, 1}, {}},       {{0, 0}, 0, {1, 2}, {{1, 1}}},
   };
-  for (const Case& c : cases) {
+  for (const auto& [seen, lastBlock, next, expected] : cases) {
     SequencePosition position;
-    if (c.seen.file != 0) position.MoveTo(c.seen.file, c.seen.block, c.lastBlock);
-    const auto gap = position.MoveTo(c.next.file, c.next.block, 9);
+    if (seen.file != 0) position.MoveTo(seen.file, seen.block, lastBlock);
+    const auto gap = position.MoveTo(next.file, next.block, 9);
     std::vector<LostBlock> skipped;
     GapExpansion expansion(gap.value_or(GapRecord{}), UINT64_MAX);
     while (const auto block = expansion.Next()) skipped.push_back(*block);
-    EXPECT_EQ(skipped, c.skipped) << c.seen.file << " to " << c.next.file;
-    EXPECT_EQ(gap.has_value(), !c.skipped.empty());
+    EXPECT_EQ(skipped, expected) << seen.file << " to " << next.file;
+    EXPECT_EQ(gap.has_value(), !expected.empty());
   }
 }
 

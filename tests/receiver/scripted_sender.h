@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <ranges>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@
 #include "protocol/endpoints.h"
 #include "receiver/blocks/lost_block.h"
 #include "receiver/ctrans_client.h"
-#include "sim/world/world.h"
+#include "sim/room/peer.h"
 
 namespace quorl {
 
@@ -32,15 +33,6 @@ class ScriptedSender : public testing::Test {
   static constexpr uint32_t SENDER = Ipv4(10, 0, 0, 1);
   static constexpr uint32_t RECEIVER = Ipv4(10, 0, 0, 2);
   static constexpr Endpoint DATA_GROUP{DEFAULT_GROUP, DEFAULT_PORT};
-
-  struct File {
-    std::string name;
-    sim::Bytes content;
-
-    FileShape Shape() const { return *FileShape::Of(content.size()); }
-  };
-
-  void SetUp() override { EXPECT_TRUE(socket->Bind({SENDER, 0})); }
 
   // ---- the receiver ----
 
@@ -63,11 +55,7 @@ class ScriptedSender : public testing::Test {
   // ---- the sender ----
 
   /// A file of so many bytes as the next one of the transfer.
-  void AddFile(const std::string& name, size_t length) {
-    sim::Bytes content(length);
-    for (size_t i = 0; i < length; ++i) content[i] = static_cast<uint8_t>(i * 7 + i / BLOCK_SIZE + files.size() * 31);
-    files.push_back({name, content});
-  }
+  void AddFile(const std::string& name, size_t length) { files.emplace_back(name, length, files.size()); }
 
   /// Three files of 1, 2 and 3 blocks.
   void AddThreeFiles() {
@@ -78,7 +66,7 @@ class ScriptedSender : public testing::Test {
 
   Task TaskFor(const std::string& target) const {
     Task task;
-    for (const File& file : files) task.totalBlocks += file.Shape().lastBlock + 1;
+    for (const sim::PeerFile& file : files) task.totalBlocks += file.Shape().lastBlock + 1;
     task.fileCount = static_cast<uint32_t>(files.size());
     task.targetFolder = LITERAL_TARGET;
     task.targetPath = NameField::From(target);
@@ -86,25 +74,16 @@ class ScriptedSender : public testing::Test {
   }
 
   void Send(std::span<const uint8_t> datagram, Endpoint to) {
-    EXPECT_TRUE(socket->Send(datagram, to));
+    sender.Say({SENDER, 40000}, to, datagram);
     world.RunFor(1ms);
   }
   void ToGroup(const auto& message) { Send(Build(message), DATA_GROUP); }
   void ToReceiver(const auto& message) { Send(Build(message), {RECEIVER, DEFAULT_PORT}); }
 
   void Announce(const std::string& target = "C:\\in") { ToGroup(TaskFor(target)); }
-  void SendData(uint32_t file, uint32_t block) { SendBlock(CMD_DATA, file, block); }
-  void SendResend(uint32_t file, uint32_t block) { SendBlock(CMD_RESEND, file, block); }
-
-  void SendBlock(Command command, uint32_t number, uint32_t block) {
-    const File& file = files.at(number - 1);
-    BlockDatagram datagram(command);
-    datagram.SetFile(number, file.name, file.Shape());
-    datagram.SetBlock(block);
-    const size_t size = file.Shape().BytesInBlock(block);
-    const auto bytes = std::span(file.content).subspan(FileShape::BlockOffset(block), size);
-    std::copy(bytes.begin(), bytes.end(), datagram.BlockBytes().begin());
-    Send(datagram.Datagram(size), DATA_GROUP);
+  void SendData(uint32_t file, uint32_t block) { Send(files.at(file - 1).Block(CMD_DATA, file, block), DATA_GROUP); }
+  void SendResend(uint32_t file, uint32_t block) {
+    Send(files.at(file - 1).Block(CMD_RESEND, file, block), DATA_GROUP);
   }
 
   /// The whole stream but the blocks in `lost`.
@@ -145,14 +124,15 @@ class ScriptedSender : public testing::Test {
 
   // ---- what came of it ----
 
+  auto Replies() const {
+    return world.Net().Sent() | std::views::filter([this](const auto& sent) { return sent.from == &pc; });
+  }
+
   std::optional<Ack> LatestAck() const {
-    const auto& sent = world.Net().Sent();
-    for (auto datagram = sent.rbegin(); datagram != sent.rend(); ++datagram) {
-      if (datagram->from != &pc) continue;
-      const FromReceiver reply = ParseFromReceiver(datagram->bytes);
-      if (const Ack* ack = std::get_if<Ack>(&reply)) return *ack;
-    }
-    return std::nullopt;
+    std::optional<Ack> latest;
+    for (const auto& sent : Replies())
+      if (sent.bytes.at(2) == CMD_ACK) latest = std::get<Ack>(ParseFromReceiver(sent.bytes));
+    return latest;
   }
 
   /// What the receiver has sent since the last call.
@@ -166,10 +146,9 @@ class ScriptedSender : public testing::Test {
 
   /// When the receiver sent a datagram last.
   Moment LatestReplyAt() const {
-    const auto& sent = world.Net().Sent();
-    for (auto datagram = sent.rbegin(); datagram != sent.rend(); ++datagram)
-      if (datagram->from == &pc) return datagram->at;
-    return {};
+    Moment at{};
+    for (const auto& sent : Replies()) at = sent.at;
+    return at;
   }
 
   /// What the host has been told, without the names of files.
@@ -189,16 +168,15 @@ class ScriptedSender : public testing::Test {
   }
 
   void ExpectFilesAt(const std::string& target) {
-    for (const File& file : files) EXPECT_EQ(pc.Disk().Read(target + file.name), file.content) << file.name;
+    for (const sim::PeerFile& file : files) EXPECT_EQ(pc.Disk().Read(target + file.name), file.content) << file.name;
   }
 
   mutable sim::World world{1};
-  sim::SimMachine& senderMachine = world.AddMachine("sender", SENDER);
+  sim::Peer sender{world, "sender", SENDER};
   sim::SimMachine& pc = world.AddMachine("receiver", RECEIVER);
   QuorlWindow window = pc.MakeWindow();
   CTransClient client{pc.Seam()};
-  std::shared_ptr<DatagramSocket> socket = senderMachine.Seam().network.OpenDatagramSocket();
-  std::vector<File> files;
+  std::vector<sim::PeerFile> files;
   size_t repliesTaken = 0;
 };
 

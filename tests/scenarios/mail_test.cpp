@@ -202,6 +202,14 @@ TEST_F(MailRoom, WhatEverybodyHoldsIsNotStreamedAndWhoHoldsItIsComplete) {
   EXPECT_EQ(heard, 20u);
   EXPECT_EQ(written, 9 * BLOCK_SIZE) << "nor is another transfer told of";
   EXPECT_EQ(Ends(room), "whole told, whole told");
+  // Named for a session that began anew before it took part in anything: it is gone with that.
+  room.Receiver(0).Call([&] { room.Client(0).DeInitClient(); });
+  room.Client(0).SetHeldBlocks(held);
+  for (int i = 0; i < 2; ++i) ASSERT_TRUE(room.StartReceivers());
+  room.ReplaceFiles();
+  room.SendAgain();
+  EXPECT_TRUE(room.RunUntilQuiet(120s));
+  EXPECT_EQ(Ends(room), "whole told, whole told");
 }
 
 TEST_F(MailRoom, WhoMissesTheCollectionJoinsAtTheAnnouncement) {

@@ -9,6 +9,7 @@
 
 #include "protocol/datagrams.h"
 #include "protocol/endpoints.h"
+#include "sim/room/peer.h"
 #include "sim/room/room.h"
 
 namespace quorl::sim {
@@ -50,13 +51,11 @@ inline void Play(Room& room, Duration limit = std::chrono::seconds(120)) {
 }
 
 /// A machine that belongs to nobody and says what it likes, under whatever address.
-class Stranger {
+class Stranger : Peer {
  public:
-  explicit Stranger(Room& room) : room(room), machine(room.World().AddMachine("stranger", ADDRESS)) {}
+  explicit Stranger(Room& room) : Peer(room.World(), "stranger", ADDRESS), room(room) {}
 
-  void Say(uint32_t as, Endpoint to, std::span<const uint8_t> datagram) {
-    room.Net().Carry({room.World().Now(), &machine, {as, DEFAULT_PORT}, to, {datagram.begin(), datagram.end()}});
-  }
+  void Say(uint32_t as, Endpoint to, std::span<const uint8_t> datagram) { Peer::Say({as, DEFAULT_PORT}, to, datagram); }
   void SayToRoom(uint32_t as, std::span<const uint8_t> datagram) { Say(as, RoomAddress{}.group, datagram); }
   void SayToSender(uint32_t as, std::span<const uint8_t> datagram) {
     Say(as, {room.Sender().Address(), RoomAddress{}.ReplyPort()}, datagram);
@@ -66,45 +65,15 @@ class Stranger {
 
  private:
   Room& room;
-  SimMachine& machine;
 };
 
-/// A datagram of a block full of nonsense.
-inline std::vector<uint8_t> FalseBlock(Command command, BlockHead head) {
-  std::vector<uint8_t> datagram(MAX_DATAGRAM, 0xEE);
-  std::fill_n(datagram.begin(), BLOCK_HEAD_SIZE, uint8_t{0});
-  head.firstSending = command == CMD_DATA ? 1 : 0;
-  WriteHeader(command, datagram);
-  WriteFields(head, datagram);
-  return datagram;
-}
-
 inline size_t CountMessages(const SimMachine& machine, uint32_t number) {
-  size_t count = 0;
-  for (const RecordedMessage& message : machine.Messages()) count += message.number == number ? 1 : 0;
-  return count;
-}
-
-/// What was said after the stream, one line each: "receiver0: CMD_ACK file=2 block=5".
-inline std::vector<std::string> RepairTalk(Room& room) {
-  std::vector<std::string> talk;
-  for (const SentDatagram& sent : room.Net().Sent()) {
-    const uint8_t command = sent.bytes.at(2);
-    const bool fromSender = sent.from == &room.Sender();
-    const bool isRepair =
-        fromSender ? command == CMD_MASTER || command == CMD_RELEASE || command == CMD_RESEND : command != CMD_CLIENT;
-    if (!isRepair) continue;
-    std::string line = sent.from->Name() + ": " + Describe(sent.bytes);
-    if (command == CMD_RESEND) line = line.substr(0, line.find(" last block"));
-    talk.push_back(line);
-  }
-  return talk;
+  return static_cast<size_t>(std::ranges::count(machine.Messages(), number, &RecordedMessage::number));
 }
 
 inline size_t CountSent(Room& room, Command command) {
-  size_t count = 0;
-  for (const SentDatagram& sent : room.Net().Sent()) count += sent.bytes.at(2) == command ? 1 : 0;
-  return count;
+  return static_cast<size_t>(
+      std::ranges::count(room.Net().Sent(), command, [](const SentDatagram& sent) { return sent.bytes.at(2); }));
 }
 
 /// What has become of everybody, in one line: for each receiver "whole" or "holes", "told" when its host was told that

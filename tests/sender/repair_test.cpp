@@ -1,4 +1,7 @@
 // From the end of the stream to the end of the transfer: what goes wrong, and who floods it.
+#include <gtest/gtest.h>
+
+#include "sender/order_queue.h"
 #include "tests/sender/sender_room.h"
 
 namespace quorl {
@@ -6,30 +9,63 @@ namespace {
 
 using SenderRepair = SenderRoom;
 
+/// Writes down the codes of ends, the files of blocks; an end may decide something itself.
+struct OrderQueueTest : testing::Test {
+  void Decide(const Orders& orders) {
+    {
+      const std::scoped_lock lock(decisions);
+      queue.Append(orders);
+    }
+    queue.CarryOut();
+  }
+  void CarryOut(const Order& order) {
+    EXPECT_TRUE(decisions.try_lock()) << "an order is carried out under the lock";
+    decisions.unlock();
+    const auto* end = std::get_if<EndOrder>(&order);
+    if (end && whileAt) std::exchange(whileAt, nullptr)();
+    done.push_back(end ? end->code : std::get<ResendOrder>(order).file);
+  }
+
+  std::mutex decisions;
+  Counters counters;
+  std::vector<uint32_t> done;
+  std::function<void()> whileAt;
+  OrderQueue queue{decisions, counters, [this](const Order& order) { CarryOut(order); }};
+};
+
+TEST_F(OrderQueueTest, AFloodOfRequestsFindsNoRoomAndAnEndStillDoes) {
+  whileAt = [this] {
+    for (uint32_t i = 0; i < OrderQueue::LIMIT + 500; ++i) Decide({ResendOrder{7, i}});
+    Decide({EndOrder{2}});
+  };
+  Decide({EndOrder{1}});
+  EXPECT_EQ(done.front(), 1U) << "what is decided while somebody is at it waits for its turn";
+  EXPECT_EQ(done.size(), OrderQueue::LIMIT + 2);
+  EXPECT_EQ(done.back(), 2U);
+  EXPECT_EQ(counters[Count::DroppedOrderQueueFull], 500U);
+  EXPECT_EQ(counters[Count::OrdersHighWater], OrderQueue::LIMIT + 1);
+}
+
 TEST_F(SenderRepair, WhatCannotBeReadOrSentAgainEndsTheTransferWith32) {
   const std::function<void()> vanish = [this] { machine.Disk().Remove("C:\\data\\b"); };
   const std::function<void()> failThirdRead = [this] {
     machine.FailEvery([reads = 0](std::string_view call) mutable { return call == "files.read" && ++reads == 3; });
   };
   const std::function<void()> failSends = [this] { FailSends(); };
-  struct Case {
-    std::function<void()> happens;
-    bool isDuringRepair;
-    size_t blocks;
-  };
-  for (const Case& c : {Case{vanish, false, 1}, {failThirdRead, false, 2}, {vanish, true, 6}, {failSends, true, 6}}) {
+  for (const auto& [happens, isDuringRepair, count] :
+       {std::tuple{vanish, false, 1u}, {failThirdRead, false, 2u}, {vanish, true, 6u}, {failSends, true, 6u}}) {
     Init(1);
     const size_t told = Statuses().size(), masters = Sent(CMD_MASTER).size(), blocks = Sent(CMD_DATA).size();
-    if (!c.isDuringRepair) c.happens();
+    if (!isDuringRepair) happens();
     Start();
-    if (c.isDuringRepair) {
+    if (isDuringRepair) {
       ASSERT_TRUE(world.RunUntil([&] { return Sent(CMD_MASTER).size() > masters; }, 10s));
-      c.happens();
+      happens();
       Reply(0, Ack{2, 0});
     }
     ASSERT_TRUE(RunUntilStatuses(told + 2));
     EXPECT_EQ(Statuses().back(), 32U);
-    EXPECT_EQ(Sent(CMD_DATA).size() - blocks, c.blocks);
+    EXPECT_EQ(Sent(CMD_DATA).size() - blocks, count);
     world.RunFor(6s);
     EXPECT_EQ(machine.RunningThreads(), 0U);
     machine.FailEvery({});

@@ -9,7 +9,8 @@
 #include "protocol/datagrams.h"
 #include "protocol/endpoints.h"
 #include "sender/ctrans_server.h"
-#include "sim/world/world.h"
+#include "sim/room/peer.h"
+#include "sim/room/room.h"
 
 namespace quorl {
 
@@ -44,21 +45,14 @@ class SenderRoom : public testing::Test {
   }
   template <typename Message>
   void Reply(int number, const Message& message) {
-    const auto datagram = Build(message);
-    world.Net().Carry(
-        {world.Now(), &room, Peer(number), {machine.Address(), 27003}, {datagram.begin(), datagram.end()}});
+    room.Say(Peer(number), {machine.Address(), 27003}, Build(message));
   }
 
   bool RunUntilStatuses(size_t count) {
     return world.RunUntil([&] { return Statuses().size() == count; }, 120s);
   }
   /// The codes of WM_TRANS_STATUS so far.
-  std::vector<uint32_t> Statuses() const {
-    std::vector<uint32_t> codes;
-    for (const auto& message : machine.Messages())
-      if (message.number == WM_TRANS_STATUS) codes.push_back(static_cast<uint32_t>(message.wParam));
-    return codes;
-  }
+  std::vector<uint32_t> Statuses() const { return sim::Room::Statuses(machine); }
   std::vector<sim::SentDatagram> Sent(Command command) const {
     std::vector<sim::SentDatagram> found;
     for (const auto& sent : world.Net().Sent())
@@ -81,7 +75,7 @@ class SenderRoom : public testing::Test {
 
   mutable sim::World world{1};
   sim::SimMachine& machine = world.AddMachine("sender", Ipv4(10, 0, 0, 1));
-  sim::SimMachine& room = world.AddMachine("room", Ipv4(10, 0, 0, 2));
+  sim::Peer room{world, "room", Ipv4(10, 0, 0, 2)};
   CTransServer server{machine.Seam()};
   QuorlWindow window = machine.MakeWindow();
   Moment start{};

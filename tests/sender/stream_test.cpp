@@ -1,10 +1,49 @@
-// StartSend to the end of the stream: what goes out and when, to the millisecond, and what the host is told.
+// InitServer with every call that it makes to the machine failing in turn; StartSend to the end of the stream: what
+// goes out and when, to the millisecond, and what the host is told.
+#include <gtest/gtest.h>
+#include <vector>
+
+#include "protocol/wire_size.h"
+#include "sender/pacer.h"
 #include "tests/sender/sender_room.h"
 
 namespace quorl {
 namespace {
 
+using namespace std::chrono_literals;
 using Stream = SenderRoom;
+
+/// Sends one datagram for each entry of `fast`, each `work` after it may leave; the moments at which they left.
+std::vector<Moment> Departures(Pacer& pacer, const std::vector<bool>& fast, Duration work, Moment now = 1s) {
+  std::vector<Moment> left;
+  for (const bool fastPacing : fast) {
+    if (const auto next = pacer.NextSend(fastPacing)) now = std::max(now, *next);
+    now += work;
+    pacer.Sent(now, 4796);
+    left.push_back(now);
+  }
+  return left;
+}
+
+TEST(RatePacer, DatagramsAreAsFarApartAsTheyTakeOnTheWireAndNeverCloser) {
+  // 4796 bytes are four fragments: 4804 bytes of payload and 58 bytes around each, 5036 bytes, 40288 bits.
+  ASSERT_EQ(BytesOnWire(4796), 5036U);
+  Pacer rounded(30'000);  // 1342933.3 ns
+  EXPECT_EQ(Departures(rounded, std::vector(2, false), 0ns)[1], 1s + 1'342'934ns);
+  Pacer exact(100'000);
+  const auto left = Departures(exact, std::vector(1001, false), 150us);
+  EXPECT_EQ(left.back() - 150us - left.front(), 1000 * 402'880ns);
+}
+
+TEST(RatePacer, WhoComesLateCatchesUpAtMost2MsWorth) {
+  Pacer pacer(100'000);
+  Departures(pacer, {false}, 0ns);
+  // A second late: four of 0.4 ms fit into 2 ms and leave at once, the fifth waits for its place.
+  const auto late = Departures(pacer, std::vector(6, false), 0ns, 2s);
+  EXPECT_EQ(late[3], 2s);
+  EXPECT_GT(late[4], 2s);
+  EXPECT_EQ(late[5] - late[4], 402'880ns);
+}
 
 TEST_F(Stream, AnnouncesStreamsAndFinishesInTheSlowPace) {
   machine.Disk().MakeDirectory("C:\\data\\empty");
@@ -76,26 +115,25 @@ TEST_F(Stream, AnotherRateHoldsFromTheNextBlockOnWhereTheProfileTakesIt) {
 
 TEST_F(Stream, AFileThatShrinksIsNamedAndOfOneThatIsOpenOrRobustTheDatagramsGetShorter) {
   using Lengths = std::vector<size_t>;
-  struct Case {
-    Profile profile;
-    Duration at;  ///< Before the file's turn, or in the midst of it.
-    Lengths lengths;
-  };
-  for (const Case& c : {Case{Profile::Classic, 5ms, Lengths{547, 4796, 542, 4796, 549}},
-                        {Profile::Classic, 15ms, Lengths{547, 4796, 542, 4796, 4796, 542}},
-                        {Profile::Robust, 5ms, Lengths{547, 4796, 542, 4796, 549, 542}}}) {
+  // Before the file's turn, or in the midst of it.
+  for (const auto& [profile, at, expected] :
+       {std::tuple{Profile::Classic, 5ms, Lengths{547, 4796, 542, 4796, 549, 546}},
+        {Profile::Classic, 15ms, Lengths{547, 4796, 542, 4796, 4796, 542, 546}},
+        {Profile::Robust, 5ms, Lengths{547, 4796, 542, 4796, 549, 542, 546}}}) {
     SetUp();
-    Init(0, c.profile);
+    machine.Disk().Write("C:\\data\\d", "later");
+    Init(0, profile);
     const auto before = static_cast<std::ptrdiff_t>(Sent(CMD_DATA).size());
     Start();
-    world.RunFor(c.at);
+    world.RunFor(at);
     machine.Disk().WriteSynthetic("C:\\data\\c", BLOCK_SIZE + 7, 2);
+    machine.Disk().Write("C:\\data\\d", "late");
     world.RunFor(2s);
     Lengths lengths;
     for (const auto& sent : Sent(CMD_DATA)) lengths.push_back(sent.bytes.size());
-    EXPECT_EQ(Lengths(lengths.begin() + before, lengths.end()), c.lengths);
-    EXPECT_EQ(server.GetState().shrunkFiles, 1U);
-    EXPECT_EQ(server.GetState().shrunkName, "\\data\\c");
+    EXPECT_EQ(Lengths(lengths.begin() + before, lengths.end()), expected);
+    EXPECT_EQ(server.GetState().shrunkFiles, 2U);
+    EXPECT_EQ(server.GetState().shrunkName, "\\data\\c") << "the first";
   }
 }
 

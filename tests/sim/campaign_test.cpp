@@ -87,7 +87,9 @@ TEST_F(CheckerTest, ItNoticesAFalseCompletionInEveryForm) {
 TEST_F(CheckerTest, ItNoticesFilesInTheWrongPlaceAndWrongContent) {
   ASSERT_TRUE(room.RunUntilQuiet(60s));
   room.Receiver(0).Disk().Write("C:\\outside", "x");
-  room.Receiver(1).Disk().Write("C:\\in\\a", "x");
+  auto content = room.Receiver(1).Disk().Read("C:\\in\\a").value();
+  content[12'345] ^= 1;
+  room.Receiver(1).Disk().Write("C:\\in\\a", content);
   checker.AtRest();
   EXPECT_EQ(checker.Violations().size(), 3u) << "outside the target, complete, and not reported";
 }

@@ -1,5 +1,6 @@
 """A room on this machine: processes of the command, trees, ports."""
 import filecmp
+import json
 import os
 import random
 import shutil
@@ -100,12 +101,13 @@ class Room:
         self.commands.append(command)
         return command
 
-    def receiver(self, number, *arguments, directory=None):
+    def receiver(self, number, *arguments, directory=None, **options):
         """A receiver at 127.0.0.(number + 1), already listening."""
         target = Path(directory or self.target(number))
         target.mkdir(exist_ok=True)
-        command = self.start("receive", target, "--interface", f"127.0.0.{number + 1}", "--port", self.port, *arguments)
-        command.wait_for("Waiting for a sender")
+        command = self.start("receive", target, "--interface", f"127.0.0.{number + 1}", "--port", self.port, *arguments,
+                             **options)
+        command.wait_for('"type":"waiting"' if "--json" in arguments else "Waiting for a sender")
         return command
 
     def sender(self, *arguments, **options):
@@ -122,6 +124,40 @@ class Room:
             command.end()
             command.output_file.close()
         shutil.rmtree(self.path, ignore_errors=True)
+
+
+class RoomTest(unittest.TestCase):
+    """A test in a room of its own, with a tree of files of these sizes to send."""
+    sizes = {}
+
+    def setUp(self):
+        self.room = Room()
+        self.addCleanup(self.room.close)
+        self.tree = self.room.path / "source" / "tree"
+        for name, size in self.sizes.items():
+            write(self.tree / name, size)
+
+    def expect(self, command, code, *texts, limit=60):
+        """How a command ends and what it has said, to the letter or as a pattern."""
+        self.assertEqual(command.wait(limit), code, command.output())
+        for text in texts:
+            if text not in command.output():
+                self.assertRegex(command.output(), text)
+
+    def same(self, *numbers):
+        """These receivers have what was sent, and nothing else."""
+        for number in numbers:
+            self.assertEqual(differences(self.tree.parent, self.room.target(number)), [])
+
+    def inside(self, number):
+        """Everything in a receiver's directory, hidden or not."""
+        target = self.room.target(number)
+        return sorted(str(path.relative_to(target)) for path in target.rglob("*"))
+
+    @staticmethod
+    def facts(command):
+        """What it said for programs."""
+        return [json.loads(line) for line in command.output().splitlines() if line.startswith("{")]
 
 
 class PartLoader(unittest.TestLoader):

@@ -5,14 +5,21 @@ path under its last component, once N receivers listen. With --for it stops the 
 """
 import ctypes
 import hashlib
+import os
+import socket
 import sys
 import time
 from pathlib import Path
 
-from library import SendState, address, library
+
+class SendState(ctypes.Structure):
+    """QuorlSendState of host.h, as far as it is needed."""
+    _fields_ = [("size", ctypes.c_uint32), ("phase", ctypes.c_uint32), ("files", ctypes.c_uint32),
+                ("shrunk", ctypes.c_uint32), ("blocks", ctypes.c_uint64), ("sent", ctypes.c_uint64),
+                ("resent", ctypes.c_uint64)]
 
 
-def manifest(*paths, key=None, only=(), change=lambda lines: lines):
+def manifest(*paths, key=None, change=lambda lines: lines):
     """The text of a manifest of what is sent as `paths`; `change` may forge its lines before they are sealed."""
     lines = []
     for path in map(Path, paths):
@@ -24,14 +31,14 @@ def manifest(*paths, key=None, only=(), change=lambda lines: lines):
                 name = file.relative_to(path.parent)
                 lines.append(f"file {file.stat().st_size} {seconds}.{nanoseconds:09} {run} {digest} {name}\n")
     lines.sort(key=lambda line: line.split(" ", 5)[5].encode())
-    text = "quorl-manifest 1\n" + (f"only {' '.join(only)}\n" if only else "") + "".join(change(lines))
+    text = "quorl-manifest 1\n" + "".join(change(lines))
     secret = hashlib.blake2b(key, digest_size=32).digest() if key else b""
     seal = hashlib.blake2b(text.encode(), digest_size=32, key=secret).hexdigest()
     return text + f"seal {'keyed' if key else 'plain'} {seal}\n"
 
 
 def main(port, *arguments):
-    options = {}
+    library, options = ctypes.CDLL(str(Path(os.environ["QUORL_BUILD"]) / "libquorl.so")), {}
     for name, value in zip(arguments[::2], arguments[1::2]):
         if not name.startswith("--"):
             break
@@ -46,14 +53,15 @@ def main(port, *arguments):
         names.append(f"{letter}:\\{path.name}".encode())
     if "--target" in options:
         library.SetTargetPath(0xFFFFFFFF, options["--target"].encode())
-    wanted, interface = int(options.get("--receivers", 1)), address(options.get("--from", "127.0.0.1"))
+    wanted = int(options.get("--receivers", 1))
+    interface = int.from_bytes(socket.inet_aton(options.get("--from", "127.0.0.1")), sys.byteorder)
     for _ in range(20):
         if library.InitServer(None, 0, int(port), interface) and library.GetReceivers(None, 0) >= wanted:
             break
     library.SetSelectFiles((ctypes.c_char_p * len(names))(*names), len(names), options.get("--open", "").encode())
     library.StartSend()
     limit = time.monotonic() + float(options.get("--for", 60))
-    state = SendState()
+    state = SendState(ctypes.sizeof(SendState))
     while state.phase != 4 and time.monotonic() < limit:
         time.sleep(0.05)
         library.GetSendState(ctypes.byref(state))

@@ -148,10 +148,8 @@ TEST_P(FilesTest, ZerosTakeNoRoomAndEveryByteIsInItsPlace) {
   text[700'001] = 'b';
   const OpenedOutput opened = Open("sparse");
   ASSERT_TRUE(opened.file);
-  for (const size_t at : {0, 200'000, 600'000, 1'000'000}) {
-    const std::string_view run = std::string_view(text).substr(at, at == 0 ? 200'000 : 400'000);
-    EXPECT_EQ(opened.file->WriteAt(at, Bytes(run)), WriteOutcome::Done);
-  }
+  for (const size_t at : {0, 400'000, 800'000})
+    EXPECT_EQ(opened.file->WriteAt(at, Bytes(std::string_view(text).substr(at, 400'000))), WriteOutcome::Done);
   EXPECT_EQ(opened.file->WriteAt(700'000, Bytes(std::string_view("\0\0", 2))), WriteOutcome::Done);
   text[700'001] = '\0';
   EXPECT_EQ(opened.file->Close(), WriteOutcome::Done);

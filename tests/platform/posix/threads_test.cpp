@@ -1,11 +1,13 @@
+// Threads and descriptors of this system, and the queue behind the windows of hosts.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
-
 #include <csignal>
 
 #include "platform/real_machine.h"
+#include "platform/window_queue.h"
+#include "tests/platform/host_window.h"
 #include "tests/platform/temp_directory.h"
 
 namespace quorl {
@@ -72,6 +74,48 @@ TEST(PosixThreads, WithoutDescriptorsNothingIsMadeAndNothingBreaks) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
   EXPECT_EQ(made, 0);
   EXPECT_EQ(MakeOneOfEach(base), 5);
+}
+
+constexpr uint32_t STATUS = WM_TRANS_STATUS;
+constexpr uint32_t NAME = WM_FILE_NAME;
+
+TEST(WindowQueue, WhoWaitsForAWindowThatIsDestroyedIsLetGoWhileItsProcedureRuns) {
+  RecordingWindow host;
+  const auto handled = InThread([&] { host.Send(RecordingWindow::STAY); });
+  ASSERT_TRUE(host.entered->Wait(10s));
+  const auto queued = InThread([&] { host.Send(1); });
+  EXPECT_FALSE(queued->WaitForEnd(20ms));
+  const auto destroyer = InThread([&] { DestroyHostWindow(host.window); });
+  EXPECT_TRUE(handled->WaitForEnd(10s) && queued->WaitForEnd(10s));
+  EXPECT_FALSE(destroyer->WaitForEnd(20ms));
+  host.open->Set();
+  EXPECT_TRUE(destroyer->WaitForEnd(10s));
+}
+
+TEST(WindowQueue, TheOldestNamesMakeRoomAndTheNewestAreRefused) {
+  constexpr size_t BOUND = 10'000;
+  RecordingWindow host;
+  host.Post(RecordingWindow::STAY);
+  ASSERT_TRUE(host.entered->Wait(10s));
+  for (uintptr_t i = 0; i < BOUND + 5; ++i) EXPECT_EQ(host.Post(i, NAME), i < BOUND);
+  for (uintptr_t i = 0; i < 3; ++i) EXPECT_FALSE(host.Post(i)) << "a name is lost for it";
+  host.open->Set();
+  host.Send(3);
+  ASSERT_EQ(host.seen.size(), 1 + BOUND + 1);
+  EXPECT_EQ(host.seen[1], std::pair(NAME, uintptr_t{3})) << "names 0 to 2 made room for three statuses";
+  EXPECT_EQ(host.seen[BOUND - 3], std::pair(NAME, uintptr_t{BOUND - 1}))
+      << "the last that was queued before it was full";
+  EXPECT_EQ(host.seen[BOUND - 2], std::pair(STATUS, uintptr_t{0}));
+  // The names are gone: statuses alone fill the queue, and none of them is lost.
+  host.open->Reset();
+  host.entered->Reset();
+  host.Post(RecordingWindow::STAY);
+  ASSERT_TRUE(host.entered->Wait(10s));
+  host.seen.clear();
+  for (uintptr_t i = 0; i < BOUND + 5; ++i) host.Post(i);
+  host.open->Set();
+  host.Send(BOUND + 5);
+  EXPECT_EQ(host.seen.size(), BOUND + 6);
 }
 
 }  // namespace

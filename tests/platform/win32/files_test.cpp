@@ -1,8 +1,6 @@
 #include "platform/win32/files.h"
 
 #include <array>
-#include <atomic>
-#include <thread>
 
 #include "platform/win32/ordinary_name.h"
 #include "platform/win32/text.h"
@@ -70,22 +68,6 @@ TEST_F(Win32FilesTest, StoresBeneathTheTargetWithoutTruncating) {
   for (const char* name : {"a", "a\\b\\file\\c", ""}) EXPECT_EQ(Store(name, "x"), WriteOutcome::Failed) << name;
   for (const char* base : {"T:\\..\\x", "..", "T:\\missing", "\\\\server\\share", "T:\\in\\nul", "1:\\x"})
     EXPECT_EQ(files.OpenOutput(base, Name("a"), WhenMissing::Create).outcome, WriteOutcome::Failed) << base;
-}
-
-TEST_F(Win32FilesTest, TwoThreadsMakeTheSameDirectoriesAndBothGetToTheirEnd) {
-  std::atomic<int> arrivals{0};
-  const auto make = [&](const std::string& last) {
-    for (int i = 0; i < 50; ++i) {
-      ++arrivals;
-      while (arrivals < 2 * (i + 1)) std::this_thread::yield();
-      files.CreateDirectories("T:\\in", Name(std::to_string(i) + "\\b\\" + last));
-    }
-  };
-  {
-    const std::jthread other(make, "other");
-    make("one");
-  }
-  for (int i = 0; i < 50; ++i) EXPECT_EQ(CountIn("in/" + std::to_string(i) + "/b"), 2u) << i;
 }
 
 TEST_F(Win32FilesTest, NamesThatMeanMoreThanAFileAreRefused) {

@@ -5,7 +5,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/real_machine.h"
 #include "platform/win32/system.h"
 
 namespace quorl {
@@ -78,71 +77,6 @@ TEST(Win32Windows, SendingWaitsForTheProcedureAndADestroyedWindowGetsNothing) {
   }
   MSG message;
   EXPECT_FALSE(PeekMessageA(&message, nullptr, WM_TASK_INFO, WM_CLIENT_ERR, PM_REMOVE)) << "nor does the thread";
-}
-
-TEST(PostedTexts, AreKeptOnceForARunAndUntilSoManyLaterOnesHaveCome) {
-  PostedTexts texts(3);
-  const char* const first = texts.Keep("a");
-  EXPECT_EQ(texts.Keep("a"), first);
-  for (const char* text : {"b", "c", "d"}) texts.Keep(text);
-  EXPECT_STREQ(first, "a") << "three later ones have come, not more";
-  EXPECT_EQ(texts.Size(), 4u);
-  texts.Keep("e");
-  EXPECT_EQ(texts.Size(), 4u);
-  for (int i = 0; i < 1000; ++i) texts.Keep("e");
-  EXPECT_EQ(texts.Size(), 1u);
-}
-
-/// What a window made by CreateHostWindow was told.
-struct Told {
-  static constexpr uintptr_t STAY = 1, DESTROY = 2;
-
-  static void Proc(void* context, uint32_t, uintptr_t wParam, intptr_t) {
-    Told& told = *static_cast<Told*>(context);
-    told.seen.push_back(wParam);
-    told.thread = GetCurrentThreadId();
-    told.entered->Set();
-    if (wParam == STAY) told.open->Wait(10s);
-    if (wParam == DESTROY) DestroyHostWindow(told.window);
-  }
-
-  std::shared_ptr<Event> entered = RealMachine().threads.MakeEvent();
-  std::shared_ptr<Event> open = RealMachine().threads.MakeEvent();
-  std::vector<uintptr_t> seen;
-  DWORD thread = 0;
-  QuorlWindow window = CreateHostWindow(&Told::Proc, this);
-};
-
-TEST(HostWindows, HaveAThreadOfTheirOwnThatDestroyingWaitsFor) {
-  Told told;
-  Windows& windows = RealMachine().windows;
-  ASSERT_TRUE(windows.IsWindow(told.window));
-  windows.Send(told.window, {WM_TASK_INFO, 0, 0, {}});
-  EXPECT_EQ(told.seen.size(), 1u) << "a sent one is handled when Send returns";
-  EXPECT_NE(told.thread, GetCurrentThreadId());
-  told.entered->Reset();
-  windows.Post(told.window, {WM_TASK_INFO, Told::STAY, 0, {}});
-  ASSERT_TRUE(told.entered->Wait(10s));
-  const auto destroyer =
-      RealMachine().threads.Start("destroyer", Priority::Normal, [&] { DestroyHostWindow(told.window); });
-  EXPECT_FALSE(destroyer->WaitForEnd(20ms)) << "the procedure still runs";
-  told.open->Set();
-  EXPECT_TRUE(destroyer->WaitForEnd(10s));
-  EXPECT_FALSE(windows.IsWindow(told.window));
-  DestroyHostWindow(told.window);
-  EXPECT_EQ(CreateHostWindow(nullptr, nullptr), nullptr);
-}
-
-TEST(HostWindows, OneThatItsOwnProcedureDestroysDropsWhatIsQueued) {
-  Told told;
-  Windows& windows = RealMachine().windows;
-  windows.Post(told.window, {WM_TASK_INFO, Told::STAY, 0, {}});
-  windows.Post(told.window, {WM_TASK_INFO, Told::DESTROY, 0, {}});
-  windows.Post(told.window, {WM_TASK_INFO, 3, 0, {}});
-  told.open->Set();
-  for (int i = 0; i < 1000 && windows.IsWindow(told.window); ++i) RealMachine().clock.Sleep(10ms);
-  EXPECT_FALSE(windows.IsWindow(told.window));
-  EXPECT_EQ(told.seen, (std::vector<uintptr_t>{Told::STAY, Told::DESTROY}));
 }
 
 }  // namespace
