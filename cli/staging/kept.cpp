@@ -37,19 +37,21 @@ uint64_t Kept::Bytes() const {
 }
 
 SystemError WriteRecord(const Directory& staging, const Kept& kept) {
-  Manifest catalogue;
+  CatalogueText catalogue;
   std::string blocks;
+  size_t index = 0;
   for (const auto& [name, file] : kept.files) {
-    for (const auto& [first, count] : file.blocks)
-      blocks += fmt::format("{} {} {}\n", catalogue.files.size(), first, count);
-    catalogue.files.push_back({name, file.size, Digest{}, file.written, false});
+    for (const auto& [first, count] : file.blocks) blocks += fmt::format("{} {} {}\n", index, first, count);
+    catalogue.Add(name, file.size, file.written);
+    ++index;
   }
-  const std::string text = FormatCatalogue(catalogue, nullptr);
+  std::string text = catalogue.Finish();
+  text.insert(0, fmt::format("{} {}\n", HEADER, text.size()));
+  text += blocks;
   // In one step: whoever looks for it finds the old one or the new one whole.
   const std::string next = std::string(RECORD_NAME) + "-new";
   staging.Remove(next);
-  if (const SystemError error = staging.Write(next, fmt::format("{} {}\n{}{}", HEADER, text.size(), text, blocks)))
-    return error;
+  if (const SystemError error = staging.Write(next, text)) return error;
   return staging.Move(next, staging, std::string(RECORD_NAME), OntoName::Any);
 }
 

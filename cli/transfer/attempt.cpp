@@ -90,6 +90,8 @@ void Attempts::Run(const std::vector<uint32_t>& only, SendTally& tally) {
   RequireLinksTaken(only);
   const bool manifestLast = manifest && AllTakeCatalogue();
   Agreed agreed = Agreement::Everything(plan);
+  // For the catalogue as well: of very many files it is long.
+  SetRate();
   watch.Begin();
   if (manifestLast) {
     manifest->List(watch, KindForAll());
@@ -102,7 +104,6 @@ void Attempts::Run(const std::vector<uint32_t>& only, SendTally& tally) {
     return;
   }
   if (manifestLast) CheckSelection();
-  SetRate();
   SayStart(agreed, only);
   streamed = agreed.contents.Bytes();
   std::optional<StreamDigests> digests;
