@@ -14,6 +14,7 @@
 #include "cli/options/table.h"
 #include "cli/show/escape.h"
 #include "cli/system/files.h"
+#include "cli/system/memory.h"
 #include "cli/system/terminal.h"
 
 namespace {
@@ -71,6 +72,7 @@ const char* NameOf(Verb verb) {
 int main(int argc, char** argv) {
   // The transfer goes on without those who read the output.
   PrepareStreams();
+  KeepMemorySmall();
   Invocation invocation;
   std::optional<Failure> wrongUse;
   try {

@@ -88,9 +88,9 @@ bool ArrivingDigests::Read(const std::string& name, File& file, uint64_t end) co
   OpenedFile opened = Directory::Open(directory).Read(name);
   if (!opened) return false;
   opened.SkipTo(file.end);
-  std::vector<char> room(std::min<uint64_t>(PIECE, end - file.end));
+  std::vector<char> room(PIECE);
   while (file.end < end) {
-    const std::span<char> piece = std::span(room).first(std::min<uint64_t>(room.size(), end - file.end));
+    const auto piece = std::span(room).first(static_cast<size_t>(std::min<uint64_t>(room.size(), end - file.end)));
     if (opened.Read(piece) != piece.size()) return false;
     file.digest.Add({reinterpret_cast<const uint8_t*>(piece.data()), piece.size()});
     file.end += piece.size();

@@ -218,6 +218,10 @@ bool AddLink(std::string_view line, Manifest& manifest) {
 std::optional<Manifest> ParseLines(std::string_view text, DigestKind kind, bool isSorted) {
   Manifest manifest;
   manifest.kind = kind;
+  // Most lines are files', and none of those is shorter; anybody may have written them.
+  constexpr size_t SHORTEST_LINE = std::string_view("file 0 0.000000000 -  a\n").size();
+  const auto lines = static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+  manifest.files.reserve(std::min(lines, text.size() / (SHORTEST_LINE + HexLength(kind))));
   for (bool first = true; auto line = Take(text, '\n'); first = false) {
     const bool good = (first && TakePrefix(*line, "only")) ? AddOnly(*line, manifest)
                       : TakePrefix(*line, "file ")         ? AddFile(*line, isSorted, manifest)
@@ -250,6 +254,10 @@ bool HasRoomForLinks(const Manifest& manifest, std::set<std::string_view> names,
 /// No key goes with the kind that is not made for it.
 Digest SealOf(std::string_view text, DigestKind kind, const ManifestKey* key) {
   return kind == DigestKind::Blake2b ? DigestOf(text, key) : DigestOf(text, kind);
+}
+
+void AddSeal(std::string& text, DigestKind kind, const ManifestKey* key) {
+  text += fmt::format("seal {} {}\n", key != nullptr ? "keyed" : "plain", ToHex(SealOf(text, kind, key), kind));
 }
 
 /// Of its text, nearly: what a name needs beyond its own bytes is rare.
@@ -292,8 +300,7 @@ std::string Format(std::string_view word, const Manifest& manifest, const Manife
     const ManifestLink& link = manifest.links[place];
     text += fmt::format("link {}{}{}\n", EscapeName(link.name), LINK_DIVIDER, EscapeName(link.leadsTo));
   }
-  text += fmt::format("seal {} {}\n", key != nullptr ? "keyed" : "plain",
-                      ToHex(SealOf(text, manifest.kind, key), manifest.kind));
+  AddSeal(text, manifest.kind, key);
   return text;
 }
 
@@ -329,6 +336,19 @@ std::string FormatManifest(const Manifest& manifest, const ManifestKey* key) {
 
 std::string FormatCatalogue(const Manifest& catalogue, const ManifestKey* key) {
   return Format(CATALOGUE, catalogue, key);
+}
+
+CatalogueText::CatalogueText() : text(CATALOGUE) {
+  text += VersionOf(DigestKind::Blake2b);
+}
+
+void CatalogueText::Add(const std::string& name, uint64_t size, FileTime written) {
+  text += FormatFile({name, size, Digest{}, written, false, {}}, DigestKind::Blake2b);
+}
+
+std::string CatalogueText::Finish() {
+  AddSeal(text, DigestKind::Blake2b, nullptr);
+  return std::move(text);
 }
 
 void ForgetPermissions(Manifest& manifest) {

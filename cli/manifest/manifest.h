@@ -62,6 +62,18 @@ std::string FormatManifest(const Manifest& manifest, const ManifestKey* key);
 /// The same in the order in which the files travel, and with "quorl-catalogue" in the first line.
 std::string FormatCatalogue(const Manifest& catalogue, const ManifestKey* key);
 
+/// A catalogue without a key, of files that need not all be in memory.
+class CatalogueText {
+ public:
+  CatalogueText();
+  void Add(const std::string& name, uint64_t size, FileTime written);
+  /// To be called once.
+  std::string Finish();
+
+ private:
+  std::string text;
+};
+
 /// The name under which a receiver stores a file: some characters are deleted from it.
 std::string StoredName(std::string name);
 

@@ -66,6 +66,7 @@ void SendManifest::List(const SourceWatch& watch, DigestKind kind) {
   // In the order of a manifest already, where files are in that of the transfer.
   std::sort(next.emptyDirectories.begin(), next.emptyDirectories.end());
   std::sort(next.links.begin(), next.links.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+  next.files.reserve(plan.files.size());
   for (size_t i = 0; i < plan.files.size(); ++i) {
     const auto stamp = watch.StampOf(i);
     if (!stamp) throw CannotList(plan.PathOf(plan.files[i]), watch.ChangeOf(i));

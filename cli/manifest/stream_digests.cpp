@@ -27,14 +27,17 @@ void StreamDigests::Take(uint32_t file, uint32_t block, std::span<const uint8_t>
   if (source.changeOf(index).empty()) {
     entry.digest = digest.Finish();
     const std::scoped_lock locked(lock);
-    news.push_back({file, entry.digest});
+    news.push_back(file);
   }
   if (--open == 0) source.complete();
 }
 
 std::vector<RunningDigests::One> StreamDigests::TakeNews() {
+  std::vector<RunningDigests::One> taken;
   const std::scoped_lock locked(lock);
-  return std::exchange(news, {});
+  for (; !news.empty() && taken.size() < RunningDigests::MOST; news.pop_front())
+    taken.push_back({news.front(), manifest.files[news.front() - 1].digest});
+  return taken;
 }
 
 }  // namespace quorl::cli

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <span>
@@ -28,7 +29,7 @@ class StreamDigests {
   /// A block of the stream; `file` counts from 1.
   void Take(uint32_t file, uint32_t block, std::span<const uint8_t> bytes);
 
-  /// Those that have become known since the last time. Any thread.
+  /// The next ones that have become known, as many as one word holds. Any thread.
   std::vector<RunningDigests::One> TakeNews();
 
  private:
@@ -38,7 +39,7 @@ class StreamDigests {
   size_t open = 0;
   RunningDigest digest{manifest.kind};
   std::mutex lock;
-  std::vector<RunningDigests::One> news;
+  std::deque<uint32_t> news;  ///< Numbers of files; their digests do not change any more.
 };
 
 }  // namespace quorl::cli

@@ -5,9 +5,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
+#include <utility>
 
-#include "cli/manifest/manifest.h"
 #include "cli/show/views.h"
 
 namespace quorl::cli {
@@ -36,20 +37,35 @@ uint64_t Kept::Bytes() const {
   return bytes;
 }
 
+void RecordText::AddFile(const std::string& name, uint64_t size, FileTime written) {
+  catalogue.Add(name, size, written);
+  ++files;
+}
+
+void RecordText::AddBlocks(uint32_t first, uint32_t count) {
+  fmt::format_to(std::back_inserter(blocks), "{} {} {}\n", files - 1, first, count);
+}
+
+std::string RecordText::Finish() {
+  std::string text = catalogue.Finish();
+  text.insert(0, fmt::format("{} {}\n", HEADER, text.size()));
+  return text += blocks;
+}
+
 SystemError WriteRecord(const Directory& staging, const Kept& kept) {
-  Manifest catalogue;
-  std::string blocks;
+  RecordText text;
   for (const auto& [name, file] : kept.files) {
-    for (const auto& [first, count] : file.blocks)
-      blocks += fmt::format("{} {} {}\n", catalogue.files.size(), first, count);
-    catalogue.files.push_back({name, file.size, Digest{}, file.written, false});
+    text.AddFile(name, file.size, file.written);
+    for (const auto& [first, count] : file.blocks) text.AddBlocks(first, count);
   }
-  const std::string text = FormatCatalogue(catalogue, nullptr);
+  return WriteRecord(staging, std::move(text));
+}
+
+SystemError WriteRecord(const Directory& staging, RecordText text) {
   // In one step: whoever looks for it finds the old one or the new one whole.
   const std::string next = std::string(RECORD_NAME) + "-new";
   staging.Remove(next);
-  if (const SystemError error = staging.Write(next, fmt::format("{} {}\n{}{}", HEADER, text.size(), text, blocks)))
-    return error;
+  if (const SystemError error = staging.Write(next, text.Finish())) return error;
   return staging.Move(next, staging, std::string(RECORD_NAME), OntoName::Any);
 }
 

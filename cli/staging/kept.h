@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/manifest/manifest.h"
 #include "cli/system/files.h"
 
 namespace quorl::cli {
@@ -31,8 +32,24 @@ struct Kept {
   uint64_t Bytes() const;
 };
 
+/// The text of a record, file by file: of a transfer that arrives there may be very many.
+class RecordText {
+ public:
+  void AddFile(const std::string& name, uint64_t size, FileTime written);
+  /// Of that file, in ascending order.
+  void AddBlocks(uint32_t first, uint32_t count);
+  /// To be called once.
+  std::string Finish();
+
+ private:
+  CatalogueText catalogue;
+  std::string blocks;
+  size_t files = 0;
+};
+
 /// As far as it can be read. Writing takes the place of what is there.
 Kept ReadRecord(const Directory& staging);
 SystemError WriteRecord(const Directory& staging, const Kept& kept);
+SystemError WriteRecord(const Directory& staging, RecordText text);
 
 }  // namespace quorl::cli

@@ -123,8 +123,8 @@ void Staging::UseKept(const std::set<std::string>& used) {
   usesKept = true;
 }
 
-SystemError Staging::Record(const Kept& soFar) const {
-  return current.empty() ? SystemError() : WriteRecord(Open(), soFar);
+SystemError Staging::Record(RecordText soFar) const {
+  return current.empty() ? SystemError() : WriteRecord(Open(), std::move(soFar));
 }
 
 SystemError Staging::Keep(const Kept& left) {

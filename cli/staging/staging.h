@@ -40,7 +40,7 @@ class Staging {
   /// Keeps only `used` of it, and makes it the staging directory of the next transfer.
   void UseKept(const std::set<std::string>& used);
   /// Writes down how far the current staging directory is, for whoever comes after a kill.
-  SystemError Record(const Kept& soFar) const;
+  SystemError Record(RecordText soFar) const;
   /// The current staging directory becomes what is left of a broken transfer, in the place of what was.
   SystemError Keep(const Kept& left);
 

@@ -90,6 +90,7 @@ void Attempts::Run(const std::vector<uint32_t>& only, SendTally& tally) {
   RequireLinksTaken(only);
   const bool manifestLast = manifest && AllTakeCatalogue();
   Agreed agreed = Agreement::Everything(plan);
+  // For the catalogue as well: of very many files it is long.
   SetRate();
   watch.Begin();
   if (manifestLast) {

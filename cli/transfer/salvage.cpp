@@ -14,19 +14,36 @@ constexpr auto PAUSE = 2s;
 // A record of many pieces takes one part in so many of the time.
 constexpr int MOST_OF_TIME = 20;
 
-/// Without the files that stand in their places: they count as stored, and are not in staging.
-Kept KeptOf(const Manifest& catalogue, const InPlace& inPlace, std::span<const QuorlBlocks> stored) {
-  Kept kept;
+/// Calls `use` for each run of blocks with its file, without files that stand in their places: they count as stored,
+/// and are not in staging.
+template <typename Use>
+void ForStaged(const Manifest& catalogue, const InPlace& inPlace, std::span<const QuorlBlocks> stored, Use use) {
   for (const QuorlBlocks& run : stored) {
     if (run.file == 0 || run.file > catalogue.files.size()) continue;
     const ManifestEntry& entry = catalogue.files[run.file - 1];
-    if (run.length != entry.size || inPlace.contains(entry.name)) continue;
+    if (run.length == entry.size && !inPlace.contains(entry.name)) use(run, entry);
+  }
+}
+
+Kept KeptOf(const Manifest& catalogue, const InPlace& inPlace, std::span<const QuorlBlocks> stored) {
+  Kept kept;
+  ForStaged(catalogue, inPlace, stored, [&](const QuorlBlocks& run, const ManifestEntry& entry) {
     Kept::File& file = kept.files[entry.name];
     file.size = entry.size;
     file.written = entry.written;
     file.blocks.emplace_back(run.first, run.count);
-  }
+  });
   return kept;
+}
+
+RecordText RecordOf(const Manifest& catalogue, const InPlace& inPlace, std::span<const QuorlBlocks> stored) {
+  RecordText text;
+  uint32_t file = 0;
+  ForStaged(catalogue, inPlace, stored, [&](const QuorlBlocks& run, const ManifestEntry& entry) {
+    if (std::exchange(file, run.file) != run.file) text.AddFile(entry.name, entry.size, entry.written);
+    text.AddBlocks(run.first, run.count);
+  });
+  return text;
 }
 
 void EraseMissing(Kept& kept, const Directory& staging) {
@@ -42,7 +59,7 @@ void EraseMissing(Kept& kept, const Directory& staging) {
 void Recorder::Note(const Staging& staging, const Manifest& catalogue, const InPlace& inPlace) {
   const auto now = Clock::now();
   if (now < next) return;
-  if (next != Clock::time_point()) staging.Record(KeptOf(catalogue, inPlace, StoredBlocks()));
+  if (next != Clock::time_point()) staging.Record(RecordOf(catalogue, inPlace, StoredBlocks()));
   const auto cost = Clock::now() - now;
   next = now + std::max<Clock::duration>(PAUSE, cost * MOST_OF_TIME);
 }

@@ -19,6 +19,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr auto BETWEEN_DIGESTS = 100ms;
+
 }  // namespace
 
 /// What is left out of the stream is no part of what is to be done.
@@ -166,17 +168,14 @@ void SendRun::KeepRate() {
                fmt::format("  rate: {}", FormatLinkRate(rate)));
 }
 
-/// Digests of files that are out, so that what has arrived can be checked also when the end never comes.
+/// Digests of files that are out, so that what has arrived can be checked also when the end never comes. A word takes
+/// its time; of very many files not all are told of.
 void SendRun::SayDigests() {
-  if (job.digests == nullptr) return;
-  RunningDigests word;
-  for (const RunningDigests::One& one : job.digests->TakeNews()) {
-    word.digests.push_back(one);
-    if (word.digests.size() < RunningDigests::MOST) continue;
-    Say(word);
-    word.digests.clear();
-  }
-  if (!word.digests.empty()) Say(word);
+  if (job.digests == nullptr || Clock::now() - digestsSaid < BETWEEN_DIGESTS) return;
+  RunningDigests word{job.digests->TakeNews()};
+  if (word.digests.empty()) return;
+  Say(word);
+  digestsSaid = Clock::now();
 }
 
 /// Once for each: it may be heard again later.

@@ -80,6 +80,7 @@ class SendRun {
   uint32_t phase = QUORL_PHASE_IDLE;
   uint32_t master = 0;
   uint32_t rateNow = 0;
+  Clock::time_point digestsSaid;
 };
 
 }  // namespace quorl::cli

@@ -4,6 +4,7 @@ namespace quorl::cli {
 
 void SourceWatch::Begin() {
   stamps.clear();
+  stamps.reserve(plan.files.size());
   for (const PlannedFile& file : plan.files) {
     const OpenedFile opened = OpenedFile::Open(plan.PathOf(file));
     stamps.push_back(opened ? opened.Stamp() : std::nullopt);

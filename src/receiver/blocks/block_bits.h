@@ -6,7 +6,8 @@
 
 namespace quorl {
 
-/// A set of the block numbers of one file, one bit a block. Memory follows the highest number that was ever in it.
+/// A set of the block numbers of one file, one bit a block. Memory follows the highest number that was ever in it; that
+/// of a small file is here, as there may be very many of those.
 class BlockBits {
  public:
   /// True when it was not there.
@@ -23,11 +24,16 @@ class BlockBits {
   uint64_t FirstClear(uint32_t from = 0) const;
 
  private:
-  std::vector<uint64_t> words;
-  uint64_t count = 0;
+  size_t Words() const { return 1 + further.size(); }
+  uint64_t& Word(size_t word) { return word == 0 ? first : further[word - 1]; }
+  uint64_t Word(size_t word) const { return word == 0 ? first : further[word - 1]; }
+
+  uint64_t first = 0;
+  std::vector<uint64_t> further;
+  uint32_t count = 0;
   // Where the two searches go on, so that going through a whole file looks at each word once.
-  mutable size_t emptyWords = 0;  ///< So many words from the start are 0.
-  mutable size_t fullWords = 0;   ///< So many words from the start have every bit.
+  mutable uint32_t emptyWords = 0;  ///< So many words from the start are 0.
+  mutable uint32_t fullWords = 0;   ///< So many words from the start have every bit.
 };
 
 }  // namespace quorl
