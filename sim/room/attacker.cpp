@@ -136,7 +136,7 @@ void Attacker::LieToSender() {
 
 std::string Attacker::FalseName() {
   if (Below(8) == 0) return std::string(Below(600), static_cast<char>('a' + Below(26)));
-  return FALSE_NAMES[Below(FALSE_NAMES.size())];
+  return FALSE_NAMES[Below(std::size(FALSE_NAMES))];
 }
 
 uint32_t Attacker::FalseNumber(uint32_t truth) {

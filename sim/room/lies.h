@@ -1,27 +1,27 @@
 // Lies of somebody who knows the protocol: nearly everything is true. Who lies draws: FalseName(), FalseNumber(truth).
 #pragma once
 
-#include <array>
+#include <iterator>
 #include <tuple>
 
 #include "protocol/datagrams.h"
 
 namespace quorl::sim {
 
-inline constexpr std::array FALSE_NAMES = {"\\..\\outside",
-                                           "\\a\\..\\..\\outside",
-                                           "..",
-                                           "C:\\elsewhere",
-                                           "\\",
-                                           "/etc/passwd",
-                                           "\\.?.\\outside",
-                                           "\\data\\a",
-                                           "\\data",
-                                           "",
-                                           "\\..?\\x",
-                                           "a\x1b[2J",
-                                           "\\\\host\\share",
-                                           "D:outside"};
+inline constexpr const char* FALSE_NAMES[] = {"\\..\\outside",
+                                              "\\a\\..\\..\\outside",
+                                              "..",
+                                              "C:\\elsewhere",
+                                              "\\",
+                                              "/etc/passwd",
+                                              "\\.?.\\outside",
+                                              "\\data\\a",
+                                              "\\data",
+                                              "",
+                                              "\\..?\\x",
+                                              "a\x1b[2J",
+                                              "\\\\host\\share",
+                                              "D:outside"};
 
 template <typename Message>
 inline constexpr size_t FIELD_COUNT = std::tuple_size_v<std::remove_cvref_t<decltype(FIELDS<Message>)>>;

@@ -161,8 +161,10 @@ TEST(Datagrams, SymbolsAndWhatIsLackingOfThem) {
   EXPECT_EQ(ToBytes(Build(built)), poll);
   EXPECT_EQ(std::get<Poll>(ParseFromSender(poll)).Announcement(), built.Announcement());
 
-  const Bytes lacks = FromHex("91 02 18 01 00 00 04 03 02 01 07 00 00 00 09 00 00 00 02 00 00 00 05 08 00 00 00 80");
-  const Lacks said{{.transfer = 0x01020304, .round = 7, .endGroup = 9}, {{2, 5}, {8, 128}}};
+  const Bytes lacks = FromHex(
+      "91 02 18 01 00 00 04 03 02 01 07 00 00 00 09 00 00 00 01 02 00 00 02 00 00 00 05 "
+      "08 00 00 00 80");
+  const Lacks said{{.transfer = 0x01020304, .round = 7, .endGroup = 9, .arrived = 0x201}, {{2, 5}, {8, 128}}};
   EXPECT_EQ(BuildLacks(said), lacks);
   EXPECT_EQ(std::get<Lacks>(ParseFromReceiver(lacks)).groups, said.groups);
   EXPECT_EQ(std::get<Lacks>(ParseFromReceiver(lacks + FromHex("08 00 00 00 01"))).groups, said.groups) << "no order";

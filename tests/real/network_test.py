@@ -93,7 +93,7 @@ class NetworkTest(RoomTest):
         receivers = [self.receiver(number) for number in (0, 1)]
         for receiver in receivers:
             receiver.wait_for("Waiting for a sender")
-        self.expect(self.send("--wait-for", "2"), 0, "to 2 of 2 receivers", limit=60)
+        self.expect(self.send("--wait-for", "2", "--no-coded"), 0, "to 2 of 2 receivers", limit=60)
         self.expect(receivers[0], 0, "fragments of blocks found no memory",
                     "sysctl -w net.ipv4.ipfrag_high_thresh=67108864 net.ipv4.ipfrag_time=2")
         self.assertNotIn("fragments", receivers[1].output())

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <ranges>
 #include <string>
 #include <vector>
 
@@ -124,14 +123,16 @@ class ScriptedSender : public testing::Test {
 
   // ---- what came of it ----
 
-  auto Replies() const {
-    return world.Net().Sent() | std::views::filter([this](const auto& sent) { return sent.from == &pc; });
+  void ForEachReply(const auto& visit) const {
+    for (const auto& sent : world.Net().Sent())
+      if (sent.from == &pc) visit(sent);
   }
 
   std::optional<Ack> LatestAck() const {
     std::optional<Ack> latest;
-    for (const auto& sent : Replies())
+    ForEachReply([&](const auto& sent) {
       if (sent.bytes.at(2) == CMD_ACK) latest = std::get<Ack>(ParseFromReceiver(sent.bytes));
+    });
     return latest;
   }
 
@@ -147,7 +148,7 @@ class ScriptedSender : public testing::Test {
   /// When the receiver sent a datagram last.
   Moment LatestReplyAt() const {
     Moment at{};
-    for (const auto& sent : Replies()) at = sent.at;
+    ForEachReply([&](const auto& sent) { at = sent.at; });
     return at;
   }
 

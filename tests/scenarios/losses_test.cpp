@@ -77,7 +77,7 @@ TEST_P(Repair, WhateverOfTheStreamIsLost) {
   for (const auto& [story, loses, repairs, classicEnds] : cases) {
     Room room(Receivers(3));
     Fill(room);
-    PlayWith(room, [&](const Transit& transit) {
+    PlayWith(room, [&, loses = loses](const Transit& transit) {
       for (size_t i = 0; i < room.Receivers(); ++i)
         if (Is(transit, CMD_DATA) && transit.to == &room.Receiver(i) && loses(i, HeadOf(transit))) return false;
       return true;

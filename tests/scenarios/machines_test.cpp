@@ -29,14 +29,14 @@ TEST(StartUp, ThatFailsAtAnyCallLeavesNothing) {
       const size_t lines = machine.DebugLines().size();
       machine.FailCall(seam, nth);
       uint32_t result = 0;
-      machine.Call([&] {
+      machine.Call([&, isSender = isSender] {
         result = isSender ? server.InitServer(nullptr, 0, 0, machine.Address())
                           : client.InitClient(nullptr, 0, 0, machine.Address());
       });
       failures += result == 0;
       EXPECT_TRUE(result == 1 || !isSender || (machine.OpenSockets() == 0 && machine.DebugLines().size() == lines + 1));
       fails = machine.Calls(seam) - before >= nth;
-      machine.Call([&] { isSender ? server.DeInitServer() : client.DeInitClient(); });
+      machine.Call([&, isSender = isSender] { isSender ? server.DeInitServer() : client.DeInitClient(); });
       world.RunFor(100ms);
       EXPECT_EQ(machine.RunningThreads() + machine.OpenSockets(), 0u) << nth;
       EXPECT_LE(machine.NetworkStarts(), 0) << nth;

@@ -148,12 +148,13 @@ local DATAGRAMS = {
     {11, "u8", "index"},
   },
   [24] = {name = "CMD_LACKS", says = "what I lack",
-    length = 18, rest = "lacks",
+    length = 22, rest = "lacks",
     {3, "u8", "version"},
     {4, "u16", "extension"},
     {6, "u32", "transfer"},
     {10, "u32", "round"},
     {14, "u32", "end group"},
+    {18, "u32", "arrived"},
   },
 }
 local GROUP_LACK = {
