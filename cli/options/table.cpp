@@ -2,7 +2,7 @@
 #include "cli/options/table.h"
 
 #include <fmt/format.h>
-#include <quorl/quorl.h>
+#include <quorl/host.h>
 
 #include <algorithm>
 #include <array>
@@ -207,7 +207,7 @@ constexpr std::array SEND_OPTIONS = {
     OptionRow{SEND, "--yes", "-y", "", None, "start as soon as somebody is there, without asking",
               [](Options& options, Value) { options.send.yes = true; }},
     OptionRow{SEND, "--wait-for", "-n", "N", Text, "start without asking when N receivers are there",
-              [](Options& options, Value text) { options.send.waitFor = NumberValue(text, 1, QUORL_RECEIVERS); }},
+              [](Options& options, Value text) { options.send.waitFor = NumberValue(text, 1, QUORL_MOST_RECEIVERS); }},
     OptionRow{SEND, "--wait", "-w", "TIME", Text,
               "how long to wait for receivers: 30, 30s, 5m, 1h (30s with --wait-for or --only, else one look)",
               [](Options& options, Value text) { options.send.wait = TimeValue(text); }},

@@ -15,7 +15,7 @@
 namespace quorl::cli {
 
 /// The library takes no more receivers than this.
-inline constexpr size_t MOST_RECEIVERS = QUORL_RECEIVERS;
+inline constexpr size_t MOST_RECEIVERS = QUORL_MOST_RECEIVERS;
 
 /// Whose answers end a look: those at these addresses, or as many as that; nobody in particular.
 struct Expected {

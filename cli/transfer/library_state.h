@@ -16,8 +16,8 @@ inline QuorlSendState SendStateNow() {
 
 /// One row for each receiver of the room.
 inline std::vector<QuorlReceiverState> RowsNow() {
-  std::vector<QuorlReceiverState> rows(QUORL_RECEIVERS, {.size = sizeof(QuorlReceiverState)});
-  rows.resize(std::min<size_t>(GetReceiverStates(rows.data(), QUORL_RECEIVERS), QUORL_RECEIVERS));
+  std::vector<QuorlReceiverState> rows(QUORL_MOST_RECEIVERS, {.size = sizeof(QuorlReceiverState)});
+  rows.resize(std::min<size_t>(GetReceiverStates(rows.data(), QUORL_MOST_RECEIVERS), QUORL_MOST_RECEIVERS));
   return rows;
 }
 

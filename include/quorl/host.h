@@ -37,6 +37,10 @@ QUORL_EXPORT uint32_t QUORL_CALL MapDrive(char letter, const char* directory);
    is under way, from its next block on. Always 1. */
 QUORL_EXPORT uint32_t QUORL_CALL SetSendRate(uint32_t kilobitsPerSecond);
 
+/* Receivers of one sender at most that takes part in coded symbols (SetProfile); of another one QUORL_RECEIVERS.
+   GetErrInfo tells of as many as its buffer is for, GetReceiverStates of all. */
+enum { QUORL_MOST_RECEIVERS = 2000 };
+
 /* Sender: the receivers collected so far. Fills at most capacity addresses, returns how many there are. */
 QUORL_EXPORT uint32_t QUORL_CALL GetReceivers(uint32_t* addresses, uint32_t capacity);
 

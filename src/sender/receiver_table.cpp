@@ -9,7 +9,7 @@ namespace quorl {
 
 bool ReceiverTable::AddClient(Endpoint source) {
   if (FindClient(source.address) != count) return true;
-  if (count == CAPACITY) return false;
+  if (static_cast<size_t>(count) == rows.size()) return false;
   (*this)[count++] = ClientEntry{.addr = source};
   return true;
 }
@@ -50,7 +50,7 @@ ClientEntry* ReceiverTable::Find(uint32_t address) {
 }
 
 ClientEntry& ReceiverTable::operator[](int32_t index) {
-  assert(index >= 0 && index < CAPACITY);
+  assert(index >= 0 && static_cast<size_t>(index) < rows.size());
   return rows[static_cast<size_t>(index)];
 }
 

@@ -2,9 +2,9 @@
 
 #include <quorl/quorl.h>
 
-#include <array>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "platform/network.h"
 
@@ -15,7 +15,7 @@ struct KnownPeer {
   uint32_t capabilities = 0;
   uint32_t instance = 0;  ///< 0: it has accepted no offer.
   uint16_t longestOffer = 0;
-  uint32_t writer = 0;  ///< The instance whose letters are counted.
+  uint32_t writer = 0;        ///< The instance whose letters are counted.
   uint32_t lastLetter = 0;
 };
 
@@ -41,7 +41,7 @@ struct ClientEntry {
 /// two receivers on one machine only the first gets a row. Not synchronised.
 class ReceiverTable {
  public:
-  static constexpr int32_t CAPACITY = QUORL_RECEIVERS;
+  explicit ReceiverTable(size_t capacity = QUORL_RECEIVERS) : rows(capacity) {}
 
   /// Gives the source of a CMD_CLIENT a row, unless its address has one. False when the table is full.
   bool AddClient(Endpoint source);
@@ -67,7 +67,7 @@ class ReceiverTable {
   bool AllAnswered() const;
 
  private:
-  std::array<ClientEntry, CAPACITY> rows;
+  std::vector<ClientEntry> rows;  ///< As many as there may ever be.
   int32_t count = 0;
 };
 

@@ -29,6 +29,8 @@ class SenderContext {
         hostWindow(hostWindow),
         profile(profile),
         sockets(this->machine, room, counters),
+        table(profile == Profile::Robust && (capabilities & KNOWS_SYMBOLS) != 0 ? size_t{QUORL_MOST_RECEIVERS}
+                                                                                : size_t{QUORL_RECEIVERS}),
         correspondence(static_cast<uint32_t>(machine.clock.Now().count()),
                        profile == Profile::Robust ? capabilities : 0) {
     BeginTransfer(0);

@@ -5,7 +5,7 @@
 // when the transfer is over, when a decision says so, or at once when the transfer is stopped. So a thread that was
 // held up, in a slow read for a repair say, knows only the transfer that is over.
 //
-// What anybody on the network can force here: rows in the table, QUORL_RECEIVERS at most, and through the flow control
+// What anybody on the network can force here: as many rows as the table may have, and through the flow control
 // blocks that are sent again, one for each datagram.
 #include "sender/sender_session.h"
 
@@ -226,7 +226,7 @@ bool SenderSession::Handle(Transfer& current, std::span<const uint8_t> datagram,
 uint32_t SenderSession::FillErrInfo(uint32_t* errInfoBuffer) {
   const std::scoped_lock lock(context->mutex);
   uint32_t records = 0;
-  for (int32_t i = 0; i < context->table.Count(); ++i) {
+  for (int32_t i = 0; i < context->table.Count() && records < QUORL_RECEIVERS; ++i) {
     const ClientEntry& row = context->table[i];
     if (row.status == 0) continue;
     errInfoBuffer[1 + 2 * records] = row.addr.address;
