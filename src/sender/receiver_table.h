@@ -15,6 +15,7 @@ struct KnownPeer {
   uint32_t capabilities = 0;
   uint32_t instance = 0;  ///< 0: it has accepted no offer.
   uint16_t longestOffer = 0;
+  uint8_t furtherOffers = 0;  ///< Of symbols, while somebody was waited for; see symbol_offers.h.
   uint32_t writer = 0;        ///< The instance whose letters are counted.
   uint32_t lastLetter = 0;
 };

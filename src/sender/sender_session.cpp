@@ -14,6 +14,7 @@
 
 #include "protocol/datagrams.h"
 #include "sender/announcements.h"
+#include "sender/symbol_offers.h"
 
 namespace quorl {
 
@@ -53,8 +54,16 @@ bool SenderSession::Collect(ExpectedReceivers whom) {
     Close();
     return false;
   }
-  if (WaitForAnswers(COLLECT_WAIT)) context->machine.clock.Sleep(NEIGHBOURS_WAIT);
+  if (WaitForLastAnswers()) context->machine.clock.Sleep(NEIGHBOURS_WAIT);
   return true;
+}
+
+bool SenderSession::WaitForLastAnswers() {
+  for (int i = 0; i < FURTHER_OFFERS; ++i) {
+    if (WaitForAnswers(COLLECT_WAIT / FURTHER_OFFERS)) return true;
+    OfferSymbolsAgain(*context, SendWait{});
+  }
+  return false;
 }
 
 // False when nobody could be asked.
@@ -81,7 +90,8 @@ bool SenderSession::WaitForAnswers(Duration pause) {
 
 // To be called with the context's mutex held.
 void SenderSession::NoteAnswer() {
-  if (allAreIn && expected.AreAllIn(context->table, context->correspondence.IsOn())) allAreIn->Set();
+  if (allAreIn && expected.AreAllIn(context->table, context->correspondence.IsOn()) && !AwaitsAcceptances(*context))
+    allAreIn->Set();
 }
 
 bool SenderSession::SendWord(std::span<const uint8_t> text) {

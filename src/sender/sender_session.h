@@ -42,6 +42,7 @@ class SenderSession : public std::enable_shared_from_this<SenderSession> {
  private:
   std::shared_ptr<Transfer> Latest();
   bool Ask();
+  bool WaitForLastAnswers();
   bool WaitForAnswers(Duration pause);
   void NoteAnswer();
   bool StartReplyThread(const std::shared_ptr<Transfer>& current);

@@ -18,6 +18,7 @@
 #include "sender/transfer.h"
 
 #include "sender/announcements.h"
+#include "sender/symbol_offers.h"
 
 namespace quorl {
 
@@ -30,6 +31,7 @@ constexpr Duration FINISH_PAUSE = 500ms;  ///< Before and after CMD_FINISH.
 /// Robust, before it: what comes late does no harm there, and each receiver takes its datagrams in their order.
 constexpr Duration SHORT_FINISH_PAUSE = 20ms;
 
+constexpr Duration OFFER_PAUSE = 20ms;
 constexpr Duration REPORT_PERIOD = 5000ms;
 constexpr Duration WATCH_START = 1000ms;
 constexpr Duration WATCH_PERIOD = 500ms;
@@ -158,6 +160,9 @@ bool Transfer::RunStream() {
 }
 
 bool Transfer::PrepareSymbols() {
+  // Of those who have been heard of only since the announcement.
+  while (OfferSymbolsAgain(*context, end.Patience()))
+    if (!end.Pause(OFFER_PAUSE)) return false;
   {
     const std::scoped_lock lock(context->mutex);
     if (!CodedStream::Reaches(*context)) return false;
