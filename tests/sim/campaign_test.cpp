@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr uint64_t RUNS = IS_SANITIZED ? 40 : 300;
+constexpr uint64_t RUNS = IS_SANITIZED ? 40 : 400;
 
 TEST(Campaign, NothingIsBrokenInTheFirstRuns) {
   std::string broken;
