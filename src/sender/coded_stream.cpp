@@ -250,6 +250,8 @@ std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::PollStep& step) {
   poll.firstGroup = step.firstGroup;
   poll.endGroup = step.endGroup;
   poll.spread = step.spread;
+  // Right behind symbols it would find a full queue on the way as they have left it, each time.
+  if (const auto next = pacer.NextSend(true)) parts.end.PauseUntil(*next);
   if (!parts.context.sockets.SendToGroup(Build(poll), parts.end.Patience()))
     return parts.end.IsStopRequested() ? StreamEnd::Stopped : StreamEnd::SendFailed;
   pacer.Sent(parts.context.machine.clock.Now(), LENGTH<Poll>);
