@@ -64,7 +64,7 @@ TEST(Options, WrongUseNamesTheFaultAndWhatIsNear) {
       {{"send", "a", "--rate"}, "--rate"},
       {{"send", "a", "--group", "10.0.0.1"}, "10.0.0.1"},
       {{"send", "a", "--port", "65534"}, "65534"},
-      {{"send", "a", "--wait-for", "201"}, "201"},
+      {{"send", "a", "--wait-for", "2001"}, "2001"},
       {{"send", "a", "--wait", "9 d"}, "9 d"},
       {{"send", "a", "--wait", "169h"}, "169h"},
       {{"send", "a", "--only", "10.0.0.1,10.0.0.300"}, "\"10.0.0.300\""},
