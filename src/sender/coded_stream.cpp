@@ -102,7 +102,7 @@ CodedSchedule::Step CodedStream::NextStep(std::vector<CodedSchedule::SendStep>& 
     const CodedSchedule::Step step = schedule->Next(now);
     if (const auto* poll = std::get_if<CodedSchedule::PollStep>(&step)) {
       LookAtReceivers(now);
-      ownRate.Polled(poll->round, symbolsSent + toSend.size(), now);
+      ownRate.Polled(poll->round, !poll->only, symbolsSent + toSend.size(), now);
     }
     const auto* send = std::get_if<CodedSchedule::SendStep>(&step);
     if (!send) return step;
@@ -280,8 +280,17 @@ std::optional<StreamEnd> CodedStream::Do(const CodedSchedule::PollStep& step) {
   poll.spread = step.spread;
   // Right behind symbols it would find a full queue on the way as they have left it, each time.
   if (const auto next = pacer.NextSend(true)) parts.end.PauseUntil(*next);
-  if (!parts.context.sockets.SendToGroup(Build(poll), parts.end.Patience()))
+  if (step.only) {
+    std::optional<Endpoint> to;
+    {
+      const std::scoped_lock lock(parts.context.mutex);
+      if (const ClientEntry* row = parts.context.table.Find(*step.only)) to = row->addr;
+    }
+    // It is asked again.
+    if (to) parts.context.sockets.SendTo(*to, Build(poll), parts.end.Patience());
+  } else if (!parts.context.sockets.SendToGroup(Build(poll), parts.end.Patience())) {
     return parts.end.IsStopRequested() ? StreamEnd::Stopped : StreamEnd::SendFailed;
+  }
   pacer.Sent(parts.context.machine.clock.Now(), LENGTH<Poll>);
   return std::nullopt;
 }

@@ -71,7 +71,7 @@ Outcome Send(const Link& link, size_t senders, double seconds) {
     for (size_t i = 0; i < senders; ++i) {
       Flow& flow = flows[i];
       if (tick % 100 != 0) continue;
-      flow.rate.Polled(++flow.round, flow.sent, now);
+      flow.rate.Polled(++flow.round, true, flow.sent, now);
       flow.rate.Take(1, flow.round, static_cast<uint32_t>(flow.arrived), now);
     }
   }

@@ -73,6 +73,9 @@ class NetworkTest(RoomTest):
             receiver.wait_for("Waiting for a sender")
         self.expect(self.send("--only", "lab-01,lab-09", "--wait", "0", "--yes"), 4, "10.66.0.12 lab-02 listens too",
                     "1 of 2 receivers", "not there       1   lab-09", "--only lab-09")
+        receivers[1].wait_for("not meant for this machine")
+        receivers[1].wait_for("Waiting for a sender")
+        time.sleep(0.5)
         self.expect(self.room.start("list", prefix=self.bed.inside(other)), 0, "Receivers  2", "10.66.0.11 lab-01")
         first = self.send("--rate", "1M", "--wait-for", "2")
         first.wait_for("Sending")

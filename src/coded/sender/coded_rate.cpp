@@ -64,9 +64,9 @@ constexpr double KILOBITS_A_SYMBOL = BytesOnWire(CODED_DATAGRAM) * 8 / 1000.0;
 
 }  // namespace
 
-void CodedRate::Polled(uint32_t round, uint64_t symbolsSent, Moment now) {
+void CodedRate::Polled(uint32_t round, bool ofAll, uint64_t symbolsSent, Moment now) {
   if (polls.size() == MOST_POLLS) BeginPeriod();
-  polls.push_back({round, symbolsSent, now});
+  polls.push_back({round, ofAll, symbolsSent, now});
 }
 
 const CodedRate::Poll* CodedRate::Find(uint32_t round) const {
@@ -75,7 +75,8 @@ const CodedRate::Poll* CodedRate::Find(uint32_t round) const {
 }
 
 void CodedRate::Take(uint32_t address, uint32_t round, uint32_t arrived, Moment now) {
-  if (round < since || !Find(round)) return;
+  const Poll* poll = round < since ? nullptr : Find(round);
+  if (!poll || !poll->ofAll) return;
   Peer& peer = peers[address];
   peer.heard = now;
   if (peer.from.round < since) peer.from = peer.to = {round, arrived};

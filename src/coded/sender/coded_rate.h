@@ -31,8 +31,9 @@ class CodedRate {
   /// kbit/s on the wire.
   uint32_t Rate() const { return static_cast<uint32_t>(rate); }
 
-  /// A poll leaves, behind so many symbols.
-  void Polled(uint32_t round, uint64_t symbolsSent, Moment now);
+  /// A poll leaves, behind so many symbols. What is asked of one receiver, not of all, may overtake them, and the
+  /// answer tells nothing. Rounds follow each other.
+  void Polled(uint32_t round, bool ofAll, uint64_t symbolsSent, Moment now);
   /// A receiver's answer: so many have come, modulo 2^32, from any beginning.
   void Take(uint32_t address, uint32_t round, uint32_t arrived, Moment now);
   void Leave(uint32_t address) { peers.erase(address); }
@@ -40,6 +41,7 @@ class CodedRate {
  private:
   struct Poll {
     uint32_t round = 0;
+    bool ofAll = true;
     uint64_t sent = 0;
     Moment at{};
   };

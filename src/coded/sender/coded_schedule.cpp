@@ -18,6 +18,12 @@ constexpr Duration IDLE_PERIOD = 200ms;
 constexpr size_t ANSWERS_A_MILLISECOND = 4;
 constexpr Duration LONGEST_SPREAD = 1s;
 
+// In a big room, where all of them cannot be asked so soon again, so many are asked by themselves, so often.
+constexpr Duration BIG_ROOM_SPREAD = 5ms;
+constexpr Duration BETWEEN_ASKING = 20ms;
+constexpr size_t MOST_ASKED = 50;
+constexpr size_t BETWEEN_TWO = 10;  ///< Symbols, while there are some to be sent.
+
 // A receiver that was asked so often, for so long, and was not heard, does not take part any more; nor does one that
 // gets nowhere.
 constexpr uint32_t MOST_UNANSWERED = 20;
@@ -69,6 +75,7 @@ void CodedSchedule::TakeLacks(uint32_t address, const Lacks& lacks, Moment now) 
   Peer& peer = found->second;
   peer.heard = now;
   peer.unanswered = 0;
+  peer.answered = std::max(peer.answered, lacks.head.round);
   if (lacks.head.round <= passBegan) return;
   uint32_t has = std::min(lacks.head.endGroup, sent);
   bool lacksCatalogue = has < catalogueGroups;
@@ -108,6 +115,7 @@ void CodedSchedule::ForgetSilent(Moment now) {
 
 CodedSchedule::Step CodedSchedule::Next(Moment now) {
   if (IsPollDue(now)) return MakePoll(now);
+  if (const auto ask = NextAsk(now)) return *ask;
   if (const auto repair = NextRepair()) return *repair;
   if (const auto source = NextSource()) return *source;
   if (MayOpen()) {
@@ -120,7 +128,8 @@ CodedSchedule::Step CodedSchedule::Next(Moment now) {
     return Next(now);
   }
   const Moment next = *polled + PollPeriod();
-  return next > now ? Step{WaitStep{next}} : Step{MakePoll(now)};
+  if (next <= now) return MakePoll(now);
+  return WaitStep{Spread() < BIG_ROOM_SPREAD ? next : std::min(next, std::max(askAgain, now + 1ms))};
 }
 
 bool CodedSchedule::EverybodyHasAll() const {
@@ -142,6 +151,8 @@ void CodedSchedule::Opened(uint32_t group, size_t symbols) {
 }
 
 bool CodedSchedule::IsPollDue(Moment now) const {
+  // Everybody waits for the catalogue.
+  if (polled && asked < catalogueGroups && sent >= catalogueGroups) return true;
   return !polled || now - *polled >= (hasNews ? PollPeriod() : std::max(IDLE_PERIOD, PollPeriod()));
 }
 
@@ -150,7 +161,7 @@ Duration CodedSchedule::Spread() const {
 }
 
 Duration CodedSchedule::PollPeriod() const {
-  return std::max<Duration>(SHORTEST_PERIOD, 2 * Spread());
+  return std::max<Duration>(SHORTEST_PERIOD, Spread() + std::min(Spread(), 3 * BETWEEN_ASKING));
 }
 
 CodedSchedule::PollStep CodedSchedule::MakePoll(Moment now) {
@@ -158,8 +169,36 @@ CodedSchedule::PollStep CodedSchedule::MakePoll(Moment now) {
   for (auto& [address, peer] : peers) ++peer.unanswered;
   polled = now;
   hasNews = false;
+  askAgain = now + Spread() + BETWEEN_ASKING;
+  toAsk.clear();
+  asked = sent;
   const auto spread = std::chrono::duration_cast<std::chrono::milliseconds>(Spread());
-  return {++round, firstOpen, sent, static_cast<uint16_t>(spread.count())};
+  askedAll = ++round;
+  return {round, firstOpen, sent, static_cast<uint16_t>(spread.count())};
+}
+
+/// There is nothing to send before somebody has more than he had.
+bool CodedSchedule::IsAtRest() const {
+  return owing >= sent && sent == opened && !MayOpen();
+}
+
+/// It has not been heard since the latest poll, or nothing more can go out before it has what is out.
+bool CodedSchedule::KeepsOthersWaiting(const Peer& peer) const {
+  return peer.answered < askedAll || (IsAtRest() && (!peer.hasCatalogue || peer.has < sent));
+}
+
+std::optional<CodedSchedule::PollStep> CodedSchedule::NextAsk(Moment now) {
+  if (Spread() < BIG_ROOM_SPREAD || (sinceAsked < BETWEEN_TWO && !IsAtRest())) return std::nullopt;
+  if (toAsk.empty() && now >= askAgain) {
+    askAgain = now + BETWEEN_ASKING;
+    for (const auto& [address, peer] : peers)
+      if (toAsk.size() < MOST_ASKED && KeepsOthersWaiting(peer)) toAsk.push_back(address);
+  }
+  if (toAsk.empty()) return std::nullopt;
+  const uint32_t address = toAsk.back();
+  toAsk.pop_back();
+  sinceAsked = 0;
+  return PollStep{++round, firstOpen, sent, 0, address};
 }
 
 std::optional<CodedSchedule::SendStep> CodedSchedule::NextRepair() {
@@ -172,6 +211,7 @@ std::optional<CodedSchedule::SendStep> CodedSchedule::NextRepair() {
     if (group->repairs.size() > REMEMBERED_REPAIRS) group->repairs.erase(group->repairs.begin());
     ++group->repairs.back().count;
     hasNews = true;
+    ++sinceAsked;
     const auto index = static_cast<uint8_t>(MOST_SOURCE_SYMBOLS + group->nextRepair);
     group->nextRepair = static_cast<uint8_t>((group->nextRepair + 1) % MOST_REPAIR_SYMBOLS);
     return SendStep{owing, index};
@@ -183,7 +223,9 @@ std::optional<CodedSchedule::SendStep> CodedSchedule::NextSource() {
   for (; sent < opened && turnIndex < MOST_SOURCE_SYMBOLS; turn = 0, ++turnIndex) {
     while (turn < opened - sent) {
       const uint32_t group = sent + turn++;
-      if (turnIndex < Find(group)->symbols) return SendStep{group, static_cast<uint8_t>(turnIndex)};
+      if (turnIndex >= Find(group)->symbols) continue;
+      ++sinceAsked;
+      return SendStep{group, static_cast<uint8_t>(turnIndex)};
     }
   }
   hasNews = hasNews || sent < opened;

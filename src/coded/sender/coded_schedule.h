@@ -8,6 +8,9 @@
 // receiver that takes part has it; so the slowest of them slows the stream. Who is not heard for a while does not take
 // part any more, and what it lacks is left to the repair behind the stream.
 //
+// All are asked as often as the answers of all of them may come. In a big room that is seldom; so those who have not
+// been heard, or whom everybody waits for, are asked by themselves in between.
+//
 // The groups of the catalogue come first and stay open to the end, for who comes late; the contents begin when every
 // receiver has the catalogue. Who comes before the contents are half out takes part from there on, and what it missed
 // goes out in a second pass.
@@ -57,6 +60,7 @@ class CodedSchedule {
     uint32_t firstGroup = 0;
     uint32_t endGroup = 0;
     uint16_t spread = 0;
+    std::optional<uint32_t> only{};  ///< This receiver alone is asked; nothing: all are.
   };
   struct WaitStep {
     Moment until{};
@@ -89,6 +93,7 @@ class CodedSchedule {
     Moment heard{};
     Moment advanced{};        ///< When it had more than before, or everything that was out.
     uint32_t unanswered = 0;  ///< Polls since it was heard.
+    uint32_t answered = 0;    ///< The latest round that it has answered.
     uint32_t has = 0;         ///< Everything in front of this group.
     bool hasCatalogue = false;
   };
@@ -103,6 +108,9 @@ class CodedSchedule {
   Duration PollPeriod() const;
   bool IsPollDue(Moment now) const;
   PollStep MakePoll(Moment now);
+  bool IsAtRest() const;
+  bool KeepsOthersWaiting(const Peer& peer) const;
+  std::optional<PollStep> NextAsk(Moment now);
   std::optional<SendStep> NextRepair();
   std::optional<SendStep> NextSource();
 
@@ -122,7 +130,12 @@ class CodedSchedule {
   uint32_t owing = 0;  ///< No group in front of this one is owed anything.
   uint32_t round = 0;
   std::optional<Moment> polled;
-  bool hasNews = true;  ///< Something has gone out since the latest poll that receivers are to be asked about.
+  uint32_t askedAll = 0;        ///< The round of that poll,
+  uint32_t asked = 0;           ///< and its end group.
+  Moment askAgain{};            ///< When it is seen to again who keeps the others waiting,
+  std::vector<uint32_t> toAsk;  ///< who is still to be asked of those,
+  size_t sinceAsked = 0;        ///< and what has gone out since the latest was.
+  bool hasNews = true;          ///< Something has gone out since the latest poll that receivers are to be asked about.
 };
 
 }  // namespace quorl
