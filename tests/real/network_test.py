@@ -2,6 +2,7 @@
 """A network that changes and that is shared: interfaces that come late, addresses that change, a second sender, names.
 In namespaces."""
 import subprocess
+import time
 import unittest
 
 import testbed

@@ -100,20 +100,6 @@ TEST(Symbols, APollFindsRoomInAQueueThatIsAlwaysFull) {
   EXPECT_EQ(resent, 0u);
 }
 
-/// A poll that leaves right behind symbols finds a queue that is full whenever they do, and nobody answers any more.
-TEST(Symbols, APollFindsRoomInAQueueThatIsAlwaysFull) {
-  Room room(Symbols(2));
-  room.World().SetLogging(false);
-  room.File("large", 40'000'000);
-  room.Net().SetUplink(room.Sender(), {.own = {125'000'000}, .bottleneck = {3'750'000, 64 * 1024}});
-  size_t resent = 0;
-  room.Net().SetTap([&](const SentDatagram& sent) { resent += sent.bytes.at(2) == CMD_RESEND ? 1 : 0; });
-  room.Server().SetSendRate(33'200);
-  Play(room);
-  EXPECT_EQ(Ends(room), AllWhole(2));
-  EXPECT_EQ(resent, 0u);
-}
-
 TEST(Symbols, WhoComesLateGetsWhatIsToComeAndTheRestBehindIt) {
   Room room(Symbols(3));
   room.File("large", 30'000'000);
