@@ -18,6 +18,10 @@ constexpr Duration SHORTEST_PERIOD = 20ms;
 constexpr Duration LONGEST_PERIOD = 250ms;
 constexpr double FEWEST_SYMBOLS = 300;
 
+// While the rate doubles, what is too much shows sooner.
+constexpr Duration DOUBLING_PERIOD = 10ms;
+constexpr double FEWEST_TO_DOUBLE = 100;
+
 // Nobody waits longer for a receiver's answer.
 constexpr Duration LONGEST_SILENCE = 500ms;
 
@@ -29,7 +33,7 @@ constexpr double DEVIATIONS = 3;
 constexpr double AS_MUCH = 0.5;
 
 // Of what came through.
-constexpr double SLOWER = 0.9;
+constexpr double SLOWER = 0.85;
 
 // So many must be lost of a slower stream to compare it with the faster one.
 constexpr double ENOUGH_LOST = 36;
@@ -44,9 +48,9 @@ constexpr double MUCH_SLOWER = 0.7;
 // However much is lost at once, the rate comes down to this share of itself at least.
 constexpr double SLOWEST_AT_ONCE = 0.25;
 
-// In a second the rate rises by so many square roots of itself, in kbit/s; by twice as much after as many quiet
-// periods, and so on.
-constexpr double RISE = 90;
+// By so many kbit/s the rate rises in a second, where it has begun, and at another rate by as much as the fourth roots
+// differ; by twice as much after as many quiet periods, and so on.
+constexpr double RISE = 40'000;
 constexpr int QUIET_PERIODS = 16;
 
 // A stream that is slower than it may be is held back by something else.
@@ -93,18 +97,22 @@ CodedRate::Share CodedRate::ShareOf(const Peer& peer) const {
   return {sent, sent > 0 ? std::max(0.0, 1 - came / sent) : 0, std::chrono::duration<double>(to.at - from.at).count()};
 }
 
+/// Of how many symbols it has to have told.
+double CodedRate::Enough(const Peer& peer) const {
+  if (isDoubling) return FEWEST_TO_DOUBLE;
+  if (peer.tried > 0) return std::max(FEWEST_SYMBOLS, ENOUGH_LOST / peer.tried);
+  return std::max(FEWEST_SYMBOLS, peer.always * std::pow(DEVIATIONS / TOLERATED, 2));
+}
+
 /// Whether everybody who is there has told enough.
 bool CodedRate::IsOver(Moment now) const {
   return std::all_of(peers.begin(), peers.end(), [&](const auto& each) {
     const Peer& peer = each.second;
     if (now - peer.heard >= LONGEST_SILENCE) return true;
     const Share share = ShareOf(peer);
-    const std::chrono::duration<double> shortest = SHORTEST_PERIOD;
+    const std::chrono::duration<double> shortest = isDoubling ? DOUBLING_PERIOD : SHORTEST_PERIOD;
     const std::chrono::duration<double> longest = LONGEST_PERIOD;
-    const double toCompare =
-        peer.tried > 0 ? ENOUGH_LOST / peer.tried : peer.always * std::pow(DEVIATIONS / TOLERATED, 2);
-    const double enough = std::max(FEWEST_SYMBOLS, isDoubling ? 0 : toCompare);
-    return share.seconds >= shortest.count() && (share.sent >= enough || share.seconds >= longest.count());
+    return share.seconds >= shortest.count() && (share.sent >= Enough(peer) || share.seconds >= longest.count());
   });
 }
 
@@ -172,7 +180,7 @@ bool CodedRate::SlowDown() {
 
 void CodedRate::Rise(double actual, double seconds) {
   if (actual < HELD_BACK * rate) return;
-  const double step = RISE * std::sqrt(rate) * seconds * (1 + quiet++ / QUIET_PERIODS);
+  const double step = RISE * std::pow(rate / BEGIN, 0.25) * seconds * (1 + quiet++ / QUIET_PERIODS);
   rate = std::min<double>(isDoubling ? 2 * rate : rate + step, MOST);
 }
 

@@ -64,6 +64,7 @@ class CodedRate {
 
   const Poll* Find(uint32_t round) const;
   Share ShareOf(const Peer& peer) const;
+  double Enough(const Peer& peer) const;
   bool IsOver(Moment now) const;
   void Judge();
   void GoOnTrying();

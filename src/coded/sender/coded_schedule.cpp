@@ -14,6 +14,10 @@ namespace {
 constexpr Duration SHORTEST_PERIOD = 10ms;
 constexpr Duration IDLE_PERIOD = 200ms;
 
+// As many symbols in the middle of a stream are something new as well: how many of them have come says whether the rate
+// is one that everybody takes.
+constexpr size_t NEWS = 32;
+
 // So many receivers answer in a millisecond.
 constexpr size_t ANSWERS_A_MILLISECOND = 4;
 constexpr Duration LONGEST_SPREAD = 1s;
@@ -169,6 +173,7 @@ CodedSchedule::PollStep CodedSchedule::MakePoll(Moment now) {
   for (auto& [address, peer] : peers) ++peer.unanswered;
   polled = now;
   hasNews = false;
+  sincePoll = 0;
   askAgain = now + Spread() + BETWEEN_ASKING;
   toAsk.clear();
   asked = sent;
@@ -225,6 +230,7 @@ std::optional<CodedSchedule::SendStep> CodedSchedule::NextSource() {
       const uint32_t group = sent + turn++;
       if (turnIndex >= Find(group)->symbols) continue;
       ++sinceAsked;
+      hasNews = hasNews || ++sincePoll >= NEWS;
       return SendStep{group, static_cast<uint8_t>(turnIndex)};
     }
   }

@@ -135,6 +135,7 @@ class CodedSchedule {
   Moment askAgain{};            ///< When it is seen to again who keeps the others waiting,
   std::vector<uint32_t> toAsk;  ///< who is still to be asked of those,
   size_t sinceAsked = 0;        ///< and what has gone out since the latest was.
+  size_t sincePoll = 0;         ///< Symbols of the stream since the latest poll.
   bool hasNews = true;          ///< Something has gone out since the latest poll that receivers are to be asked about.
 };
 
