@@ -158,7 +158,7 @@ void StudyBigRooms() {
   for (const size_t receivers : {size_t{200}, size_t{1000}}) {
     double ideal = 0;
     for (const double loss : {0.0, 0.05}) {
-      const RoomPlan plan{.receivers = receivers, .bytes = 64 * MEBIBYTE, .loss = loss};
+      const RoomPlan plan{.receivers = receivers, .bytes = 64 * MEBIBYTE, .rate = 100'000, .loss = loss};
       const Outcome outcome = Play(plan);
       if (loss == 0) ideal = outcome.seconds;
       PrintLine("| %zu | %g | %llu | %s | %.2f | %.3f | %.0f |\n", receivers, 100 * loss,
