@@ -14,7 +14,7 @@ namespace {
 constexpr size_t MOST_ARRIVING = 256;
 constexpr size_t MOST_STRETCHES = 65536;
 
-constexpr size_t PIECE = size_t{64} << 10;
+constexpr size_t READ_BACK_AT_ONCE = size_t{64} << 10;
 
 }  // namespace
 
@@ -88,7 +88,7 @@ bool ArrivingDigests::Read(const std::string& name, File& file, uint64_t end) co
   OpenedFile opened = Directory::Open(directory).Read(name);
   if (!opened) return false;
   opened.SkipTo(file.end);
-  std::vector<char> room(PIECE);
+  std::vector<char> room(READ_BACK_AT_ONCE);
   while (file.end < end) {
     const auto piece = std::span(room).first(static_cast<size_t>(std::min<uint64_t>(room.size(), end - file.end)));
     if (opened.Read(piece) != piece.size()) return false;

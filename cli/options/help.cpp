@@ -16,19 +16,19 @@ namespace {
 using enum ValueKind;
 
 constexpr size_t WIDTH = 80;
-constexpr size_t INDENT = 25;
+constexpr size_t HELP_INDENT = 25;
 
 /// "  left          right, which goes on below itself where it is long".
 std::string Row(std::string_view left, std::string_view right) {
-  std::string text = fmt::format("  {:<{}}", left, INDENT - 3);
-  text += text.size() >= INDENT ? "\n" + std::string(INDENT, ' ') : " ";
-  size_t column = INDENT;
+  std::string text = fmt::format("  {:<{}}", left, HELP_INDENT - 3);
+  text += text.size() >= HELP_INDENT ? "\n" + std::string(HELP_INDENT, ' ') : " ";
+  size_t column = HELP_INDENT;
   for (bool first = true; !right.empty(); first = false) {
     std::string_view word = right.substr(0, right.find(' '));
     right.remove_prefix(std::min(right.size(), word.size() + 1));
     if (!first && column + 1 + word.size() > WIDTH) {
-      text += "\n" + std::string(INDENT, ' ');
-      column = INDENT;
+      text += "\n" + std::string(HELP_INDENT, ' ');
+      column = HELP_INDENT;
     } else if (!first) {
       text += ' ';
       ++column;

@@ -21,7 +21,7 @@ namespace {
 
 constexpr size_t LONGEST_NAME = QUORL_NAME_SIZE - 1;
 constexpr std::chrono::seconds LONGEST_TIME = std::chrono::weeks(1);
-constexpr size_t MOST_RECEIVERS = QUORL_RECEIVERS;
+constexpr size_t MOST_MEANT = QUORL_RECEIVERS;
 
 template <class Value>
 Value OneOf(const std::string& text, std::initializer_list<std::pair<std::string_view, Value>> choices) {
@@ -109,8 +109,8 @@ Meant MeantValue(const std::string& text) {
   }
   const size_t count = meant.addresses.size() + meant.names.size();
   if (count == 0 && !text.starts_with('@')) throw WrongValue{fmt::format("\"{}\" names nobody", text)};
-  if (count > MOST_RECEIVERS) {
-    throw WrongValue{fmt::format("\"{}\" names {} receivers, {} is the most", text, count, MOST_RECEIVERS)};
+  if (count > MOST_MEANT) {
+    throw WrongValue{fmt::format("\"{}\" names {} receivers, {} is the most", text, count, MOST_MEANT)};
   }
   return meant;
 }

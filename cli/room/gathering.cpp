@@ -17,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds DEFAULT_WAIT = 30s;
 constexpr std::chrono::seconds LONG_TRANSFER = 120s;
-constexpr std::chrono::milliseconds BETWEEN_LOOKS = 1500ms;
+constexpr std::chrono::milliseconds BETWEEN_QUESTIONS = 1500ms;
 constexpr size_t LINES_OF_RECEIVERS = 4;
 constexpr int QUIT = 130;
 
@@ -123,7 +123,7 @@ int Gathering::AskToStart() {
   while (true) {
     bool anyone = !listeners.There().empty();
     reporter.Ask(anyone ? "[Enter] send   [r] look again   [l] list   [q] quit " : "[r] look again   [q] quit ");
-    InboxEvent event = inbox.NextOrKey(BETWEEN_LOOKS);
+    InboxEvent event = inbox.NextOrKey(BETWEEN_QUESTIONS);
     if (event.kind == InboxEvent::Kind::Nothing) {
       LookAgain();
       continue;

@@ -13,13 +13,13 @@
 namespace quorl::cli {
 namespace {
 
-constexpr size_t MOST_SHOWN = 5;
+constexpr size_t MOST_FILES_SHOWN = 5;
 
-std::string Quoted(const std::string& name) {
+std::string InQuotes(const std::string& name) {
   return fmt::format("\"{}\"", Escape(name));
 }
 
-uint64_t Milliseconds(std::chrono::nanoseconds duration) {
+uint64_t MillisecondsOf(std::chrono::nanoseconds duration) {
   return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count());
 }
 
@@ -35,11 +35,11 @@ class List {
     fact.Add("name", name);
     if (*key != '\0') fact.Add(key, value);
     const std::string head = shown == 0 ? fmt::format("{:<8} {:>3}", title, count) : std::string(12, ' ');
-    const bool isShown = shown < MOST_SHOWN || reporter.Wants(Level::Files);
+    const bool isShown = shown < MOST_FILES_SHOWN || reporter.Wants(Level::Files);
     ++shown;
     reporter.Say(fact, isShown ? fmt::format("  {}   {}", head, text) : "");
-    if (shown == MOST_SHOWN && count > MOST_SHOWN && !reporter.Wants(Level::Files))
-      reporter.Say(fmt::format("  {}   ... and {} more", std::string(12, ' '), count - MOST_SHOWN));
+    if (shown == MOST_FILES_SHOWN && count > MOST_FILES_SHOWN && !reporter.Wants(Level::Files))
+      reporter.Say(fmt::format("  {}   ... and {} more", std::string(12, ' '), count - MOST_FILES_SHOWN));
   }
 
  private:
@@ -69,13 +69,13 @@ void TellReasons(Reporter& reporter, const char* type, const char* title, const 
   for (const auto& [why, names] : causes) {
     const bool isList = names.size() <= 2 || reporter.Wants(Level::Files);
     for (const Reason* reason : names) {
-      const std::string text = fmt::format("  {}   {}{}{}", head, Quoted(reason->name), divider, why);
+      const std::string text = fmt::format("  {}   {}{}{}", head, InQuotes(reason->name), divider, why);
       reporter.Say(Fact(type).Add("name", reason->name).Add("reason", why), isList ? text : "");
       if (isList) head = std::string(12, ' ');
     }
     if (isList) continue;
-    reporter.Say(fmt::format("  {}   {}: {}, {} and {} more (-v lists)", head, why, Quoted(names[0]->name),
-                             Quoted(names[1]->name), names.size() - 2));
+    reporter.Say(fmt::format("  {}   {}: {}, {} and {} more (-v lists)", head, why, InQuotes(names[0]->name),
+                             InQuotes(names[1]->name), names.size() - 2));
     head = std::string(12, ' ');
   }
 }
@@ -84,24 +84,25 @@ void TellLists(Reporter& reporter, const ReceiveResult& result) {
   const auto isRenamed = [](const MoveReport::Moved& moved) { return moved.name != moved.as; };
   const auto& moved = result.moved.moved;
   for (const MoveReport::Moved& file : moved) {
-    reporter.Say(Level::Files, Fact("file").Add("name", file.as), "  " + Quoted(file.as));
+    reporter.Say(Level::Files, Fact("file").Add("name", file.as), "  " + InQuotes(file.as));
   }
   List renamed(reporter, "renamed", "renamed",
                static_cast<size_t>(std::count_if(moved.begin(), moved.end(), isRenamed)));
   for (const MoveReport::Moved& file : moved) {
     if (!isRenamed(file)) continue;
-    renamed.Add(file.name, "as", file.as, fmt::format("{} existed, new one is {}", Quoted(file.name), Quoted(file.as)));
+    renamed.Add(file.name, "as", file.as,
+                fmt::format("{} existed, new one is {}", InQuotes(file.name), InQuotes(file.as)));
   }
   if (result.inPlace > 0)
     reporter.Say(Fact("in_place").Add("files", result.inPlace),
                  fmt::format("  {:<8} {:>3}   with the same contents, left alone", "there", result.inPlace));
   List skipped(reporter, "skipped", "skipped", result.moved.skipped.size());
-  for (const std::string& name : result.moved.skipped) skipped.Add(name, "", "", Quoted(name) + " existed");
+  for (const std::string& name : result.moved.skipped) skipped.Add(name, "", "", InQuotes(name) + " existed");
   List unmade(reporter, "unmade", "no links", result.moved.unmade.size());
   for (const std::string& name : result.moved.unmade)
-    unmade.Add(name, "", "", Quoted(name) + ": this system makes none");
+    unmade.Add(name, "", "", InQuotes(name) + ": this system makes none");
   List taken(reporter, "taken", "exist", result.moved.taken.size());
-  for (const std::string& name : result.moved.taken) taken.Add(name, "", "", Quoted(name));
+  for (const std::string& name : result.moved.taken) taken.Add(name, "", "", InQuotes(name));
   std::vector<Reason> refused;
   for (const auto& [name, why] : result.moved.refused) refused.push_back({name, why});
   TellReasons(reporter, "refused", "refused", ": ", refused);
@@ -160,7 +161,7 @@ void TellResult(Reporter& reporter, const ReceiveResult& result) {
   TellLists(reporter, result);
   List changed(reporter, "changed", "changed", result.end.changed.size());
   for (const std::string& name : result.end.changed)
-    changed.Add(name, "", "", Quoted(name) + " changed, or could not be read, on the sender's side");
+    changed.Add(name, "", "", InQuotes(name) + " changed, or could not be read, on the sender's side");
   TellTrouble(reporter, result.end);
   if (result.failure) reporter.Complain(*result.failure);
 }
@@ -197,7 +198,7 @@ Fact& AddResult(Fact& fact, const ReceiveResult& result) {
   fact.Add("skipped", result.moved.skipped.size()).Add("refused", result.moved.refused.size());
   fact.Add("differences", result.differences.size()).Add("strangers", result.end.strangers);
   if (result.failure) fact.Add("what", result.failure->what).Add("why", result.failure->why);
-  return fact.Add("elapsed_ms", Milliseconds(result.end.elapsed));
+  return fact.Add("elapsed_ms", MillisecondsOf(result.end.elapsed));
 }
 
 }  // namespace quorl::cli

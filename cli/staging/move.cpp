@@ -12,7 +12,7 @@
 namespace quorl::cli {
 namespace {
 
-constexpr size_t PIECE = size_t{1} << 20;
+constexpr size_t COPIED_AT_ONCE = size_t{1} << 20;
 constexpr int MOST_NUMBERS = 9999;
 
 /// The directories on both sides of the file being moved. Files come sorted, so that most have the directory of the
@@ -40,7 +40,7 @@ std::string Numbered(const std::string& leaf, int number) {
 }
 
 bool HaveSameContents(OpenedFile& left, OpenedFile& right) {
-  std::vector<char> one(PIECE), other(PIECE);
+  std::vector<char> one(COPIED_AT_ONCE), other(COPIED_AT_ONCE);
   while (true) {
     const auto count = left.Read(one);
     if (!count || right.Read(other) != count ||

@@ -6,7 +6,7 @@
 namespace quorl::cli {
 namespace {
 
-constexpr size_t MOST_ADDRESSES = QUORL_RECEIVERS;
+constexpr size_t MOST_MEANT = QUORL_RECEIVERS;
 
 enum WordKind : uint8_t { ABOUT = 1, RUNNING_DIGESTS = 2, CHANGED = 3, OVER = 4 };
 enum LetterKind : uint8_t { HAVE = 1, HAVE_ALL = 2, STILL_AT_WORK = 3, FINAL_VERDICT = 4, INTAKE = 5 };
@@ -143,7 +143,7 @@ std::optional<Word> ReadAbout(Reading& text) {
   about.files = text.Take<uint32_t>();
   about.bytes = text.Take<uint64_t>();
   about.manifestLast = text.Take<uint8_t>() != 0;
-  while (text.Left() > 0 && about.onlyFor.size() < MOST_ADDRESSES) about.onlyFor.push_back(text.Take<uint32_t>());
+  while (text.Left() > 0 && about.onlyFor.size() < MOST_MEANT) about.onlyFor.push_back(text.Take<uint32_t>());
   return about;
 }
 

@@ -11,9 +11,6 @@
 namespace quorl::cli {
 namespace {
 
-constexpr size_t DRIVE_LENGTH = 2;  // "D:"
-constexpr char FIRST_LETTER = 'D';
-
 std::string_view FirstCharacter(std::string_view text) {
   return text.substr(0, std::max<size_t>(DecodeUtf8(text).length, 1));
 }

@@ -12,6 +12,10 @@
 
 namespace quorl::cli {
 
+/// Directories that are sent from stand as drives from this letter on, "D:" first.
+inline constexpr char FIRST_LETTER = 'D';
+inline constexpr size_t DRIVE_LENGTH = 2;
+
 /// Whether a name fits a pattern: "*" stands for any characters but "/", "**" for any, "?" for one, "[a-z]" and
 /// "[!a-z]" for one of a set, "\\" for the next character itself.
 bool Matches(std::string_view pattern, std::string_view name);

@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr size_t PIECE = size_t{1} << 20;
+constexpr size_t POURED_AT_ONCE = size_t{1} << 20;
 // Between two looks whether somebody wants an end, while nothing can be written.
 constexpr auto PATIENCE = 100ms;
 
@@ -53,7 +53,7 @@ std::optional<Failure> Pour(OpenedFile& file, uint64_t size, Sink& sink, const D
         Exit::NoRoom, sink,
         fmt::format("it holds {}, and {} came; nothing was written", FormatBytes(*room), FormatBytes(size)));
   }
-  std::vector<char> piece(PIECE);
+  std::vector<char> piece(POURED_AT_ONCE);
   while (const auto count = file.Read(piece)) {
     for (std::span<const char> rest(piece.data(), *count); !rest.empty();) {
       const auto written = sink.outlet->Write(rest, PATIENCE);

@@ -26,9 +26,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char FIRST_LETTER = 'D';
 constexpr char LAST_LETTER = 'Z';
-constexpr size_t DRIVE_LENGTH = 2;  // "D:"
 constexpr const char* TOO_LONG = "receivers accept paths of 260 characters at most";
 
 /// The absolute path of what the user named. Only what has no name of its own (".", "a/..", a link to a directory,

@@ -14,7 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 
 // A receiver that checks says every second that it is still at work.
-constexpr auto SILENCE = 10s;
+constexpr auto LONGEST_SILENCE = 10s;
 
 }  // namespace
 
@@ -27,7 +27,7 @@ void Verdicts::Await(SendEnd& end, const std::vector<uint32_t>& only) {
     auto open = Open(end, only);
     for (QuorlReceiverState* row : open) {
       const auto last = heardAt.contains(row->address) ? heardAt[row->address] : began;
-      if (Clock::now() - last > SILENCE)
+      if (Clock::now() - last > LONGEST_SILENCE)
         Settle(end, *row, QUORL_STATUS_TIMED_OUT, "everything arrived there, but it never said what became of it");
     }
     open = Open(end, only);

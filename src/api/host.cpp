@@ -19,7 +19,7 @@ using quorl::Server;
 namespace {
 
 constexpr uint32_t DONE = 1;
-constexpr uint32_t FAILED = 0;
+using quorl::FAILED;
 
 // The bytes of each structure's first members, up to the last that it was born with. A host that leaves no room for
 // them was not written against any version of it.

@@ -13,7 +13,7 @@ using quorl::Server;
 
 // Of most functions the result says nothing.
 constexpr uint32_t ALWAYS = 1;
-constexpr uint32_t FAILED = 0;
+using quorl::FAILED;
 
 // What SetSelectFiles answers when its lists do not fit into memory.
 constexpr int32_t NO_MEMORY = 6;

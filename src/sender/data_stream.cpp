@@ -11,7 +11,7 @@ namespace quorl {
 namespace {
 
 // As many as the system may cut out of one send.
-constexpr size_t DATAGRAMS_AT_ONCE = 13;
+constexpr size_t BLOCKS_AT_ONCE = 13;
 
 constexpr size_t BLOCKS_AHEAD = 60;
 
@@ -20,7 +20,7 @@ constexpr size_t BLOCKS_AHEAD = 60;
 DataStream::DataStream(const TransferParts& parts)
     : parts(parts),
       pacer(parts.plan.rate),
-      datagrams(parts.plan.rate == 0 ? 1 : DATAGRAMS_AT_ONCE, BlockDatagram(CMD_DATA)),
+      datagrams(parts.plan.rate == 0 ? 1 : BLOCKS_AT_ONCE, BlockDatagram(CMD_DATA)),
       file(parts.context.machine.clock, BLOCKS_AHEAD) {}
 
 StreamEnd DataStream::Run() {

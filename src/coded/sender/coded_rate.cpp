@@ -23,7 +23,7 @@ constexpr Duration DOUBLING_PERIOD = 10ms;
 constexpr double FEWEST_TO_DOUBLE = 100;
 
 // Nobody waits longer for a receiver's answer.
-constexpr Duration LONGEST_SILENCE = 500ms;
+constexpr Duration LONGEST_WAIT = 500ms;
 
 // A receiver loses too much that loses so much more than always, and more than chance explains.
 constexpr double TOLERATED = 0.02;
@@ -108,7 +108,7 @@ double CodedRate::Enough(const Peer& peer) const {
 bool CodedRate::IsOver(Moment now) const {
   return std::all_of(peers.begin(), peers.end(), [&](const auto& each) {
     const Peer& peer = each.second;
-    if (now - peer.heard >= LONGEST_SILENCE) return true;
+    if (now - peer.heard >= LONGEST_WAIT) return true;
     const Share share = ShareOf(peer);
     const std::chrono::duration<double> shortest = isDoubling ? DOUBLING_PERIOD : SHORTEST_PERIOD;
     const std::chrono::duration<double> longest = LONGEST_PERIOD;

@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 namespace {
 
 // Between two polls: while there is something new to ask about or nothing else to do, and otherwise.
-constexpr Duration SHORTEST_PERIOD = 10ms;
+constexpr Duration BETWEEN_POLLS = 10ms;
 constexpr Duration IDLE_PERIOD = 200ms;
 
 // As many symbols in the middle of a stream are something new as well: how many of them have come says whether the rate
@@ -165,7 +165,7 @@ Duration CodedSchedule::Spread() const {
 }
 
 Duration CodedSchedule::PollPeriod() const {
-  return std::max<Duration>(SHORTEST_PERIOD, Spread() + std::min(Spread(), 3 * BETWEEN_ASKING));
+  return std::max<Duration>(BETWEEN_POLLS, Spread() + std::min(Spread(), 3 * BETWEEN_ASKING));
 }
 
 CodedSchedule::PollStep CodedSchedule::MakePoll(Moment now) {

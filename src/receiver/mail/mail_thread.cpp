@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr Duration AFTER_FAILED_RECEIVE = 10ms;
+constexpr Duration AFTER_FAILED_MAIL = 10ms;
 
 }  // namespace
 
@@ -27,7 +27,7 @@ void MailThread(ReceiverSession& session) {
     if (session.stop.IsAborted()) return;
     const Received received = session.sockets.ReceiveMail(buffer, left, session.mailWake.get());
     if (received.outcome == Received::Outcome::Closed) return;
-    if (received.outcome == Received::Outcome::Failed) clock.Sleep(AFTER_FAILED_RECEIVE);
+    if (received.outcome == Received::Outcome::Failed) clock.Sleep(AFTER_FAILED_MAIL);
     if (received.outcome != Received::Outcome::Datagram) continue;
     if (session.mail->TakeReply(received.from.address, ParseReply(std::span(buffer).first(received.length)))) {
       session.record.With([&](BlockRecord&) { session.repair->EndHeard(); });
