@@ -102,7 +102,7 @@ def record():
             (room / machine).mkdir()
         images = room / "server" / "images"
         for number in range(40):
-            write(images / f"set-{number // 10}" / f"scan-{number:03}.tif", 1_500_000 + number * 977)
+            write(images / f"set-{number // 10}" / f"scan-{number:03}.tif", 15_000_000 + number * 977)
         testbed = Testbed()
         stack.callback(testbed.close)
         testbed.build(3)
