@@ -161,11 +161,12 @@ std::optional<CodedStream::Group> CodedStream::ReadGroup(uint32_t group) {
   if (!isAgain && IsSkipped(group)) return Group{};
   const size_t length = contents.BytesIn(group);
   const Group read{slabs.Take(), SymbolsOf(length)};
-  std::fill(&read.slab[length], &read.slab[read.symbols * SYMBOL_SIZE], uint8_t{0});
+  uint8_t* const bytes = read.slab.get();
+  std::fill(bytes + length, bytes + read.symbols * SYMBOL_SIZE, uint8_t{0});
   bool isWhole = true;
   auto runs = contents.Runs(group);
   while (const auto run = runs.Next()) {
-    const auto isThere = ReadRun(*run, {&read.slab[run->offset], run->size}, isAgain);
+    const auto isThere = ReadRun(*run, {bytes + run->offset, run->size}, isAgain);
     if (!isThere) return std::nullopt;
     isWhole = isWhole && *isThere;
   }

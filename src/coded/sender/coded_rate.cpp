@@ -180,7 +180,8 @@ bool CodedRate::SlowDown() {
 
 void CodedRate::Rise(double actual, double seconds) {
   if (actual < HELD_BACK * rate) return;
-  const double step = RISE * std::pow(rate / BEGIN, 0.25) * seconds * (1 + quiet++ / QUIET_PERIODS);
+  const int faster = 1 + quiet++ / QUIET_PERIODS;
+  const double step = RISE * std::pow(rate / BEGIN, 0.25) * seconds * faster;
   rate = std::min<double>(isDoubling ? 2 * rate : rate + step, MOST);
 }
 

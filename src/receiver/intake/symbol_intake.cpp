@@ -117,7 +117,7 @@ ReceiveLoop::Next ReceiveLoop::TakeRun(const BlockHead& first, uint32_t count, c
     head.block += begin;
     size_t size = 0;
     for (uint32_t i = begin; i < end; ++i) size += first.Shape().BytesInBlock(first.block + i);
-    Store({transfer, head, true, end - begin, slab, {&slab[offset + begin * BLOCK_SIZE], size}});
+    Store({transfer, head, true, end - begin, slab, {slab.get() + offset + begin * BLOCK_SIZE, size}});
   }
   return CarryOut(next, nullptr);
 }
